@@ -1,0 +1,54 @@
+# Set-up, build, test and demonstration entry points. Every target installs what is
+# missing through scripts/install-deps.sh first, so a fresh Debian machine needs nothing else.
+
+BUILD      ?= build
+BUILD_TYPE ?= RelWithDebInfo
+JOBS       ?= $(shell nproc)
+CMAKE_ARGS ?=
+ARGS       ?=
+
+LAUNCHER := $(shell command -v ccache >/dev/null 2>&1 && echo -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+
+.PHONY: all deps configure build test test-asan run bench format format-check screenshots install clean
+
+all: build
+
+deps:
+	@./scripts/install-deps.sh
+
+configure: deps
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) $(LAUNCHER) $(CMAKE_ARGS) >/dev/null
+
+build: configure
+	@cmake --build $(BUILD) -j$(JOBS)
+
+# Builds everything and runs every test through CTest.
+test: build
+	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
+
+# The whole suite under AddressSanitizer and UndefinedBehaviorSanitizer.
+test-asan:
+	@$(MAKE) --no-print-directory test BUILD=build-asan BUILD_TYPE=Debug CMAKE_ARGS="-DKAIRO_SANITIZE=ON $(CMAKE_ARGS)"
+
+# The application on the demonstration sandbox (windowed, or headless with ARGS=-tasks etc.).
+run: build
+	@$(BUILD)/bin/kairo-planner-demo $(ARGS)
+
+bench: build
+	@cmake --build $(BUILD) --target benchmarks -j$(JOBS)
+	@./bench/run-all.sh $(BUILD)
+
+screenshots: build
+	@./scripts/screenshots.sh $(BUILD)
+
+format:
+	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+format-check:
+	@git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
+
+install: build
+	@cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
+
+clean:
+	@rm -rf $(BUILD) build-asan

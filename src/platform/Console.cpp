@@ -1,0 +1,51 @@
+#include "Console.h"
+
+#include "Clock.h"
+
+#include <QByteArray>
+
+#include <cerrno>
+#include <unistd.h>
+
+namespace {
+
+void writeAll(int fd, const QByteArray &bytes)
+{
+    const char *p = bytes.constData();
+    qsizetype left = bytes.size();
+    while (left > 0) {
+        const ssize_t n = ::write(fd, p, static_cast<size_t>(left));
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return;
+        }
+        p += n;
+        left -= n;
+    }
+}
+
+} // namespace
+
+QString Console::processName()
+{
+    return QString::fromLocal8Bit(program_invocation_short_name);
+}
+
+void Console::log(const QString &message)
+{
+    const QDateTime now = Clock::current().now();
+    QByteArray line = now.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz")).toUtf8();
+    line += ' ';
+    line += processName().toUtf8();
+    line += '[' + QByteArray::number(static_cast<qint64>(::getpid())) + "] ";
+    line += message.toUtf8();
+    line += '\n';
+    writeAll(STDERR_FILENO, line);
+}
+
+void Console::print(const QString &text)
+{
+    writeAll(STDOUT_FILENO, text.toUtf8());
+}

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "PlistValue.h"
+
+#include <QString>
+
+// The old-style (OpenStep) property-list text, as a dictionary describes itself:
+//   {
+//       key = value;
+//       "quoted key" = "a string";
+//       nested =     {
+//           ...
+//       };
+//   }
+// Dictionary keys are listed in ascending order. Strings that are not plain words are
+// quoted, with \" \\ \n \t \r and \Uxxxx for control and non-ASCII characters.
+class PlistText
+{
+public:
+    static QString render(const PlistValue &value);
+    static QString quoted(const QString &string);
+
+private:
+    static void append(QString &out, const PlistValue &value, int level);
+};

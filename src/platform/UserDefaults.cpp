@@ -1,0 +1,155 @@
+#include "UserDefaults.h"
+
+#include "Bundle.h"
+#include "PropertyList.h"
+#include "StandardFolders.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+#include <memory>
+
+namespace {
+
+std::mutex g_standardMutex;
+std::unique_ptr<UserDefaults> g_standard;
+
+QString preferencesFile(int domain, const QString &identifier)
+{
+    const QStringList library = StandardFolders::searchPaths(StandardFolders::LibraryDirectory, domain);
+    if (library.isEmpty()) {
+        return QString();
+    }
+    return library.first() + QStringLiteral("/Preferences/") + identifier + QStringLiteral(".plist");
+}
+
+} // namespace
+
+UserDefaults::UserDefaults(const QString &userFile, const QString &machineFile)
+    : m_userFile(userFile), m_machineFile(machineFile)
+{
+}
+
+UserDefaults &UserDefaults::standardUserDefaults()
+{
+    std::lock_guard<std::mutex> lock(g_standardMutex);
+    if (!g_standard) {
+        QString identifier = QStringLiteral(KAIRO_BUNDLE_ID);
+        if (auto main = Bundle::mainBundle()) {
+            identifier = main->bundleIdentifier().value_or(identifier);
+        }
+        g_standard = std::make_unique<UserDefaults>(
+            preferencesFile(StandardFolders::UserDomain, identifier),
+            preferencesFile(StandardFolders::LocalDomain, identifier));
+    }
+    return *g_standard;
+}
+
+void UserDefaults::resetStandardUserDefaults()
+{
+    std::lock_guard<std::mutex> lock(g_standardMutex);
+    g_standard.reset();
+}
+
+void UserDefaults::registerDefaults(const PlistDict &defaults)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    for (const auto &entry : defaults) {
+        m_registered.insert(entry.key, entry.value);
+    }
+}
+
+const PlistDict &UserDefaults::load(const QString &path, CachedFile &cache)
+{
+    const QFileInfo info(path);
+    const QDateTime modified = info.exists() ? info.lastModified() : QDateTime();
+    const qint64 size = info.exists() ? info.size() : -1;
+    if (modified != cache.modified || size != cache.size) {
+        cache.modified = modified;
+        cache.size = size;
+        cache.values = path.isEmpty() ? PlistDict()
+                                      : PropertyList::readDictionary(path).value_or(PlistDict());
+    }
+    return cache.values;
+}
+
+PlistValue UserDefaults::objectForKey(const QString &key) const
+{
+    std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    if (const PlistValue *v = load(m_userFile, m_user).find(key)) {
+        return *v;
+    }
+    if (const PlistValue *v = load(m_machineFile, m_machine).find(key)) {
+        return *v;
+    }
+    return m_registered.value(key);
+}
+
+std::optional<QString> UserDefaults::stringForKey(const QString &key) const
+{
+    const PlistValue v = objectForKey(key);
+    if (v.isString()) {
+        return v.string();
+    }
+    if (v.isNumber()) {
+        return v.description();
+    }
+    return std::nullopt;
+}
+
+bool UserDefaults::boolForKey(const QString &key) const
+{
+    return objectForKey(key).boolValue();
+}
+
+qint64 UserDefaults::integerForKey(const QString &key) const
+{
+    return objectForKey(key).integerValue();
+}
+
+bool UserDefaults::update(const QString &path, const QString &key, const PlistValue *value)
+{
+    if (path.isEmpty()) {
+        return false;
+    }
+    // Read the file afresh so that keys another process wrote meanwhile are kept.
+    PlistDict values = PropertyList::readDictionary(path).value_or(PlistDict());
+    if (value) {
+        values.insert(key, *value);
+    } else if (!values.remove(key)) {
+        return true;
+    }
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    return PropertyList::writeXml(PlistValue(std::move(values)), path);
+}
+
+bool UserDefaults::setObject(const PlistValue &value, const QString &key)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    const bool ok = update(m_userFile, key, &value);
+    m_user.size = -2; // force a reread
+    return ok;
+}
+
+bool UserDefaults::removeObjectForKey(const QString &key)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    const bool ok = update(m_userFile, key, nullptr);
+    m_user.size = -2;
+    return ok;
+}
+
+bool UserDefaults::setObjectForAnyUser(const PlistValue &value, const QString &key)
+{
+    std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    const bool ok = update(m_machineFile, key, &value);
+    m_machine.size = -2;
+    return ok;
+}
+
+void UserDefaults::synchronize()
+{
+    std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    m_user.size = -2;
+    m_machine.size = -2;
+}

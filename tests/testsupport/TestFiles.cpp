@@ -1,0 +1,88 @@
+#include "TestFiles.h"
+
+#include "platform/PropertyList.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryFile>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+void TestFiles::write(const QString &path, const QByteArray &bytes)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        file.write(bytes);
+    }
+}
+
+QByteArray TestFiles::read(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QString TestFiles::writeScript(const QString &path, const QString &body)
+{
+    write(path, "#!/bin/sh\n" + body.toUtf8() + "\n");
+    QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                    QFileDevice::ExeOwner | QFileDevice::ReadGroup |
+                                    QFileDevice::ExeGroup | QFileDevice::ReadOther |
+                                    QFileDevice::ExeOther);
+    return path;
+}
+
+QString TestFiles::makeBundle(const QString &folder, const QString &name, const PlistDict &info,
+                              const QString &executableBody)
+{
+    const QString bundle = folder + QLatin1Char('/') + name + QStringLiteral(".app");
+    QDir().mkpath(bundle + QStringLiteral("/Contents/MacOS"));
+    QDir().mkpath(bundle + QStringLiteral("/Contents/Resources"));
+    PropertyList::writeXml(PlistValue(info), bundle + QStringLiteral("/Contents/Info.plist"));
+    writeScript(bundle + QStringLiteral("/Contents/MacOS/") + name, executableBody);
+    return bundle;
+}
+
+QStringList TestFiles::lines(const QString &path)
+{
+    QString text = QString::fromUtf8(read(path));
+    if (text.endsWith(QLatin1Char('\n'))) {
+        text.chop(1);
+    }
+    return text.isEmpty() ? QStringList() : text.split(QLatin1Char('\n'));
+}
+
+TestFiles::CaptureStderr::CaptureStderr()
+{
+    QTemporaryFile file(QDir::tempPath() + QStringLiteral("/kairo-stderr-XXXXXX"));
+    file.setAutoRemove(false);
+    file.open();
+    m_path = file.fileName();
+    file.close();
+    fflush(stderr);
+    m_saved = dup(STDERR_FILENO);
+    const int fd = ::open(m_path.toLocal8Bit().constData(), O_WRONLY | O_TRUNC);
+    dup2(fd, STDERR_FILENO);
+    ::close(fd);
+}
+
+TestFiles::CaptureStderr::~CaptureStderr()
+{
+    finish();
+}
+
+QString TestFiles::CaptureStderr::finish()
+{
+    if (!m_done) {
+        m_done = true;
+        fflush(stderr);
+        dup2(m_saved, STDERR_FILENO);
+        ::close(m_saved);
+        m_text = QString::fromUtf8(read(m_path));
+        QFile::remove(m_path);
+    }
+    return m_text;
+}
