@@ -8,6 +8,7 @@ CMAKE_ARGS ?=
 ARGS       ?=
 
 LAUNCHER := $(shell command -v ccache >/dev/null 2>&1 && echo -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+export CCACHE_BASEDIR := $(CURDIR)
 
 .PHONY: all deps configure build test test-asan run bench format format-check screenshots install clean
 
