@@ -30,7 +30,8 @@ QString besideTheApplication(const QString &name)
 
 QString VTToolPaths::executableFolder()
 {
-    return QFileInfo(QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath()).absolutePath();
+    return QFileInfo(QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath())
+        .absolutePath();
 }
 
 QString VTToolPaths::launchctl()
@@ -44,6 +45,11 @@ QString VTToolPaths::launchctl()
 QString VTToolPaths::privilegedHelper()
 {
     return besideTheApplication(QStringLiteral("kairo-helper"));
+}
+
+QString VTToolPaths::alertProgram()
+{
+    return besideTheApplication(QStringLiteral("kairo-alert"));
 }
 
 QString VTToolPaths::elevate()

@@ -11,6 +11,8 @@ public:
     static QString launchctl();
     // The privileged helper installed beside the application.
     static QString privilegedHelper();
+    // The small program that shows one alert window for the headless mode.
+    static QString alertProgram();
     // The elevation program: VT_ELEVATE, else pkexec.
     static QString elevate();
 

@@ -23,7 +23,8 @@ Sandbox::Sandbox() : m_dir(QDir::tempPath() + QStringLiteral("/kairo-test-XXXXXX
     setEnv("VT_CONSOLE_HOME", std::nullopt);
     setEnv("VT_APP_SEARCH_PATH", std::nullopt);
     setEnv("VT_LAUNCHCTL", std::nullopt);
-    setEnv("VT_ELEVATE", std::nullopt);
+    // No test may ever reach a real password prompt.
+    setEnv("VT_ELEVATE", QStringLiteral("/bin/false"));
     setEnv("DBUS_SESSION_BUS_ADDRESS", QStringLiteral("disabled:"));
     setEnv("DISPLAY", std::nullopt);
     setEnv("WAYLAND_DISPLAY", std::nullopt);

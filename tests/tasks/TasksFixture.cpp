@@ -1,0 +1,62 @@
+#include "TasksFixture.h"
+
+#include "platform/PropertyList.h"
+#include "support/VTAuthorization.h"
+#include "testsupport/ClientApps.h"
+#include "testsupport/PlistXml.h"
+#include "testsupport/TestFiles.h"
+
+int ScriptedAlerts::runModal(const VTAlertRequest &request)
+{
+    asked.push_back(request);
+    return answer;
+}
+
+void TasksFixture::SetUp()
+{
+    identity->home = sandbox.home();
+    identity->homes.insert(QStringLiteral("anna"), sandbox.home());
+    applications = sandbox.mkdir(QStringLiteral("Applications"));
+    sandbox.setEnv("VT_APP_SEARCH_PATH", applications);
+    launchctl = std::make_unique<LaunchctlRecorder>(sandbox);
+    VTAlert::setPresenter(alerts);
+    VTAuthorization::resetForTesting();
+    VTAuthorization::sharedController(false);
+    PlistArray tasks{
+        ClientApps::entry(QStringLiteral("backup"), {QStringLiteral("-backup")},
+                          QStringLiteral("Back up the library")),
+        ClientApps::entry(QStringLiteral("clean"),
+                          {QStringLiteral("-clean"), QStringLiteral("-quiet")},
+                          QStringLiteral("Clean caches")),
+        ClientApps::entry(QStringLiteral("repair"), {QStringLiteral("-repair")},
+                          QStringLiteral("Repair permissions"), true),
+    };
+    quill = ClientApps::make(applications, QStringLiteral("Quill"),
+                             QStringLiteral("com.vantreel.Quill"), PlistValue(tasks));
+}
+
+void TasksFixture::TearDown()
+{
+    VTAlert::setPresenter(nullptr);
+    VTAuthorization::resetForTesting();
+}
+
+QString TasksFixture::agents() const
+{
+    return sandbox.home() + QStringLiteral("/Library/LaunchAgents");
+}
+
+QString TasksFixture::daemons() const
+{
+    return sandbox.localRoot() + QStringLiteral("/Library/LaunchDaemons");
+}
+
+PlistDict TasksFixture::readJob(const QString &path) const
+{
+    return PropertyList::readDictionary(path).value_or(PlistDict());
+}
+
+QVariant TasksFixture::parseIndependently(const QString &path) const
+{
+    return PlistXml::parse(TestFiles::read(path));
+}

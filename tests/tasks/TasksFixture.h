@@ -1,0 +1,47 @@
+#pragma once
+
+#include "platform/PlistDict.h"
+#include "support/VTAlert.h"
+#include "testsupport/FakeIdentity.h"
+#include "testsupport/LaunchctlRecorder.h"
+#include "testsupport/MockClock.h"
+#include "testsupport/Sandbox.h"
+
+#include <gtest/gtest.h>
+
+#include <QVariant>
+
+#include <memory>
+#include <vector>
+
+// An alert presenter that answers with a chosen button and remembers what it was asked.
+class ScriptedAlerts : public VTAlertPresenter
+{
+public:
+    int answer = VTAlert::AlternateReturn;
+    std::vector<VTAlertRequest> asked;
+    int runModal(const VTAlertRequest &request) override;
+};
+
+// A sandboxed machine with one client application, "Quill" (com.vantreel.Quill), whose
+// catalogue has "backup" (-backup), "clean" (-clean -quiet) and the root task "repair".
+class TasksFixture : public ::testing::Test
+{
+protected:
+    Sandbox sandbox;
+    FakeIdentity::Scoped identity;
+    MockClock::Scoped clock;
+    std::unique_ptr<LaunchctlRecorder> launchctl;
+    std::shared_ptr<ScriptedAlerts> alerts = std::make_shared<ScriptedAlerts>();
+    QString applications;
+    QString quill;
+
+    void SetUp() override;
+    void TearDown() override;
+
+    QString agents() const;
+    QString daemons() const;
+    PlistDict readJob(const QString &path) const;
+    // The file as an independent XML reader sees it.
+    QVariant parseIndependently(const QString &path) const;
+};

@@ -1,0 +1,140 @@
+#include "support/VTException.h"
+#include "tasks/VTScheduledTask.h"
+#include "testsupport/FakeIdentity.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+PlistDict interval(std::initializer_list<std::pair<const char *, int>> keys)
+{
+    PlistDict d;
+    for (const auto &[k, v] : keys) {
+        d.insert(QLatin1String(k), v);
+    }
+    return d;
+}
+
+QString friendly(const char *minute, const char *hour, const char *day, const char *weekday,
+                 const char *month)
+{
+    return VTScheduledTask::friendlyIntervalDescription(
+        QString::fromUtf8(minute), QString::fromUtf8(hour), QString::fromUtf8(day),
+        QString::fromUtf8(weekday), QString::fromUtf8(month));
+}
+
+} // namespace
+
+TEST(IntervalExpressionTest, FieldsAreMinuteHourDayWeekdayMonth)
+{
+    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString("30,2,,,"),
+              interval({{"Minute", 30}, {"Hour", 2}}));
+    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString(",,,,3"), interval({{"Month", 3}}));
+    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString(",,,,"), PlistDict());
+    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString("(null),5,(null),(null),(null)"),
+              interval({{"Hour", 5}}));
+    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString("0,9,,1,"),
+              interval({{"Minute", 0}, {"Hour", 9}, {"Weekday", 1}}));
+    // Extra fields are ignored.
+    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString("1,2,3,4,5,6"),
+              interval({{"Minute", 1}, {"Hour", 2}, {"Day", 3}, {"Weekday", 4}, {"Month", 5}}));
+}
+
+TEST(IntervalExpressionTest, KeysKeepTheExpressionsOrder)
+{
+    const PlistDict d = VTScheduledTask::intervalDictionaryFromString("15,,1,,12");
+    EXPECT_EQ(d.keys(), QStringList({"Minute", "Day", "Month"}));
+}
+
+TEST(IntervalExpressionTest, ValuesAreReadLikeIntegersWithoutRangeChecks)
+{
+    // No wildcard syntax: an asterisk or a letter stores 0, and nothing is range checked.
+    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString("*,x,75, 7b,-3"),
+              interval({{"Minute", 0}, {"Hour", 0}, {"Day", 75}, {"Weekday", 7}, {"Month", -3}}));
+}
+
+TEST(IntervalExpressionTest, FewerThanFiveFieldsRaiseToTheCaller)
+{
+    try {
+        VTScheduledTask::intervalDictionaryFromString("1,2,3");
+        FAIL() << "no error raised";
+    } catch (const std::exception &e) {
+        EXPECT_EQ(VTException::nameOf(e), QStringLiteral("NSRangeException"));
+    }
+    EXPECT_THROW(VTScheduledTask::intervalDictionaryFromString(""), std::exception);
+}
+
+TEST(FriendlyIntervalTest, TheSentencesOfEachCombination)
+{
+    EXPECT_EQ(friendly("30", "", "", "", ""), "Every hour at minute 30");
+    EXPECT_EQ(friendly("", "7", "", "", ""), "Every day at 7:00");
+    EXPECT_EQ(friendly("15", "9", "", "1", ""), "Every Monday at 9:15");
+    EXPECT_EQ(friendly("", "", "", "", "3"), "Every March Every hour at minute 00");
+    EXPECT_EQ(friendly("", "", "15", "", ""), "Every month on day 15 Every hour at minute 00");
+    EXPECT_EQ(friendly("0", "18", "", "5", "12"), "Every December on every Friday at 18:00");
+    EXPECT_EQ(friendly("5", "14", "", "", "2"), "Every February on every day at 14:05");
+    EXPECT_EQ(friendly("45", "", "", "3", ""), "Every Wednesday Every hour at minute 45");
+    EXPECT_EQ(friendly("1", "6", "2", "4", "11"), "Every November on day 2 at 6:01");
+    EXPECT_EQ(friendly("", "", "", "", ""), "");
+}
+
+TEST(FriendlyIntervalTest, NamesOfDaysAndMonths)
+{
+    EXPECT_EQ(friendly("0", "8", "", "7", ""), "Every Sunday at 8:00");
+    EXPECT_EQ(friendly("0", "8", "", "0", ""), "Every Sunday at 8:00");
+    EXPECT_EQ(friendly("0", "8", "", "9", ""), "Every Unknown at 8:00");
+    EXPECT_EQ(friendly("0", "8", "", "", "13"), "Every Unknown on every day at 8:00");
+    // The hour is never padded; the minute always is.
+    EXPECT_EQ(friendly("7", "3", "", "", ""), "Every day at 3:07");
+}
+
+class FrequencyTextTest : public ::testing::Test
+{
+protected:
+    FakeIdentity::Scoped identity;
+    VTScheduledTask task;
+
+    QString textFor(qint64 type)
+    {
+        task.setScheduleType(type);
+        return task.frequencyStringFromScheduleType();
+    }
+};
+
+TEST_F(FrequencyTextTest, FixedSchedules)
+{
+    EXPECT_EQ(textFor(0), "Run at system startup");
+    EXPECT_EQ(textFor(1), "When a new disk is mounted");
+    EXPECT_EQ(textFor(2), "Once an hour");
+    EXPECT_EQ(textFor(3), "Once a day");
+    EXPECT_EQ(textFor(4), "Once a week");
+    EXPECT_EQ(textFor(5), "Once a month");
+    EXPECT_EQ(textFor(-1), "Unknown");
+    EXPECT_EQ(textFor(9), "Unknown");
+}
+
+TEST_F(FrequencyTextTest, SecondsAreCountedInEnglish)
+{
+    task.setIntervalSeconds(1);
+    EXPECT_EQ(textFor(6), "Every 1 second");
+    task.setIntervalSeconds(30);
+    EXPECT_EQ(textFor(6), "Every 30 seconds");
+    task.setIntervalSeconds(0);
+    EXPECT_EQ(textFor(6), "Every 0 seconds");
+}
+
+TEST_F(FrequencyTextTest, CalendarAndFolderSchedules)
+{
+    task.setInterval(PlistDict());
+    EXPECT_EQ(textFor(7), "");
+    task.setInterval(interval({{"Hour", 14}, {"Minute", 0}}));
+    EXPECT_EQ(textFor(7), "Every day at 14:00");
+
+    identity->home = QStringLiteral("/home/anna");
+    task.setIntervalDirectory(QStringLiteral("/home/anna/Documents/Inbox"));
+    EXPECT_EQ(textFor(8), "Whenever ~/Documents/Inbox changes");
+    task.setIntervalDirectory(QStringLiteral("/srv/share"));
+    EXPECT_EQ(textFor(8), "Whenever /srv/share changes");
+    task.setIntervalDirectory(QStringLiteral("/home/annabel/x"));
+    EXPECT_EQ(textFor(8), "Whenever /home/annabel/x changes");
+}

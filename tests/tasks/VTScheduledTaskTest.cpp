@@ -1,0 +1,258 @@
+#include "TasksFixture.h"
+
+#include "platform/PropertyList.h"
+#include "tasks/VTScheduledTask.h"
+#include "testsupport/TestFiles.h"
+
+#include <QDir>
+
+#include <algorithm>
+
+TEST(VTScheduledTaskRecordTest, DefaultsLeaveBundleTaskRootAndIconUnset)
+{
+    const VTScheduledTask task;
+    EXPECT_EQ(task.filename(), QString());
+    EXPECT_EQ(task.taskDescription(), QString());
+    EXPECT_EQ(task.scheduleType(), 0);
+    EXPECT_EQ(task.intervalSeconds(), 0);
+    EXPECT_EQ(task.interval(), PlistDict());
+    EXPECT_EQ(task.taskArguments(), QStringList());
+    EXPECT_EQ(task.enabled(), true);
+    EXPECT_EQ(task.intervalDirectory(), QString());
+    EXPECT_FALSE(task.taskBundleID().has_value());
+    EXPECT_FALSE(task.taskID().has_value());
+    EXPECT_FALSE(task.root().has_value());
+    EXPECT_FALSE(task.icon().has_value());
+}
+
+TEST(VTScheduledTaskRecordTest, DescriptionDictionaryEndsAtTheFirstUnsetProperty)
+{
+    VTScheduledTask task;
+    task.setFilename(QStringLiteral("/x/com.vantreel.ScheduledTask1.plist"));
+    task.setTaskBundleID(QStringLiteral("com.vantreel.Quill"));
+    // taskID is unset: it and every key after it are missing.
+    EXPECT_EQ(task.descriptionDictionary().keys(),
+              QStringList({"filename", "taskDescription", "taskBundleID"}));
+    EXPECT_FALSE(task.description().contains(QStringLiteral("taskID")));
+
+    task.setTaskID(QStringLiteral("backup"));
+    task.setRoot(false);
+    task.setScheduleType(3);
+    const PlistDict full = task.descriptionDictionary();
+    EXPECT_EQ(full.keys(),
+              QStringList({"filename", "taskDescription", "taskBundleID", "taskID", "scheduleType",
+                           "intervalSeconds", "interval", "taskArguments", "enabled", "root",
+                           "intervalDirectory", "frequencyDescription"}));
+    EXPECT_EQ(full.value(QStringLiteral("frequencyDescription")).string(),
+              QStringLiteral("Once a day"));
+    EXPECT_EQ(task.description(),
+              QStringLiteral(
+                  "{\n    enabled = 1;\n    filename = \"/x/com.vantreel.ScheduledTask1.plist\";\n"
+                  "    frequencyDescription = \"Once a day\";\n    interval =     {\n    };\n"
+                  "    intervalDirectory = \"\";\n    intervalSeconds = 0;\n    root = 0;\n"
+                  "    scheduleType = 3;\n    taskArguments =     (\n    );\n"
+                  "    taskBundleID = com.vantreel.Quill;\n    taskDescription = \"\";\n"
+                  "    taskID = backup;\n}"));
+}
+
+TEST(VTScheduledTaskRecordTest, SortingComparesTheShownTexts)
+{
+    auto make = [](const char *description, bool enabled, qint64 type, qint64 seconds = 0) {
+        auto t = std::make_shared<VTScheduledTask>();
+        t->setTaskDescription(QString::fromUtf8(description));
+        t->setEnabled(enabled);
+        t->setScheduleType(type);
+        t->setIntervalSeconds(seconds);
+        return t;
+    };
+    const auto daily = make("beta", true, 3);
+    const auto hourly = make("Alpha", false, 2);
+    const auto seconds = make("gamma", true, 6, 10);
+
+    // By text, not by type number: "Every 10 seconds" < "Once a day" < "Once an hour".
+    EXPECT_LT(seconds->frequencyCompare(*daily), 0);
+    EXPECT_LT(daily->frequencyCompare(*hourly), 0);
+    EXPECT_GT(hourly->frequencyCompare(*daily), 0);
+    EXPECT_EQ(daily->frequencyCompare(*make("x", true, 3)), 0);
+
+    EXPECT_LT(hourly->descriptionCompare(*daily), 0); // case-insensitive: Alpha < beta
+    EXPECT_EQ(make("BETA", true, 0)->descriptionCompare(*daily), 0);
+
+    EXPECT_LT(hourly->enabledCompare(*daily), 0); // disabled before enabled
+    EXPECT_EQ(daily->enabledCompare(*seconds), 0);
+}
+
+class ScheduleFromStringTest : public TasksFixture
+{
+protected:
+    VTScheduledTask task;
+};
+
+TEST_F(ScheduleFromStringTest, ExactStringsChooseWhatTheValueMeans)
+{
+    task.setScheduleTypeFromString(QStringLiteral("6"), QStringLiteral("45"));
+    EXPECT_EQ(task.scheduleType(), 6);
+    EXPECT_EQ(task.intervalSeconds(), 45);
+
+    task.setScheduleTypeFromString(QStringLiteral("7"), QStringLiteral("30,2,,,"));
+    EXPECT_EQ(task.scheduleType(), 7);
+    EXPECT_EQ(task.interval()->keys(), QStringList({"Minute", "Hour"}));
+
+    task.setScheduleTypeFromString(QStringLiteral("8"), QStringLiteral("/srv/inbox"));
+    EXPECT_EQ(task.intervalDirectory(), QStringLiteral("/srv/inbox"));
+    task.setScheduleTypeFromString(QStringLiteral("8"), std::nullopt);
+    EXPECT_FALSE(task.intervalDirectory().has_value());
+
+    // "06" is type 6 by number but not by string: the seconds stay.
+    task.setScheduleTypeFromString(QStringLiteral("06"), QStringLiteral("99"));
+    EXPECT_EQ(task.scheduleType(), 6);
+    EXPECT_EQ(task.intervalSeconds(), 45);
+
+    task.setScheduleTypeFromString(QStringLiteral("3"), QStringLiteral("anything"));
+    EXPECT_EQ(task.scheduleType(), 3);
+    task.setScheduleTypeFromString(QStringLiteral("daily"), std::nullopt);
+    EXPECT_EQ(task.scheduleType(), 0);
+}
+
+TEST_F(ScheduleFromStringTest, MissingIntervalValueIsReportedAfterTheTypeChanged)
+{
+    TestFiles::CaptureStderr console;
+    task.setScheduleTypeFromString(QStringLiteral("7"), std::nullopt);
+    EXPECT_EQ(task.scheduleType(), 7);
+    EXPECT_TRUE(console.finish().contains(
+        QStringLiteral("] You must specify an interval value for this interval type")));
+}
+
+TEST_F(ScheduleFromStringTest, AShortExpressionIsCaughtByTheMethodsGuard)
+{
+    TestFiles::CaptureStderr console;
+    task.setScheduleTypeFromString(QStringLiteral("7"), QStringLiteral("1,2"));
+    EXPECT_EQ(task.scheduleType(), 7);
+    EXPECT_EQ(task.interval(), PlistDict());
+    EXPECT_TRUE(console.finish().contains(QStringLiteral(
+        "Exception in VTScheduledTask::setScheduleTypeFromString. NSRangeException")));
+}
+
+class TaskFactoryTest : public TasksFixture
+{};
+
+TEST_F(TaskFactoryTest, TheFirstFreeNumberIsTaken)
+{
+    QDir().mkpath(agents());
+    TestFiles::write(agents() + "/com.vantreel.ScheduledTask1.plist", "x");
+    TestFiles::write(agents() + "/com.vantreel.ScheduledTask3.plist", "x");
+    const auto task = VTScheduledTask::taskWithBundleID(
+        QStringLiteral("com.vantreel.Quill"), QStringList{"-backup"}, 3, 0, PlistDict(), false);
+    ASSERT_TRUE(task);
+    EXPECT_EQ(task->filename(), agents() + "/com.vantreel.ScheduledTask2.plist");
+    EXPECT_EQ(task->taskDescription(), QStringLiteral("Back up the library"));
+    EXPECT_EQ(task->taskID(), QStringLiteral("backup"));
+    EXPECT_EQ(task->enabled(), true);
+    EXPECT_EQ(task->intervalDirectory(), QString());
+}
+
+TEST_F(TaskFactoryTest, RootTasksAreNumberedOnTheirOwnInTheSystemFolder)
+{
+    QDir().mkpath(agents());
+    TestFiles::write(agents() + "/com.vantreel.ScheduledTask1.plist", "x");
+    const auto task = VTScheduledTask::taskWithBundleID(
+        QStringLiteral("com.vantreel.Quill"), QStringList{"-repair"}, 2, 0, PlistDict(), true);
+    ASSERT_TRUE(task);
+    EXPECT_EQ(task->filename(), daemons() + "/com.vantreel.RootScheduledTask1.plist");
+    EXPECT_TRUE(QFileInfo(daemons()).isDir());
+}
+
+TEST_F(TaskFactoryTest, AFolderThatCannotBeMadeGivesNoTaskAndNoFile)
+{
+    // A file where the Library folder should be.
+    TestFiles::write(sandbox.home() + "/Library", "not a folder");
+    TestFiles::CaptureStderr console;
+    const auto task = VTScheduledTask::taskWithBundleID(
+        QStringLiteral("com.vantreel.Quill"), QStringList{"-backup"}, 3, 0, PlistDict(), false);
+    EXPECT_FALSE(task);
+    EXPECT_EQ(console.finish(), QString());
+    EXPECT_TRUE(launchctl->calls().isEmpty());
+}
+
+TEST_F(TaskFactoryTest, AFailedSaveGivesBackTheClaimedNumber)
+{
+    const auto task = VTScheduledTask::taskWithBundleID(
+        QStringLiteral("com.vantreel.Missing"), QStringList{"-x"}, 3, 0, PlistDict(), false);
+    EXPECT_FALSE(task);
+    EXPECT_TRUE(QDir(agents()).entryList(QDir::Files).isEmpty());
+}
+
+TEST_F(TaskFactoryTest, CommandLineFactoryBuildsFromTheCatalogue)
+{
+    const auto task = VTScheduledTask::taskWithBundleID(
+        QStringLiteral("com.vantreel.Quill"), QStringLiteral("clean"), QStringLiteral("7"),
+        QStringLiteral("30,2,,,"), false);
+    ASSERT_TRUE(task);
+    EXPECT_EQ(task->taskArguments(), QStringList({"-clean", "-quiet"}));
+    EXPECT_EQ(task->scheduleType(), 7);
+    EXPECT_EQ(task->interval()->keys(), QStringList({"Minute", "Hour"}));
+    EXPECT_EQ(task->taskID(), QStringLiteral("clean"));
+    // Saved twice, each time unloaded and loaded.
+    const QString file = *task->filename();
+    EXPECT_EQ(launchctl->calls(),
+              QStringList({"unload " + file, "load " + file, "unload " + file, "load " + file}));
+}
+
+TEST_F(TaskFactoryTest, FolderTasksAreWrittenAgainWithTheirFolder)
+{
+    const auto task = VTScheduledTask::taskWithBundleID(
+        QStringLiteral("com.vantreel.Quill"), QStringLiteral("backup"), QStringLiteral("8"),
+        QStringLiteral("/srv/inbox"), false);
+    ASSERT_TRUE(task);
+    const PlistDict job = readJob(*task->filename());
+    EXPECT_EQ(job.value(QStringLiteral("WatchPaths")).stringList(), QStringList{"/srv/inbox"});
+    EXPECT_EQ(job.value(QStringLiteral("EnvironmentVariables"))
+                  .dict()
+                  .value(QStringLiteral("VTCommandID"))
+                  .string(),
+              QStringLiteral("backup"));
+    EXPECT_EQ(launchctl->calls().size(), 4);
+}
+
+TEST_F(TaskFactoryTest, SecondsAndCalendarNeedAValue)
+{
+    for (const char *type : {"6", "7"}) {
+        TestFiles::CaptureStderr console;
+        EXPECT_FALSE(VTScheduledTask::taskWithBundleID(
+            QStringLiteral("com.vantreel.Quill"), QStringLiteral("backup"),
+            QString::fromLatin1(type), std::nullopt, false));
+        EXPECT_TRUE(console.finish().contains(
+            QStringLiteral("You must specify an interval value for this interval type")));
+    }
+    EXPECT_TRUE(launchctl->calls().isEmpty());
+    EXPECT_FALSE(VTScheduledTask::taskWithBundleID(QStringLiteral("com.vantreel.Quill"), QString(),
+                                                   QStringLiteral("3"), std::nullopt, false));
+}
+
+TEST_F(TaskFactoryTest, ConcurrentClaimsNeverShareANumber)
+{
+    constexpr int kTasks = 12;
+    std::vector<std::thread> threads;
+    std::vector<QString> names(kTasks);
+    for (int i = 0; i < kTasks; ++i) {
+        threads.emplace_back([&, i] {
+            const auto task =
+                VTScheduledTask::taskWithBundleID(QStringLiteral("com.vantreel.Quill"),
+                                                  QStringList{"-backup"}, 2, 0, PlistDict(), false);
+            if (task) {
+                names[i] = *task->filename();
+            }
+        });
+    }
+    for (auto &t : threads) {
+        t.join();
+    }
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(std::unique(names.begin(), names.end()), names.end());
+    const QStringList files = QDir(agents()).entryList(QDir::Files);
+    EXPECT_EQ(files.size(), kTasks);
+    for (const QString &f : files) {
+        EXPECT_TRUE(PropertyList::readDictionary(agents() + "/" + f).has_value())
+            << f.toStdString();
+    }
+}

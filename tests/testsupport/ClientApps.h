@@ -1,0 +1,21 @@
+#pragma once
+
+#include "platform/PlistDict.h"
+
+#include <QString>
+
+// Sample client applications for tests: bundles whose executable appends its arguments to
+// a file, with a task catalogue.
+class ClientApps
+{
+public:
+    // One catalogue entry.
+    static PlistValue entry(const QString &id, const QStringList &command,
+                            const QString &description, std::optional<bool> root = std::nullopt);
+    // A bundle NAME.app in folder with the identifier, CFBundleName and the catalogue
+    // ("VTTasks" = tasks) in Contents/VTTasks.plist, or in Info.plist when inInfoPlist.
+    static QString make(const QString &folder, const QString &name, const QString &bundleID,
+                        const PlistValue &tasks, bool inInfoPlist = false);
+    // The file the sample executables append "ARG1 ARG2 ..." lines to.
+    static QString runLog(const QString &bundlePath);
+};
