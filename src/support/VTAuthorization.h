@@ -47,7 +47,15 @@ public:
 
 private:
     explicit VTAuthorization(bool gui);
+    // Starts the helper, interactively or with the given credentials; reports failures.
     bool startHelper(const QString *userName, const QString *password);
+    // One request to the running helper; the status of the privileged call.
+    int callHelper(const QString &toolPath, const QStringList &parameters, bool async);
+    // The tool of a file operation: directly as root (not waited for), else with privileges.
+    bool runTool(const QString &toolPath, const QStringList &arguments);
+    // Where authTrashFile puts the path, collisions resolved; null when there is no trash.
+    QString trashDestination(const QString &path) const;
+    bool deletesOnRootAccount(bool deleteOnRootAccount) const;
 
     bool m_hasGUI = false;
     // The user's home, taken at creation when not running as root; null as root.

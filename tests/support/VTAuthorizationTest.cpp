@@ -1,0 +1,648 @@
+#include "support/VTAuthorization.h"
+
+#include "platform/Bundle.h"
+#include "platform/ProcessSpawner.h"
+#include "support/VTLog.h"
+#include "testsupport/FakeIdentity.h"
+#include "testsupport/MockClock.h"
+#include "testsupport/Sandbox.h"
+#include "testsupport/TestFiles.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+const QString kBundle = QStringLiteral(KAIRO_BINARY_DIR "/Kairo Planner.app");
+const QString kHelper = kBundle + QStringLiteral("/Contents/MacOS/kairo-helper");
+const QString kPassword = QStringLiteral("open sesame %20");
+// The mock clock's local time, as the trash names it.
+const QDateTime kNow(QDate(2011, 3, 4), QTime(12, 0, 5));
+const QString kStamp = QStringLiteral("20110304120005");
+
+template <typename F>
+bool waitUntil(F &&condition, std::chrono::milliseconds limit = 5000ms)
+{
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return condition();
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    return true;
+}
+
+bool appears(const QString &path)
+{
+    return waitUntil([&] { return QFileInfo::exists(path); });
+}
+
+bool disappears(const QString &path)
+{
+    return waitUntil([&] { return !QFileInfo::exists(path); });
+}
+
+std::string joined(const QStringList &lines)
+{
+    return lines.join(QLatin1Char('|')).toStdString();
+}
+
+// Records what would be started, and starts nothing: for the tools that run as root.
+class RecordingSpawner : public ProcessSpawner
+{
+public:
+    struct Call
+    {
+        QString program;
+        QStringList arguments;
+        bool detached;
+    };
+
+    std::shared_ptr<ChildProcess> start(const QString &program, const QStringList &arguments,
+                                        ProcessOutput, QString *) override
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_calls.push_back({program, arguments, false});
+        return std::make_shared<Finished>();
+    }
+
+    bool startDetached(const QString &program, const QStringList &arguments) override
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_calls.push_back({program, arguments, true});
+        return true;
+    }
+
+    // "program arg arg" per call, "&" at the end of one not waited for.
+    QStringList calls() const
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        QStringList out;
+        for (const auto &call : m_calls) {
+            out.append((QStringList{call.program} + call.arguments).join(QLatin1Char(' ')) +
+                       (call.detached ? QStringLiteral(" &") : QString()));
+        }
+        return out;
+    }
+
+private:
+    class Finished : public ChildProcess
+    {
+    public:
+        qint64 processId() const override { return 4242; }
+        void waitForFinished() override {}
+        QByteArray readStandardOutputChunk() override { return {}; }
+        QByteArray standardOutput() override { return {}; }
+        QByteArray standardError() override { return {}; }
+        int terminationStatus() const override { return 0; }
+        bool isRunning() const override { return false; }
+        void terminate() override {}
+        void kill() override {}
+    };
+
+    mutable std::mutex m_mutex;
+    std::vector<Call> m_calls;
+};
+
+// An ordinary user, anna, whose home is the sandbox's; pkexec is played by a script that
+// records how it was called and starts the real helper.
+class VTAuthorizationTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_identity->uid = 1000;
+        m_identity->name = QStringLiteral("anna");
+        m_identity->home = m_sandbox.home();
+        m_identity->homes.insert(QStringLiteral("anna"), m_sandbox.home());
+        Bundle::setMainBundlePath(kBundle);
+        VTLog::createNewLog(QStringLiteral("Authorization"));
+        useElevate();
+        VTAuthorization::resetForTesting();
+    }
+
+    void TearDown() override
+    {
+        VTAuthorization::resetForTesting();
+        ProcessSpawner::setCurrent(nullptr);
+    }
+
+    // The stand-in for pkexec: runs `before`, then becomes the helper.
+    void useElevate(const QString &before = QString())
+    {
+        const QString dir = m_sandbox.path();
+        const QString script = TestFiles::writeScript(
+            m_sandbox.file(QStringLiteral("bin/elevate")),
+            QStringLiteral(
+                "echo $$ >> '%1/elevate.pids'\n"
+                "for a in \"$@\"; do printf '[%s]\\n' \"$a\"; done >> '%1/elevate.args'\n"
+                "env > '%1/elevate.env'\n"
+                "%2\n"
+                "exec \"$@\" --allow-unprivileged 2>> '%1/helper.log'")
+                .arg(dir, before));
+        m_sandbox.setEnv("VT_ELEVATE", script);
+    }
+
+    void useElevateCheckingPassword()
+    {
+        useElevate(QStringLiteral("IFS= read -r pw || exit 1\n"
+                                  "[ \"$pw\" = '%1' ] || exit 1")
+                       .arg(kPassword));
+    }
+
+    QStringList elevations() const
+    {
+        return TestFiles::lines(m_sandbox.path() + QStringLiteral("/elevate.args"));
+    }
+
+    qint64 lastHelperPid() const
+    {
+        const QStringList pids =
+            TestFiles::lines(m_sandbox.path() + QStringLiteral("/elevate.pids"));
+        return pids.isEmpty() ? -1 : pids.last().toLongLong();
+    }
+
+    QString helperLog() const
+    {
+        return QString::fromUtf8(TestFiles::read(m_sandbox.path() + QStringLiteral("/helper.log")));
+    }
+
+    QString logText() const
+    {
+        VTLog::finishWriting();
+        return QString::fromUtf8(TestFiles::read(VTLog::currentLogPath()));
+    }
+
+    QString trash() const { return m_sandbox.home() + QStringLiteral("/.local/share/Trash"); }
+
+    QString work(const QString &name, const QByteArray &content = "data") const
+    {
+        const QString path = m_sandbox.file(QStringLiteral("work/") + name);
+        TestFiles::write(path, content);
+        return path;
+    }
+
+    // Plays root, with anna at the console, the tools recorded instead of run.
+    std::shared_ptr<RecordingSpawner> playRoot(bool newInstance = true)
+    {
+        m_identity->uid = 0;
+        m_identity->name = QStringLiteral("root");
+        m_identity->home = m_sandbox.path() + QStringLiteral("/rootshome");
+        m_identity->console = QStringLiteral("anna");
+        auto spawner = std::make_shared<RecordingSpawner>();
+        ProcessSpawner::setCurrent(spawner);
+        if (newInstance) {
+            VTAuthorization::resetForTesting();
+        }
+        return spawner;
+    }
+
+    Sandbox m_sandbox;
+    FakeIdentity::Scoped m_identity;
+    MockClock::Scoped m_clock{kNow};
+};
+
+TEST_F(VTAuthorizationTest, TheFirstCallDecidesWhetherThereIsAGui)
+{
+    VTAuthorization &headless = VTAuthorization::sharedController(false);
+    EXPECT_EQ(&VTAuthorization::sharedController(true), &headless);
+    EXPECT_EQ(&VTAuthorization::sharedController(), &headless);
+    EXPECT_FALSE(headless.hasGUI());
+    EXPECT_FALSE(headless.canAuthorize());
+    EXPECT_FALSE(headless.isAuthorized());
+
+    VTAuthorization::resetForTesting();
+    VTAuthorization &windowed = VTAuthorization::sharedController();
+    EXPECT_TRUE(windowed.hasGUI());
+    EXPECT_TRUE(windowed.canAuthorize());
+    EXPECT_FALSE(windowed.isAuthorized());
+}
+
+TEST_F(VTAuthorizationTest, WithoutAGuiNothingAsksForAPassword)
+{
+    VTAuthorization &auth = VTAuthorization::sharedController(false);
+    const QString folder = m_sandbox.path() + QStringLiteral("/never");
+    TestFiles::CaptureStderr console;
+    EXPECT_FALSE(auth.authStart());
+    EXPECT_EQ(
+        auth.authExecTask(QStringLiteral("/bin/mkdir"), {QStringLiteral("-p"), folder}, false), -1);
+    EXPECT_FALSE(auth.authCreateDir(folder));
+    const QString text = console.finish();
+    EXPECT_EQ(text.count(QStringLiteral("] Unable to authorize\n")), 3) << text.toStdString();
+    EXPECT_TRUE(elevations().isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(folder));
+}
+
+TEST_F(VTAuthorizationTest, AMissingToolIsReportedWithoutAskingForAPassword)
+{
+    VTAuthorization &auth = VTAuthorization::sharedController();
+    TestFiles::CaptureStderr console;
+    EXPECT_EQ(auth.authExecTask(QStringLiteral("/no/such/tool"), {QStringLiteral("x")}), -2);
+    EXPECT_EQ(auth.authExecTask(QString(), {}, false), -2);
+    EXPECT_TRUE(console.finish().contains(
+        QStringLiteral("] Unable to execute task: path /no/such/tool doesn't exist\n")));
+    EXPECT_TRUE(elevations().isEmpty());
+    EXPECT_FALSE(auth.isAuthorized());
+}
+
+TEST_F(VTAuthorizationTest, TheHelperRunsToolsUntilAuthEnd)
+{
+    VTAuthorization &auth = VTAuthorization::sharedController();
+    ASSERT_TRUE(auth.authStart()) << helperLog().toStdString();
+    EXPECT_TRUE(auth.isAuthorized());
+    EXPECT_EQ(joined(elevations()), "[" + kHelper.toStdString() + "]");
+    // Already authorized: nothing more is started.
+    EXPECT_TRUE(auth.authStart());
+    EXPECT_EQ(elevations().size(), 1);
+
+    const QString waited = m_sandbox.path() + QStringLiteral("/waited for/a b");
+    EXPECT_EQ(
+        auth.authExecTask(QStringLiteral("/bin/mkdir"), {QStringLiteral("-p"), waited}, false), 0);
+    EXPECT_TRUE(QFileInfo(waited).isDir());
+
+    const QString started = m_sandbox.path() + QStringLiteral("/not waited for");
+    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/mkdir"), {QStringLiteral("-p"), started}), 0);
+    EXPECT_TRUE(appears(started));
+
+    // The tool's own failure is not the call's: mkdir of an existing folder fails, the call
+    // succeeds.
+    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/mkdir"), {waited}, false), 0);
+
+    // A program the helper does not run.
+    const QString marker = m_sandbox.path() + QStringLiteral("/marker");
+    const int status =
+        auth.authExecTask(QStringLiteral("/bin/sh"),
+                          {QStringLiteral("-c"), QStringLiteral("touch ") + marker}, false);
+    EXPECT_NE(status, 0);
+    EXPECT_NE(status, -1);
+    EXPECT_NE(status, -2);
+    EXPECT_FALSE(QFileInfo::exists(marker));
+    EXPECT_TRUE(helperLog().contains(
+        QStringLiteral("Refused request (not an allowed program): run /bin/sh")));
+    EXPECT_TRUE(auth.isAuthorized());
+
+    const qint64 helper = lastHelperPid();
+    ASSERT_GT(helper, 0);
+    auth.authEnd();
+    EXPECT_FALSE(auth.isAuthorized());
+    EXPECT_FALSE(QFileInfo::exists(QStringLiteral("/proc/%1").arg(helper)));
+}
+
+TEST_F(VTAuthorizationTest, ADeadHelperIsStartedOnceMore)
+{
+    VTAuthorization &auth = VTAuthorization::sharedController();
+    ASSERT_TRUE(auth.authStart());
+    ASSERT_EQ(::kill(static_cast<pid_t>(lastHelperPid()), SIGKILL), 0);
+    EXPECT_TRUE(waitUntil([&] { return !auth.isAuthorized(); }));
+
+    const QString folder = m_sandbox.path() + QStringLiteral("/after restart");
+    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/mkdir"), {folder}, false), 0);
+    EXPECT_TRUE(QFileInfo(folder).isDir());
+    EXPECT_EQ(elevations().size(), 2);
+    EXPECT_TRUE(auth.isAuthorized());
+}
+
+TEST_F(VTAuthorizationTest, ACancelledElevationLeavesTheInstanceUnauthorized)
+{
+    useElevate(QStringLiteral("exit 126"));
+    VTAuthorization &auth = VTAuthorization::sharedController();
+    EXPECT_FALSE(auth.authStart());
+    EXPECT_FALSE(auth.isAuthorized());
+    const QString folder = m_sandbox.path() + QStringLiteral("/refused");
+    // The next privileged operation asks again, and is refused again.
+    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/mkdir"), {folder}, false), -1);
+    EXPECT_FALSE(auth.authCreateDir(folder));
+    EXPECT_EQ(elevations().size(), 3);
+    EXPECT_FALSE(QFileInfo::exists(folder));
+}
+
+TEST_F(VTAuthorizationTest, CredentialsAreCheckedOnceAndNeverShown)
+{
+    useElevateCheckingPassword();
+    VTAuthorization &auth = VTAuthorization::sharedController(false);
+
+    TestFiles::CaptureStderr console;
+    EXPECT_FALSE(auth.authStartWithUser(QStringLiteral("anna"), QStringLiteral("wrong")));
+    EXPECT_FALSE(auth.isAuthorized());
+    EXPECT_TRUE(console.finish().contains(
+        QStringLiteral("] Authorization failed. Invalid username or password\n")));
+    EXPECT_TRUE(logText().contains(
+        QStringLiteral(" - Authorization failed. Invalid username or password\n")));
+
+    // No interaction even without a GUI; an empty name goes on to the elevation program.
+    EXPECT_TRUE(auth.authStartWithUser(QString(QLatin1String("")), kPassword));
+    EXPECT_TRUE(auth.isAuthorized());
+    const QString folder = m_sandbox.path() + QStringLiteral("/with credentials");
+    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/mkdir"), {folder}, false), 0);
+    EXPECT_TRUE(QFileInfo(folder).isDir());
+
+    EXPECT_EQ(joined(elevations()),
+              "[" + kHelper.toStdString() + "]|[" + kHelper.toStdString() + "]");
+    for (const QString &recorded : {QStringLiteral("/elevate.args"), QStringLiteral("/elevate.env"),
+                                    QStringLiteral("/helper.log")}) {
+        EXPECT_FALSE(TestFiles::read(m_sandbox.path() + recorded).contains("open sesame"))
+            << recorded.toStdString();
+    }
+    EXPECT_FALSE(logText().contains(QStringLiteral("open sesame")));
+}
+
+TEST_F(VTAuthorizationTest, NullCredentialsAreRefusedAtOnce)
+{
+    useElevateCheckingPassword();
+    VTAuthorization &auth = VTAuthorization::sharedController();
+    EXPECT_FALSE(auth.authStartWithUser(QString(), kPassword));
+    EXPECT_FALSE(auth.authStartWithUser(QStringLiteral("anna"), QString()));
+    EXPECT_TRUE(elevations().isEmpty());
+}
+
+TEST_F(VTAuthorizationTest, WithoutAStandInOnlyTheInvokingUsersCredentialsCanBeChecked)
+{
+    m_sandbox.setEnv("VT_ELEVATE", std::nullopt);
+    VTAuthorization &auth = VTAuthorization::sharedController();
+    TestFiles::CaptureStderr console;
+    EXPECT_FALSE(auth.authStartWithUser(QStringLiteral("bob"), kPassword));
+    EXPECT_TRUE(console.finish().contains(
+        QStringLiteral("Authorization failed. Invalid username or password")));
+    EXPECT_FALSE(auth.isAuthorized());
+}
+
+TEST_F(VTAuthorizationTest, SystemFoldersAreNeverMovedTrashedOrDeleted)
+{
+    VTAuthorization &auth = VTAuthorization::sharedController();
+    const QString home = m_sandbox.home();
+    const QString library = home + QStringLiteral("/Library");
+    const QString localLibrary = m_sandbox.localRoot() + QStringLiteral("/Library");
+    QDir().mkpath(library + QStringLiteral("/Preferences"));
+    QDir().mkpath(localLibrary);
+    TestFiles::write(library + QStringLiteral("/Preferences/keep.plist"), "keep");
+    const QString target = m_sandbox.path() + QStringLiteral("/target");
+
+    TestFiles::CaptureStderr console;
+    for (const QString &folder : {QStringLiteral("/"), home, library, localLibrary}) {
+        EXPECT_FALSE(auth.authMoveFile(folder, target)) << folder.toStdString();
+        EXPECT_FALSE(auth.authTrashFile(folder)) << folder.toStdString();
+        EXPECT_FALSE(auth.authTrashFile(folder, true)) << folder.toStdString();
+        EXPECT_FALSE(auth.authRemoveFile(folder)) << folder.toStdString();
+        EXPECT_FALSE(auth.authMoveFolderContents(folder, target)) << folder.toStdString();
+        EXPECT_FALSE(auth.authTrashFolderContents(folder)) << folder.toStdString();
+    }
+    const QString text = console.finish();
+    EXPECT_TRUE(text.contains(
+        QStringLiteral("] Unable to move path / because it is a system directory.\n")));
+    EXPECT_TRUE(text.contains(
+        QStringLiteral("] Unable to trash path %1 because it is a system directory.\n").arg(home)));
+    EXPECT_TRUE(text.contains(
+        QStringLiteral("] Unable to delete path %1 because it is a system directory.\n")
+            .arg(library)));
+    EXPECT_TRUE(text.contains(
+        QStringLiteral("] Unable to move contents of path %1 because it is a system directory.\n")
+            .arg(localLibrary)));
+    EXPECT_TRUE(text.contains(QStringLiteral(
+        "] Unable to trash folder contents of path / because it is a system directory.\n")));
+    EXPECT_EQ(text.count(QStringLiteral("because it is a system directory.")), 24);
+    // Refused before anything is asked or run.
+    EXPECT_TRUE(elevations().isEmpty());
+    EXPECT_TRUE(QFileInfo::exists(library + QStringLiteral("/Preferences/keep.plist")));
+    EXPECT_FALSE(QFileInfo::exists(target));
+}
+
+TEST_F(VTAuthorizationTest, AsRootTheGuardMatchesExactlyAndToolsRunDirectly)
+{
+    auto spawner = playRoot();
+    VTAuthorization &auth = VTAuthorization::sharedController(false);
+    EXPECT_TRUE(auth.canAuthorize());
+    EXPECT_TRUE(auth.isAuthorized());
+    EXPECT_TRUE(auth.authStart());
+    EXPECT_TRUE(auth.authStartWithUser(QStringLiteral("anyone"), QStringLiteral("anything")));
+
+    // The user meant is anna at the console: her home and Library are protected.
+    TestFiles::CaptureStderr console;
+    EXPECT_FALSE(auth.authMoveFile(m_sandbox.home(), QStringLiteral("/tmp/x")));
+    EXPECT_FALSE(auth.authRemoveFile(m_sandbox.home() + QStringLiteral("/Library")));
+    EXPECT_FALSE(auth.authTrashFile(QStringLiteral("/")));
+    EXPECT_EQ(console.finish().count(QStringLiteral("because it is a system directory.")), 3);
+    EXPECT_TRUE(spawner->calls().isEmpty());
+
+    // Only exact matches count here: /usr/bin lies under /usr and still moves.
+    EXPECT_TRUE(auth.authMoveFile(QStringLiteral("/usr/bin"), QStringLiteral("/usr/bin.old")));
+    EXPECT_TRUE(auth.authCopyFile(QStringLiteral("/usr/bin"), QStringLiteral("/opt/bin")));
+    EXPECT_TRUE(auth.authRemoveFile(QStringLiteral("/usr/bin.old")));
+    EXPECT_TRUE(auth.authCreateDir(QStringLiteral("/opt/new")));
+    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/chown"),
+                                {QStringLiteral("root:root"), QStringLiteral("/x")}),
+              0);
+    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/chmod"),
+                                {QStringLiteral("644"), QStringLiteral("/x")}, false),
+              0);
+    EXPECT_EQ(joined(spawner->calls()), "/bin/mv -f /usr/bin /usr/bin.old &|"
+                                        "/bin/cp -f -p -R /usr/bin /opt/bin &|"
+                                        "/bin/rm -Rdf /usr/bin.old &|"
+                                        "/bin/mkdir -p /opt/new &|"
+                                        "/bin/chown root:root /x &|"
+                                        "/bin/chmod 644 /x");
+    EXPECT_TRUE(elevations().isEmpty());
+    EXPECT_TRUE(m_clock->sleeps().empty());
+}
+
+TEST_F(VTAuthorizationTest, NullAndMissingPaths)
+{
+    VTAuthorization &auth = VTAuthorization::sharedController();
+    const QString missing = m_sandbox.path() + QStringLiteral("/missing");
+    TestFiles::CaptureStderr console;
+    EXPECT_FALSE(auth.authCopyFile(QString(), missing));
+    EXPECT_FALSE(auth.authCopyFile(missing, QString()));
+    EXPECT_FALSE(auth.authMoveFile(QString(), missing));
+    EXPECT_FALSE(auth.authMoveFile(missing, QString()));
+    EXPECT_FALSE(auth.authCopyFile(missing, missing + QStringLiteral("2")));
+    EXPECT_FALSE(auth.authMoveFile(missing, missing + QStringLiteral("2")));
+    const QString text = console.finish();
+    EXPECT_TRUE(text.contains(QStringLiteral("] Error in authCopyFile: old path is null\n")));
+    EXPECT_TRUE(text.contains(QStringLiteral("] Error in authCopyFile: new path is null\n")));
+    EXPECT_TRUE(text.contains(QStringLiteral("] Error in authMoveFile: old path is null\n")));
+    EXPECT_TRUE(text.contains(QStringLiteral("] Error in authMoveFile: new path is null\n")));
+    EXPECT_EQ(text.count(QLatin1Char('\n')), 4);
+    EXPECT_TRUE(elevations().isEmpty());
+    // An empty folder, or one that cannot be read, has nothing to fail on.
+    EXPECT_TRUE(auth.authMoveFolderContents(missing, m_sandbox.path()));
+    EXPECT_TRUE(auth.authTrashFolderContents(missing));
+}
+
+TEST_F(VTAuthorizationTest, FileOperationsWithPrivileges)
+{
+    VTAuthorization &auth = VTAuthorization::sharedController();
+    // Copying has no guard: even a protected folder may be copied.
+    const QString library = m_sandbox.home() + QStringLiteral("/Library");
+    TestFiles::write(library + QStringLiteral("/Preferences/a.plist"), "prefs");
+    const QString copy = m_sandbox.path() + QStringLiteral("/copy of library");
+    EXPECT_TRUE(auth.authCopyFile(library, copy));
+    EXPECT_TRUE(appears(copy + QStringLiteral("/Preferences/a.plist")));
+    EXPECT_TRUE(QFileInfo::exists(library + QStringLiteral("/Preferences/a.plist")));
+
+    const QString source = work(QStringLiteral("move me.plist"), "moved");
+    const QString moved = m_sandbox.path() + QStringLiteral("/moved.plist");
+    EXPECT_TRUE(auth.authMoveFile(source, moved));
+    EXPECT_TRUE(appears(moved));
+    EXPECT_TRUE(disappears(source));
+    EXPECT_EQ(TestFiles::read(moved), "moved");
+
+    EXPECT_TRUE(auth.authRemoveFile(copy));
+    EXPECT_TRUE(disappears(copy));
+
+    const QString folder = m_sandbox.path() + QStringLiteral("/new/deep folder");
+    EXPECT_TRUE(auth.authCreateDir(folder));
+    EXPECT_TRUE(appears(folder));
+    EXPECT_EQ(m_clock->sleeps(), std::vector<std::chrono::microseconds>{500us});
+    EXPECT_EQ(elevations().size(), 1);
+}
+
+TEST_F(VTAuthorizationTest, FolderContentsMoveEntryByEntryHiddenOnesToo)
+{
+    VTAuthorization &auth = VTAuthorization::sharedController();
+    work(QStringLiteral("a.plist"));
+    work(QStringLiteral(".hidden"));
+    work(QStringLiteral("sub folder/inner"));
+    const QString source = m_sandbox.path() + QStringLiteral("/work");
+    const QString destination = m_sandbox.mkdir(QStringLiteral("dest"));
+    EXPECT_TRUE(auth.authMoveFolderContents(source, destination));
+    for (const QString &name : {QStringLiteral("a.plist"), QStringLiteral(".hidden"),
+                                QStringLiteral("sub folder/inner")}) {
+        EXPECT_TRUE(appears(destination + QLatin1Char('/') + name)) << name.toStdString();
+    }
+    EXPECT_TRUE(waitUntil([&] {
+        return QDir(source).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    }));
+    EXPECT_TRUE(QFileInfo(source).isDir());
+}
+
+TEST_F(VTAuthorizationTest, TrashingKeepsEveryNameAndTellsTheDesktop)
+{
+    VTAuthorization &auth = VTAuthorization::sharedController();
+    const QString files = trash() + QStringLiteral("/files");
+    const QString info = trash() + QStringLiteral("/info");
+
+    // The trash does not exist yet.
+    const QString first = work(QStringLiteral("job.plist"), "first");
+    EXPECT_TRUE(auth.authTrashFile(first));
+    EXPECT_TRUE(appears(files + QStringLiteral("/job.plist")));
+    EXPECT_TRUE(disappears(first));
+    const QString firstInfo =
+        QString::fromUtf8(TestFiles::read(info + QStringLiteral("/job.plist.trashinfo")));
+    EXPECT_TRUE(firstInfo.startsWith(QStringLiteral("[Trash Info]\nPath=")));
+    EXPECT_TRUE(firstInfo.contains(QStringLiteral("/work/job.plist\n")));
+    EXPECT_TRUE(firstInfo.contains(QStringLiteral("DeletionDate=2011-03-04T12:00:05")));
+
+    // The same name again: the base name, "_", fourteen digits of local time, the extension.
+    const QString second = work(QStringLiteral("job.plist"), "second");
+    EXPECT_TRUE(auth.authTrashFile(second));
+    const QString renamed = files + QStringLiteral("/job_") + kStamp + QStringLiteral(".plist");
+    EXPECT_TRUE(appears(renamed));
+    EXPECT_TRUE(disappears(second));
+    EXPECT_EQ(TestFiles::read(renamed), "second");
+    EXPECT_EQ(TestFiles::read(files + QStringLiteral("/job.plist")), "first");
+    EXPECT_TRUE(QFileInfo::exists(info + QStringLiteral("/job_") + kStamp +
+                                  QStringLiteral(".plist.trashinfo")));
+
+    // Without an extension the name ends in a lone "."; a leading dot is no extension.
+    TestFiles::write(files + QStringLiteral("/notes"), "old");
+    TestFiles::write(files + QStringLiteral("/.profile"), "old");
+    TestFiles::write(files + QStringLiteral("/archive.tar.gz"), "old");
+    EXPECT_TRUE(auth.authTrashFile(work(QStringLiteral("notes"))));
+    EXPECT_TRUE(auth.authTrashFile(work(QStringLiteral(".profile"))));
+    EXPECT_TRUE(auth.authTrashFile(work(QStringLiteral("archive.tar.gz"))));
+    EXPECT_TRUE(appears(files + QStringLiteral("/notes_") + kStamp + QLatin1Char('.')));
+    EXPECT_TRUE(appears(files + QStringLiteral("/.profile_") + kStamp + QLatin1Char('.')));
+    EXPECT_TRUE(appears(files + QStringLiteral("/archive.tar_") + kStamp + QStringLiteral(".gz")));
+}
+
+TEST_F(VTAuthorizationTest, TrashingFolderContentsTrashesEveryEntry)
+{
+    VTAuthorization &auth = VTAuthorization::sharedController();
+    const QString files = trash() + QStringLiteral("/files");
+    TestFiles::write(files + QStringLiteral("/b.plist"), "already there");
+    work(QStringLiteral("a.plist"));
+    work(QStringLiteral("b.plist"));
+    work(QStringLiteral(".c"));
+    const QString folder = m_sandbox.path() + QStringLiteral("/work");
+    EXPECT_TRUE(auth.authTrashFolderContents(folder));
+    EXPECT_TRUE(appears(files + QStringLiteral("/a.plist")));
+    EXPECT_TRUE(appears(files + QStringLiteral("/b_") + kStamp + QStringLiteral(".plist")));
+    EXPECT_TRUE(appears(files + QStringLiteral("/.c")));
+    EXPECT_TRUE(waitUntil([&] {
+        return QDir(folder).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    }));
+    EXPECT_EQ(QDir(trash() + QStringLiteral("/info")).entryList(QDir::Files | QDir::Hidden).size(),
+              3);
+}
+
+TEST_F(VTAuthorizationTest, AsRootDeletingRemovesTheTrashPathAndLeavesTheSource)
+{
+    auto spawner = playRoot();
+    VTAuthorization &auth = VTAuthorization::sharedController(false);
+    const QString files = trash() + QStringLiteral("/files");
+    TestFiles::write(files + QStringLiteral("/job.plist"), "in the trash");
+    const QString source = work(QStringLiteral("job.plist"));
+
+    EXPECT_TRUE(auth.authTrashFile(source, true));
+    EXPECT_TRUE(auth.authTrashFile(source));
+    EXPECT_EQ(joined(spawner->calls()), "/bin/rm -Rdf " + files.toStdString() + "/job_" +
+                                            kStamp.toStdString() +
+                                            ".plist &|"
+                                            "/bin/mv -f " +
+                                            source.toStdString() + " " + files.toStdString() +
+                                            "/job_" + kStamp.toStdString() + ".plist &");
+    EXPECT_TRUE(QFileInfo::exists(source));
+    EXPECT_EQ(TestFiles::read(files + QStringLiteral("/job.plist")), "in the trash");
+
+    // A folder's contents are deleted entry by entry.
+    work(QStringLiteral(".hidden"));
+    const QString folder = m_sandbox.path() + QStringLiteral("/work");
+    EXPECT_TRUE(auth.authTrashFolderContents(folder, true));
+    const QStringList calls = spawner->calls().mid(2);
+    EXPECT_EQ(joined(calls), "/bin/rm -R -f " + folder.toStdString() + "/.hidden &|/bin/rm -R -f " +
+                                 folder.toStdString() + "/job.plist &");
+}
+
+TEST_F(VTAuthorizationTest, AnInstanceMadeBeforeBecomingRootKeepsItsUsersTrash)
+{
+    VTAuthorization &auth = VTAuthorization::sharedController(false);
+    auto spawner = playRoot(false);
+    // Someone else at the console now: the trash is still the one of the user the instance
+    // was made for, and nothing is deleted.
+    const QString bobsHome = m_sandbox.mkdir(QStringLiteral("home/bob"));
+    m_identity->console = QStringLiteral("bob");
+    m_identity->homes.insert(QStringLiteral("bob"), bobsHome);
+    const QString source = work(QStringLiteral("job.plist"));
+    EXPECT_TRUE(auth.authTrashFile(source, true));
+    EXPECT_EQ(joined(spawner->calls()), "/bin/mv -f " + source.toStdString() + " " +
+                                            trash().toStdString() + "/files/job.plist &");
+    EXPECT_FALSE(QFileInfo::exists(bobsHome + QStringLiteral("/.local")));
+}
+
+TEST_F(VTAuthorizationTest, AsRootTheRealToolsRunInTheSandbox)
+{
+    m_identity->uid = 0;
+    m_identity->console = QStringLiteral("anna");
+    VTAuthorization::resetForTesting();
+    VTAuthorization &auth = VTAuthorization::sharedController(false);
+    const QString source = work(QStringLiteral("report.txt"), "report");
+    EXPECT_TRUE(auth.authTrashFile(source));
+    const QString trashed = trash() + QStringLiteral("/files/report.txt");
+    EXPECT_TRUE(appears(trashed));
+    EXPECT_TRUE(disappears(source));
+    EXPECT_TRUE(QFileInfo::exists(trash() + QStringLiteral("/info/report.txt.trashinfo")));
+    EXPECT_TRUE(elevations().isEmpty());
+}
+
+} // namespace
