@@ -1,6 +1,6 @@
 #include "Bundle.h"
 
-#include "PropertyList.h"
+#include "PlistFileCache.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -35,7 +35,7 @@ std::optional<QString> runningBundlePath()
 
 Bundle::Bundle(const QString &path) : m_path(path)
 {
-    if (auto info = PropertyList::readDictionary(path + QStringLiteral("/Contents/Info.plist"))) {
+    if (auto info = PlistFileCache::readDictionary(path + QStringLiteral("/Contents/Info.plist"))) {
         m_info = std::move(*info);
     }
 }

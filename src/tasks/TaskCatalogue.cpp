@@ -1,7 +1,7 @@
 #include "TaskCatalogue.h"
 
 #include "VTScheduledTask.h"
-#include "platform/PropertyList.h"
+#include "platform/PlistFileCache.h"
 #include "platform/Workspace.h"
 #include "support/VTFormat.h"
 #include "support/VTReport.h"
@@ -25,10 +25,10 @@ std::optional<int> elementCount(const PlistValue &value)
 std::optional<PlistDict> TaskCatalogue::read(const QString &bundlePath)
 {
     if (auto tasks =
-            PropertyList::readDictionary(bundlePath + QStringLiteral("/Contents/VTTasks.plist"))) {
+            PlistFileCache::readDictionary(bundlePath + QStringLiteral("/Contents/VTTasks.plist"))) {
         return tasks;
     }
-    return PropertyList::readDictionary(bundlePath + QStringLiteral("/Contents/Info.plist"));
+    return PlistFileCache::readDictionary(bundlePath + QStringLiteral("/Contents/Info.plist"));
 }
 
 QString TaskCatalogue::oldFormatKey(const QStringList &arguments)
@@ -146,7 +146,7 @@ bool TaskCatalogue::isRootTask(const QString &bundleID, const QString &taskID)
         return false;
     }
     const auto tasks =
-        PropertyList::readDictionary(*appPath + QStringLiteral("/Contents/VTTasks.plist"));
+        PlistFileCache::readDictionary(*appPath + QStringLiteral("/Contents/VTTasks.plist"));
     if (!tasks) {
         return false;
     }

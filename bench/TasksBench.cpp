@@ -1,0 +1,143 @@
+// Writing and reading back 1,000 scheduled tasks. The reader's cost per file is compared
+// with what libplist alone needs to parse the same files; the goal is at most twice that.
+#include "platform/PropertyList.h"
+#include "support/VTAlert.h"
+#include "tasks/VTScheduledTask.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <plist/plist.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+
+namespace {
+
+// TASKSBENCH_TASKS and TASKSBENCH_ROUNDS shrink the run, for profiling.
+int setting(const char *name, int fallback)
+{
+    const char *v = std::getenv(name);
+    return v ? std::atoi(v) : fallback;
+}
+const int kTasks = setting("TASKSBENCH_TASKS", 1000);
+const int kRounds = setting("TASKSBENCH_ROUNDS", 5);
+
+double secondsSince(std::chrono::steady_clock::time_point start)
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+void writeClient(const QString &applications)
+{
+    const QString bundle = applications + QStringLiteral("/Quill.app");
+    QDir().mkpath(bundle + QStringLiteral("/Contents/MacOS"));
+    PlistDict info;
+    info.insert(QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.vantreel.Quill"));
+    info.insert(QStringLiteral("CFBundleName"), QStringLiteral("Quill"));
+    PropertyList::writeXml(PlistValue(info), bundle + QStringLiteral("/Contents/Info.plist"));
+    QFile exe(bundle + QStringLiteral("/Contents/MacOS/Quill"));
+    exe.open(QIODevice::WriteOnly);
+    exe.write("#!/bin/sh\n");
+    exe.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    PlistArray tasks;
+    for (int i = 0; i < 20; ++i) {
+        PlistDict entry;
+        entry.insert(QStringLiteral("id"), QStringLiteral("task%1").arg(i));
+        entry.insert(QStringLiteral("command"),
+                     PlistValue(QStringList{QStringLiteral("-run"), QString::number(i)}));
+        entry.insert(QStringLiteral("description"), QStringLiteral("Task number %1").arg(i));
+        tasks.emplace_back(entry);
+    }
+    PlistDict catalogue;
+    catalogue.insert(QStringLiteral("VTTasks"), PlistValue(tasks));
+    PropertyList::writeXml(PlistValue(catalogue),
+                           bundle + QStringLiteral("/Contents/VTTasks.plist"));
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QTemporaryDir sandbox;
+    const QString home = sandbox.path() + QStringLiteral("/home");
+    const QString applications = sandbox.path() + QStringLiteral("/Applications");
+    QDir().mkpath(home);
+    QDir().mkpath(applications);
+    setenv("HOME", home.toLocal8Bit().constData(), 1);
+    setenv("VT_LOCAL_ROOT", (sandbox.path() + QStringLiteral("/root")).toLocal8Bit().constData(),
+           1);
+    setenv("VT_APP_SEARCH_PATH", applications.toLocal8Bit().constData(), 1);
+    setenv("VT_LAUNCHCTL", "/bin/true", 1);
+    setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 1);
+    // As root the user's folders are the console user's: make that the sandbox's user.
+    setenv("VT_CONSOLE_USER", "bench", 1);
+    setenv("VT_CONSOLE_HOME", home.toLocal8Bit().constData(), 1);
+    writeClient(applications);
+
+    const QString agents = home + QStringLiteral("/Library/LaunchAgents");
+    QDir().mkpath(agents);
+    QStringList files;
+    auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < kTasks; ++i) {
+        VTScheduledTask task;
+        task.setFilename(agents + QStringLiteral("/com.vantreel.ScheduledTask%1.plist").arg(i + 1));
+        task.setTaskBundleID(QStringLiteral("com.vantreel.Quill"));
+        task.setTaskArguments(QStringList{QStringLiteral("-run"), QString::number(i % 20)});
+        task.setTaskID(QStringLiteral("task%1").arg(i % 20));
+        task.setScheduleType(i % 9);
+        task.setIntervalSeconds(60);
+        task.setIntervalDirectory(QStringLiteral("/srv/inbox"));
+        PlistDict interval;
+        interval.insert(QStringLiteral("Minute"), 30);
+        interval.insert(QStringLiteral("Hour"), i % 24);
+        task.setInterval(interval);
+        if (!task.saveData(false)) {
+            std::fprintf(stderr, "TasksBench: task %d not written\n", i);
+            return 1;
+        }
+        files << *task.filename();
+    }
+    const double writeSeconds = secondsSince(start);
+
+    // Warm both paths once, then take the best of several rounds.
+    double readerBest = 1e9;
+    double libplistBest = 1e9;
+    int read = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        start = std::chrono::steady_clock::now();
+        read = 0;
+        for (const QString &file : files) {
+            if (VTScheduledTask::taskWithFilename(file)) {
+                ++read;
+            }
+        }
+        readerBest = std::min(readerBest, secondsSince(start));
+
+        start = std::chrono::steady_clock::now();
+        for (const QString &file : files) {
+            QFile f(file);
+            f.open(QIODevice::ReadOnly);
+            const QByteArray bytes = f.readAll();
+            plist_t root = nullptr;
+            plist_from_memory(bytes.constData(), static_cast<uint32_t>(bytes.size()), &root);
+            plist_free(root);
+        }
+        libplistBest = std::min(libplistBest, secondsSince(start));
+    }
+
+    const double ratio = readerBest / libplistBest;
+    std::printf("TasksBench: %d tasks\n", kTasks);
+    std::printf("  written and reloaded in %.1f ms (%.1f us per task, reload tool /bin/true)\n",
+                writeSeconds * 1e3, writeSeconds * 1e6 / kTasks);
+    std::printf("  read back %d in %.1f ms (%.1f us per file); libplist alone %.1f us per file\n",
+                read, readerBest * 1e3, readerBest * 1e6 / kTasks, libplistBest * 1e6 / kTasks);
+    std::printf("  reader / libplist = %.2f (goal: at most 2.00) %s\n", ratio,
+                ratio <= 2.0 ? "OK" : "MISSED");
+    return read == kTasks ? 0 : 1;
+}

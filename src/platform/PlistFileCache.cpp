@@ -1,0 +1,103 @@
+#include "PlistFileCache.h"
+
+#include "PropertyList.h"
+
+#include <QFile>
+#include <QHash>
+
+#include <mutex>
+
+#include <sys/stat.h>
+
+namespace {
+
+constexpr int kCapacity = 256;
+
+struct Stamp
+{
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    timespec modified{};
+    timespec changed{};
+
+    bool operator==(const Stamp &o) const
+    {
+        return device == o.device && inode == o.inode && size == o.size &&
+               modified.tv_sec == o.modified.tv_sec && modified.tv_nsec == o.modified.tv_nsec &&
+               changed.tv_sec == o.changed.tv_sec && changed.tv_nsec == o.changed.tv_nsec;
+    }
+};
+
+struct Entry
+{
+    Stamp stamp;
+    std::optional<PlistDict> value;
+    quint64 used = 0;
+};
+
+struct Cache
+{
+    std::mutex mutex;
+    QHash<QString, Entry> entries;
+    quint64 clock = 0;
+};
+
+Cache &cache()
+{
+    static Cache instance;
+    return instance;
+}
+
+std::optional<Stamp> stampOf(const QString &path)
+{
+    struct stat info
+    {};
+    if (::stat(QFile::encodeName(path).constData(), &info) != 0) {
+        return std::nullopt;
+    }
+    return Stamp{info.st_dev, info.st_ino, info.st_size, info.st_mtim, info.st_ctim};
+}
+
+} // namespace
+
+std::optional<PlistDict> PlistFileCache::readDictionary(const QString &path)
+{
+    const auto stamp = stampOf(path);
+    if (!stamp) {
+        return std::nullopt;
+    }
+    Cache &c = cache();
+    {
+        std::lock_guard<std::mutex> lock(c.mutex);
+        auto it = c.entries.find(path);
+        if (it != c.entries.end() && it->stamp == *stamp) {
+            it->used = ++c.clock;
+            return it->value;
+        }
+    }
+    std::optional<PlistDict> value = PropertyList::readDictionary(path);
+    // A file changed while it was read is not kept: the next call reads it again.
+    if (stampOf(path) != stamp) {
+        return value;
+    }
+    std::lock_guard<std::mutex> lock(c.mutex);
+    if (c.entries.size() >= kCapacity && !c.entries.contains(path)) {
+        auto oldest = c.entries.begin();
+        for (auto it = c.entries.begin(); it != c.entries.end(); ++it) {
+            if (it->used < oldest->used) {
+                oldest = it;
+            }
+        }
+        c.entries.erase(oldest);
+    }
+    c.entries.insert(path, Entry{*stamp, value, ++c.clock});
+    return value;
+}
+
+void PlistFileCache::clear()
+{
+    Cache &c = cache();
+    std::lock_guard<std::mutex> lock(c.mutex);
+    c.entries.clear();
+}

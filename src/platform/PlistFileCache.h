@@ -1,0 +1,18 @@
+#pragma once
+
+#include "PlistDict.h"
+
+#include <QString>
+
+#include <optional>
+
+// Parsed property-list dictionaries of small files that are read over and over (bundles'
+// Info.plist, task catalogues). Every call checks the file's identity (device, inode,
+// size, modification and change times), so a changed file is always read afresh; only an
+// unchanged file skips the parse.
+class PlistFileCache
+{
+public:
+    static std::optional<PlistDict> readDictionary(const QString &path);
+    static void clear();
+};
