@@ -71,10 +71,10 @@ double VTFormatArg::toDouble() const
 
 namespace {
 
-QString printfNumber(const QByteArray &spec, const char *length, char conversion,
+QString printfNumber(const QByteArray &directive, const char *length, char conversion,
                      const VTFormatArg &arg)
 {
-    const QByteArray fmt = spec + length + conversion;
+    const QByteArray fmt = directive + length + conversion;
     char buffer[512];
     int n = 0;
     switch (conversion) {
@@ -122,44 +122,47 @@ QString VTFormat::format(const QString &format, std::initializer_list<VTFormatAr
         }
         const int start = i;
         int j = i + 1;
-        QByteArray spec("%");
+        QByteArray directive("%");
         bool leftAlign = false;
         while (j < n && QByteArrayView("-+ #0").contains(static_cast<char>(format[j].unicode()))) {
             leftAlign = leftAlign || format[j] == QLatin1Char('-');
-            spec += static_cast<char>(format[j].unicode());
+            directive += static_cast<char>(format[j].unicode());
             ++j;
         }
         int width = 0;
         while (j < n && format[j].isDigit() && format[j].unicode() < 128) {
             width = std::min(width * 10 + (format[j].unicode() - '0'), 4096);
-            spec += static_cast<char>(format[j].unicode());
+            directive += static_cast<char>(format[j].unicode());
             ++j;
         }
         int precision = -1;
         if (j < n && format[j] == QLatin1Char('.')) {
-            spec += '.';
+            directive += '.';
             ++j;
             precision = 0;
             while (j < n && format[j].isDigit() && format[j].unicode() < 128) {
                 precision = std::min(precision * 10 + (format[j].unicode() - '0'), 4096);
-                spec += static_cast<char>(format[j].unicode());
+                directive += static_cast<char>(format[j].unicode());
                 ++j;
             }
         }
-        while (j < n && QByteArrayView("hlqLzjt").contains(static_cast<char>(format[j].unicode()))) {
+        while (j < n &&
+               QByteArrayView("hlqLzjt").contains(static_cast<char>(format[j].unicode()))) {
             ++j;
         }
         if (j >= n) {
             out += format.mid(start);
             break;
         }
-        const char conversion = format[j].unicode() < 128 ? static_cast<char>(format[j].unicode()) : '\0';
+        const char conversion =
+            format[j].unicode() < 128 ? static_cast<char>(format[j].unicode()) : '\0';
         if (conversion == '%') {
             out += QLatin1Char('%');
             i = j;
             continue;
         }
-        const bool known = conversion != '\0' && QByteArrayView("@sdiuxXocfFeEgGaA").contains(conversion);
+        const bool known =
+            conversion != '\0' && QByteArrayView("@sdiuxXocfFeEgGaA").contains(conversion);
         if (!known || next == args.end()) {
             // Unknown directives and directives without an argument stay as written.
             out += format.mid(start, j - start + 1);
@@ -188,10 +191,10 @@ QString VTFormat::format(const QString &format, std::initializer_list<VTFormatAr
         case 'x':
         case 'X':
         case 'o':
-            out += printfNumber(spec, "ll", conversion, arg);
+            out += printfNumber(directive, "ll", conversion, arg);
             break;
         default:
-            out += printfNumber(spec, "", conversion, arg);
+            out += printfNumber(directive, "", conversion, arg);
         }
         i = j;
     }

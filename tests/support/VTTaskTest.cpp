@@ -1,0 +1,722 @@
+#include "support/VTTask.h"
+
+#include "platform/ProcessSpawner.h"
+#include "support/VTLog.h"
+#include "testsupport/FakeIdentity.h"
+#include "testsupport/Sandbox.h"
+#include "testsupport/TestFiles.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// Polls until the condition holds or the time is up; returns the condition's last answer.
+template <typename F>
+bool waitUntil(F &&condition, std::chrono::milliseconds limit = 5000ms)
+{
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return condition();
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    return true;
+}
+
+// Every call of a streamed run's delegate, in order.
+struct DelegateRecorder
+{
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<QByteArray> pieces;
+    std::vector<VTTask *> tasks;
+    std::vector<QVariant> objects;
+    int ends = 0;
+
+    VTTask::Delegate delegate()
+    {
+        return [this](const QByteArray &data, VTTask *task, const QVariant &object) {
+            std::lock_guard<std::mutex> lock(mutex);
+            pieces.push_back(data);
+            tasks.push_back(task);
+            objects.push_back(object);
+            if (data.isEmpty()) {
+                ++ends;
+            }
+            changed.notify_all();
+        };
+    }
+
+    bool waitForEnd(std::chrono::milliseconds limit = 5000ms)
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, limit, [this] { return ends > 0; });
+    }
+};
+
+// A spawner that records what it is asked to start and answers with canned processes.
+class RecordingSpawner : public ProcessSpawner
+{
+public:
+    struct Call
+    {
+        QString program;
+        QStringList arguments;
+        ProcessOutput output;
+        bool detached = false;
+    };
+
+    class FakeChild : public ChildProcess
+    {
+    public:
+        qint64 processId() const override { return 4242; }
+        void waitForFinished() override { running = false; }
+        QByteArray readStandardOutputChunk() override
+        {
+            if (chunks.empty()) {
+                running = false;
+                return QByteArray();
+            }
+            QByteArray chunk = chunks.front();
+            chunks.erase(chunks.begin());
+            return chunk;
+        }
+        QByteArray standardOutput() override { return out; }
+        QByteArray standardError() override { return err; }
+        int terminationStatus() const override { return status; }
+        bool isRunning() const override { return running; }
+        void terminate() override { ++terminates; }
+        void kill() override {}
+
+        std::atomic<bool> running{true};
+        std::vector<QByteArray> chunks;
+        QByteArray out = "out";
+        QByteArray err;
+        int status = 5;
+        std::atomic<int> terminates{0};
+    };
+
+    std::shared_ptr<ChildProcess> start(const QString &program, const QStringList &arguments,
+                                        ProcessOutput output, QString *error) override
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        calls.push_back({program, arguments, output, false});
+        if (fail) {
+            if (error) {
+                *error = QStringLiteral("refused by the test");
+            }
+            return nullptr;
+        }
+        auto child = std::make_shared<FakeChild>();
+        child->chunks = chunks;
+        children.push_back(child);
+        return child;
+    }
+
+    bool startDetached(const QString &program, const QStringList &arguments) override
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        calls.push_back({program, arguments, ProcessOutput::Discard, true});
+        return !fail;
+    }
+
+    std::mutex mutex;
+    std::vector<Call> calls;
+    std::vector<std::shared_ptr<FakeChild>> children;
+    std::vector<QByteArray> chunks;
+    bool fail = false;
+};
+
+class VTTaskTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        identity->home = sandbox.home();
+        identity->homes.insert(QStringLiteral("anna"), sandbox.home());
+        VTLog::createNewLog(QStringLiteral("VTTaskTest"));
+    }
+    void TearDown() override { ProcessSpawner::setCurrent(nullptr); }
+
+    QString script(const QString &name, const QString &body)
+    {
+        return TestFiles::writeScript(sandbox.file(QStringLiteral("bin/") + name), body);
+    }
+
+    static QString logText()
+    {
+        VTLog::finishWriting();
+        return QString::fromUtf8(TestFiles::read(VTLog::currentLogPath()));
+    }
+
+    std::shared_ptr<RecordingSpawner> installRecorder()
+    {
+        auto recorder = std::make_shared<RecordingSpawner>();
+        ProcessSpawner::setCurrent(recorder);
+        return recorder;
+    }
+
+    Sandbox sandbox;
+    FakeIdentity::Scoped identity;
+};
+
+// ---------------------------------------------------------------------------------------
+// Exit statuses and collected output
+
+TEST_F(VTTaskTest, TerminationCodeIsTheExitStatus)
+{
+    EXPECT_EQ(VTTask::terminationCodeFromTask(
+                  script(QStringLiteral("zero"), QStringLiteral("exit 0")), {}),
+              0);
+    EXPECT_EQ(VTTask::terminationCodeFromTask(
+                  script(QStringLiteral("three"), QStringLiteral("exit 3")), {}),
+              3);
+    EXPECT_EQ(VTTask::terminationCodeFromTask(
+                  script(QStringLiteral("big"), QStringLiteral("exit 200")), {}),
+              200);
+}
+
+TEST_F(VTTaskTest, TerminationCodeOfASignalIsItsNumber)
+{
+    const QString path =
+        script(QStringLiteral("selfkill"), QStringLiteral("kill -TERM $$\nsleep 5"));
+    EXPECT_EQ(VTTask::terminationCodeFromTask(path, {}), SIGTERM);
+}
+
+TEST_F(VTTaskTest, RunTaskIsTrueWhateverTheStatus)
+{
+    const QString marker = sandbox.file(QStringLiteral("ran"));
+    const QString path = script(QStringLiteral("fails"),
+                                QStringLiteral("touch \"$1\"\necho noise\necho more >&2\nexit 7"));
+    EXPECT_TRUE(VTTask::runTask(path, {marker}));
+    EXPECT_TRUE(QFile::exists(marker)); // waited for
+}
+
+TEST_F(VTTaskTest, RunTaskStoresTheProcessInTheSlot)
+{
+    VTTask::TaskSlot slot;
+    EXPECT_TRUE(VTTask::runTask(script(QStringLiteral("ok"), QStringLiteral("exit 0")), {}, &slot));
+    ASSERT_TRUE(slot);
+    EXPECT_GT(slot->processId(), 0);
+    EXPECT_FALSE(slot->isRunning());
+
+    VTTask::TaskSlot codeSlot;
+    EXPECT_EQ(VTTask::terminationCodeFromTask(
+                  script(QStringLiteral("four"), QStringLiteral("exit 4")), {}, &codeSlot),
+              4);
+    ASSERT_TRUE(codeSlot);
+    EXPECT_EQ(codeSlot->terminationStatus(), 4);
+
+    VTTask::TaskSlot dataSlot;
+    EXPECT_EQ(VTTask::stringFromTask(script(QStringLiteral("hi"), QStringLiteral("printf hi")), {},
+                                     VTStringEncoding::UTF8, &dataSlot),
+              QStringLiteral("hi"));
+    EXPECT_TRUE(dataSlot);
+}
+
+TEST_F(VTTaskTest, OutputOnStandardOutputOnly)
+{
+    const QString path = script(QStringLiteral("ok"), QStringLiteral("printf ok"));
+    EXPECT_EQ(VTTask::stringFromTask(path, {}), QStringLiteral("ok"));
+    const auto data = VTTask::dataFromTask(path, {});
+    ASSERT_TRUE(data);
+    EXPECT_EQ(*data, QByteArray("ok"));
+}
+
+TEST_F(VTTaskTest, StandardErrorWinsOverStandardOutput)
+{
+    const QString path = script(QStringLiteral("warns"),
+                                QStringLiteral("echo ok\necho 'warning: careful' >&2\necho more"));
+    EXPECT_EQ(VTTask::stringFromTask(path, {}), QStringLiteral("warning: careful\n"));
+    const auto data = VTTask::dataFromTask(path, {});
+    ASSERT_TRUE(data);
+    EXPECT_EQ(*data, QByteArray("warning: careful\n"));
+}
+
+TEST_F(VTTaskTest, LargeOutputOnBothStreamsDoesNotBlock)
+{
+    // More than a pipe holds on each stream, written alternately.
+    const QString path = script(
+        QStringLiteral("chatty"),
+        QStringLiteral("i=0\nwhile [ $i -lt 2000 ]; do\n"
+                       "  echo 'out line of some length .................................'\n"
+                       "  echo 'err line of some length .................................' >&2\n"
+                       "  i=$((i+1))\ndone"));
+    const auto data = VTTask::dataFromTask(path, {});
+    ASSERT_TRUE(data);
+    EXPECT_EQ(data->count('\n'), 2000);
+    EXPECT_TRUE(data->startsWith("err line"));
+}
+
+TEST_F(VTTaskTest, NoOutputIsEmptyData)
+{
+    const QString path = script(QStringLiteral("quiet"), QStringLiteral("exit 0"));
+    const auto data = VTTask::dataFromTask(path, {});
+    ASSERT_TRUE(data);
+    EXPECT_TRUE(data->isEmpty());
+    const QString text = VTTask::stringFromTask(path, {});
+    EXPECT_EQ(text, QStringLiteral(""));
+    EXPECT_FALSE(text.isNull());
+}
+
+TEST_F(VTTaskTest, StandardInputIsOpenAndEmpty)
+{
+    // `cat` would hang on a terminal or an open pipe nobody closes.
+    const QString cat = script(QStringLiteral("cat"), QStringLiteral("cat\necho done >&2"));
+    EXPECT_EQ(VTTask::stringFromTask(cat, {}), QStringLiteral("done\n"));
+    const QString plain = script(QStringLiteral("plaincat"), QStringLiteral("exec cat"));
+    const auto data = VTTask::dataFromTask(plain, {});
+    ASSERT_TRUE(data);
+    EXPECT_TRUE(data->isEmpty());
+    EXPECT_TRUE(VTTask::runTask(plain, {}));
+    EXPECT_EQ(VTTask::terminationCodeFromTask(plain, {}), 0);
+}
+
+TEST_F(VTTaskTest, AsciiDecodingIsLenient)
+{
+    const QString path =
+        script(QStringLiteral("bytes"), QStringLiteral("printf '\\377\\376ok\\200'"));
+    const QString text = VTTask::stringFromTask(path, {});
+    EXPECT_EQ(text, QString::fromLatin1("\xff\xfeok\x80"));
+    EXPECT_EQ(VTTask::stringFromTask(path, {}, VTStringEncoding::ISOLatin1), text);
+}
+
+TEST_F(VTTaskTest, DecodesWithTheGivenEncoding)
+{
+    EXPECT_EQ(VTTask::decode(QByteArray("caf\xc3\xa9"), VTStringEncoding::UTF8),
+              QStringLiteral("caf\u00e9"));
+    EXPECT_EQ(VTTask::decode(QByteArray("caf\xc3\xa9"), VTStringEncoding::ASCII),
+              QString::fromLatin1("caf\xc3\xa9"));
+    EXPECT_EQ(VTTask::decode(QByteArray("\xe9t\xe9"), VTStringEncoding::ISOLatin1),
+              QStringLiteral("\u00e9t\u00e9"));
+    EXPECT_EQ(VTTask::decode(QByteArray("\xff\xfeh\0i\0", 6), VTStringEncoding::Unicode),
+              QStringLiteral("hi"));
+    EXPECT_EQ(VTTask::decode(QByteArray("\xfe\xff\0h\0i", 6), VTStringEncoding::Unicode),
+              QStringLiteral("hi"));
+    EXPECT_EQ(VTTask::decode(QByteArray("\0h\0i", 4), VTStringEncoding::Unicode),
+              QStringLiteral("hi"));
+    const QString empty = VTTask::decode(QByteArray(), VTStringEncoding::UTF8);
+    EXPECT_TRUE(empty.isEmpty());
+    EXPECT_FALSE(empty.isNull());
+}
+
+// ---------------------------------------------------------------------------------------
+// Arguments reach the program as given (no shell)
+
+TEST_F(VTTaskTest, ArgumentsArriveUnchanged)
+{
+    const QString out = sandbox.file(QStringLiteral("args.bin"));
+    const QString path = script(
+        QStringLiteral("args"),
+        QStringLiteral("for a in \"$@\"; do printf '%s\\0' \"$a\"; done > \"$VT_ARGS_OUT\""));
+    sandbox.setEnv("VT_ARGS_OUT", out);
+    const QStringList arguments = {
+        QStringLiteral("with space"),
+        QStringLiteral("it's \"quoted\""),
+        QStringLiteral("line one\nline two"),
+        QStringLiteral("$HOME"),
+        QStringLiteral("*"),
+        QStringLiteral(""),
+        QStringLiteral("`id` $(id) ; | & > <"),
+        QStringLiteral("\\back\\slash"),
+        // Not ASCII: Latin-1 bytes read as characters, and other scripts.
+        QString::fromLatin1("\xff\xfe\x80"),
+        QStringLiteral("\u65e5\u672c \U0001F600"),
+        QStringLiteral("-n"),
+    };
+    QByteArray expected;
+    for (const QString &argument : arguments) {
+        expected += QFile::encodeName(argument);
+        expected += '\0';
+    }
+
+    EXPECT_TRUE(VTTask::runTask(path, arguments));
+    EXPECT_EQ(TestFiles::read(out), expected);
+
+    QFile::remove(out);
+    EXPECT_EQ(VTTask::terminationCodeFromTask(path, arguments), 0);
+    EXPECT_EQ(TestFiles::read(out), expected);
+
+    QFile::remove(out);
+    EXPECT_EQ(VTTask::dataFromTask(path, arguments), QByteArray());
+    EXPECT_EQ(TestFiles::read(out), expected);
+
+    QFile::remove(out);
+    EXPECT_EQ(VTTask::terminationCodeFromTask(path, arguments, 5.0), 0);
+    EXPECT_EQ(TestFiles::read(out), expected);
+}
+
+TEST_F(VTTaskTest, ArgumentsReachTheStreamedRunUnchanged)
+{
+    const QString path = script(QStringLiteral("echoargs"),
+                                QStringLiteral("for a in \"$@\"; do printf '%s\\0' \"$a\"; done"));
+    const QStringList arguments = {QStringLiteral("a b"), QStringLiteral("*"),
+                                   QStringLiteral("$HOME"), QStringLiteral("x\ny")};
+    QByteArray expected;
+    for (const QString &argument : arguments) {
+        expected += argument.toUtf8() + '\0';
+    }
+    DelegateRecorder recorder;
+    auto task = VTTask::create();
+    task->asyncDataFromTask(path, arguments, recorder.delegate());
+    ASSERT_TRUE(recorder.waitForEnd());
+    std::lock_guard<std::mutex> lock(recorder.mutex);
+    QByteArray all;
+    for (const QByteArray &piece : recorder.pieces) {
+        all += piece;
+    }
+    EXPECT_EQ(all, expected);
+}
+
+TEST_F(VTTaskTest, EverySpawnGoesThroughTheSpawnerWithoutAShell)
+{
+    auto recorder = installRecorder();
+    const QString path = script(QStringLiteral("tool"), QStringLiteral("exit 0"));
+    const QStringList arguments = {QStringLiteral("a b"), QStringLiteral("$HOME"),
+                                   QStringLiteral("*")};
+
+    EXPECT_TRUE(VTTask::runTask(path, arguments));
+    EXPECT_EQ(VTTask::terminationCodeFromTask(path, arguments), 5);
+    EXPECT_EQ(VTTask::dataFromTask(path, arguments), QByteArray("out"));
+    VTTask::runTaskAndReturn(path, arguments);
+
+    ASSERT_EQ(recorder->calls.size(), 4u);
+    for (const auto &call : recorder->calls) {
+        EXPECT_EQ(call.program, path);
+        EXPECT_EQ(call.arguments, arguments);
+    }
+    EXPECT_EQ(recorder->calls[0].output, ProcessOutput::Discard);
+    EXPECT_EQ(recorder->calls[1].output, ProcessOutput::Discard);
+    EXPECT_EQ(recorder->calls[2].output, ProcessOutput::Collect);
+    EXPECT_TRUE(recorder->calls[3].detached);
+}
+
+TEST_F(VTTaskTest, CollectedStandardErrorWinsWithARecordingSpawner)
+{
+    auto recorder = installRecorder();
+    const QString path = script(QStringLiteral("tool"), QStringLiteral("exit 0"));
+    VTTask::TaskSlot slot;
+    const auto plain = VTTask::dataFromTask(path, {}, &slot);
+    EXPECT_EQ(plain, QByteArray("out"));
+    ASSERT_EQ(recorder->children.size(), 1u);
+    EXPECT_EQ(slot, recorder->children[0]);
+}
+
+// ---------------------------------------------------------------------------------------
+// The executable check and launch failures
+
+TEST_F(VTTaskTest, PackageFolderIsRefused)
+{
+    const QString bundle = TestFiles::makeBundle(sandbox.mkdir(QStringLiteral("Applications")),
+                                                 QStringLiteral("Tool"), PlistDict());
+    ASSERT_TRUE(QFileInfo(bundle).isExecutable());
+    auto recorder = installRecorder();
+
+    TestFiles::CaptureStderr capture;
+    EXPECT_FALSE(VTTask::runTask(bundle, {}));
+    EXPECT_EQ(VTTask::terminationCodeFromTask(bundle, {}), -1);
+    EXPECT_EQ(VTTask::dataFromTask(bundle, {}), std::nullopt);
+    EXPECT_EQ(VTTask::stringFromTask(bundle, {}), QStringLiteral(""));
+    VTTask::runTaskAndReturn(bundle, {});
+    const QString console = capture.finish();
+
+    EXPECT_TRUE(recorder->calls.empty()); // nothing started
+    const QString message = QStringLiteral("Error: %1 is not executable").arg(bundle);
+    EXPECT_EQ(console.count(message), 5) << console.toStdString();
+    EXPECT_EQ(logText().count(message), 5);
+}
+
+TEST_F(VTTaskTest, OtherPackageExtensionsAreRefused)
+{
+    for (const char *ext : {"bundle", "framework", "plugin", "kext", "APP"}) {
+        const QString folder = sandbox.mkdir(QStringLiteral("pkgs/Thing.") + QLatin1String(ext));
+        EXPECT_FALSE(VTTask::runTask(folder, {})) << ext;
+    }
+    EXPECT_TRUE(logText().contains(QStringLiteral("Thing.kext is not executable")));
+}
+
+TEST_F(VTTaskTest, MissingProgramGivesTheFailureValues)
+{
+    const QString missing = sandbox.file(QStringLiteral("bin/missing"));
+    TestFiles::CaptureStderr capture;
+    EXPECT_FALSE(VTTask::runTask(missing, {}));
+    EXPECT_EQ(VTTask::terminationCodeFromTask(missing, {}), -1);
+    EXPECT_EQ(VTTask::dataFromTask(missing, {}), std::nullopt);
+    const QString text = VTTask::stringFromTask(missing, {});
+    EXPECT_EQ(text, QStringLiteral(""));
+    EXPECT_FALSE(text.isNull());
+    EXPECT_EQ(VTTask::terminationCodeFromTask(missing, {}, 2.0), -1);
+    EXPECT_EQ(VTTask::dataFromTask(missing, {}, 2.0), std::nullopt);
+    EXPECT_EQ(VTTask::stringFromTask(missing, {}, 2.0), QStringLiteral(""));
+    VTTask::runTask(missing, {}, 2.0);
+    const QString console = capture.finish();
+    EXPECT_TRUE(console.contains(QStringLiteral("Error: %1 is not executable").arg(missing)));
+    EXPECT_FALSE(console.contains(QStringLiteral("timed out")));
+}
+
+TEST_F(VTTaskTest, FileWithoutExecutePermissionIsRefused)
+{
+    const QString path = sandbox.file(QStringLiteral("bin/plain"));
+    TestFiles::write(path, "#!/bin/sh\nexit 0\n");
+    EXPECT_EQ(VTTask::terminationCodeFromTask(path, {}), -1);
+    EXPECT_TRUE(logText().contains(QStringLiteral("Error: %1 is not executable").arg(path)));
+}
+
+TEST_F(VTTaskTest, PlainFolderPassesTheCheckAndFailsToLaunch)
+{
+    const QString folder = sandbox.mkdir(QStringLiteral("just-a-folder"));
+    TestFiles::CaptureStderr capture;
+    EXPECT_FALSE(VTTask::runTask(folder, {}));
+    EXPECT_EQ(VTTask::terminationCodeFromTask(folder, {}), -1);
+    EXPECT_EQ(VTTask::dataFromTask(folder, {}), std::nullopt);
+    EXPECT_EQ(VTTask::stringFromTask(folder, {}), QStringLiteral(""));
+    const QString console = capture.finish();
+    EXPECT_FALSE(console.contains(QStringLiteral("is not executable")));
+    EXPECT_TRUE(console.contains(QStringLiteral("Exception in VTTask::runTask. ")));
+    EXPECT_TRUE(console.contains(QStringLiteral("Exception in VTTask::terminationCodeFromTask. ")));
+    EXPECT_TRUE(console.contains(QStringLiteral("Exception in VTTask::dataFromTask. ")));
+    EXPECT_TRUE(logText().contains(QStringLiteral("Exception in VTTask::runTask. ")));
+}
+
+TEST_F(VTTaskTest, LaunchFailureOfTheSpawnerIsCaught)
+{
+    auto recorder = installRecorder();
+    recorder->fail = true;
+    const QString path = script(QStringLiteral("tool"), QStringLiteral("exit 0"));
+    TestFiles::CaptureStderr capture;
+    EXPECT_FALSE(VTTask::runTask(path, {}));
+    VTTask::runTaskAndReturn(path, {});
+    auto task = VTTask::create();
+    EXPECT_FALSE(task->timedRunTask(path, {}, 3.0));
+    const QString console = capture.finish();
+    EXPECT_EQ(console.count(
+                  QStringLiteral("Exception in VTTask::runTask. NSInvalidArgumentException - ")),
+              2)
+        << console.toStdString();
+    EXPECT_TRUE(console.contains(QStringLiteral("Exception in VTTask::runTaskAndReturn. ")));
+    EXPECT_TRUE(console.contains(QStringLiteral("refused by the test")));
+}
+
+// ---------------------------------------------------------------------------------------
+// Runs without waiting
+
+TEST_F(VTTaskTest, RunTaskAndReturnDoesNotWait)
+{
+    const QString marker = sandbox.file(QStringLiteral("later"));
+    const QString path = script(QStringLiteral("later"), QStringLiteral("sleep 1\ntouch \"$1\""));
+    VTTask::runTaskAndReturn(path, {marker});
+    EXPECT_FALSE(QFile::exists(marker));
+    EXPECT_TRUE(waitUntil([&] { return QFile::exists(marker); }, 10000ms));
+}
+
+// ---------------------------------------------------------------------------------------
+// Time limits
+
+TEST_F(VTTaskTest, TimeLimitIsWholeSecondsAndTerminates)
+{
+    const QString marker = sandbox.file(QStringLiteral("survived"));
+    const QString path = script(QStringLiteral("sleeper"), QStringLiteral("exec sleep 30"));
+    const QString marking =
+        script(QStringLiteral("marking"), QStringLiteral("sleep 4\ntouch \"$1\""));
+    TestFiles::CaptureStderr capture;
+    const auto started = std::chrono::steady_clock::now();
+    const qint64 status = VTTask::terminationCodeFromTask(path, {}, 2.9);
+    const auto elapsed = std::chrono::steady_clock::now() - started;
+    const QString console = capture.finish();
+
+    EXPECT_EQ(status, SIGTERM); // ended by the termination signal
+    EXPECT_GE(elapsed, 1900ms); // 2 seconds, not 3: checked loosely below
+    EXPECT_LT(elapsed, 2900ms + 5000ms);
+    EXPECT_TRUE(console.contains(QStringLiteral("Task timed out. Terminating...")));
+    EXPECT_TRUE(logText().contains(QStringLiteral("Task %1 timed out. Terminating...").arg(path)));
+
+    // The run without a result: it comes back and the program never finished its work.
+    VTTask::runTask(marking, {marker}, 1.0);
+    EXPECT_FALSE(QFile::exists(marker));
+}
+
+TEST_F(VTTaskTest, TimedDataReturnsWhatCameBeforeTheLimit)
+{
+    const QString path =
+        script(QStringLiteral("partial"), QStringLiteral("echo started\nexec sleep 30"));
+    EXPECT_EQ(VTTask::stringFromTask(path, {}, 1.5), QStringLiteral("started\n"));
+}
+
+TEST_F(VTTaskTest, ProgramIgnoringTerminationIsStillEnded)
+{
+    const QString path =
+        script(QStringLiteral("stubborn"), QStringLiteral("trap '' TERM\nexec sleep 30"));
+    TestFiles::CaptureStderr capture;
+    const qint64 status = VTTask::terminationCodeFromTask(path, {}, 1.0);
+    capture.finish();
+    EXPECT_EQ(status, SIGKILL);
+    EXPECT_TRUE(logText().contains(QStringLiteral("Task %1 timed out. Terminating...").arg(path)));
+}
+
+TEST_F(VTTaskTest, FastProgramIsNotTerminatedAndTheLateWatchdogDoesNothing)
+{
+    const QString fast = script(QStringLiteral("fast"), QStringLiteral("exit 4"));
+    const QString marker = sandbox.file(QStringLiteral("second"));
+    const QString slower =
+        script(QStringLiteral("slower"), QStringLiteral("sleep 1.5\ntouch \"$1\""));
+
+    TestFiles::CaptureStderr capture;
+    auto task = VTTask::create();
+    std::weak_ptr<VTTask> weak = task;
+    EXPECT_EQ(task->timedTerminationCodeFromTask(fast, {}, 1.9), 4);
+    // A second run on the same instance spans the moment the first limit ends.
+    EXPECT_EQ(task->timedTerminationCodeFromTask(slower, {marker}, 10.0), 0);
+    EXPECT_TRUE(QFile::exists(marker));
+    EXPECT_EQ(VTTask::stringFromTask(script(QStringLiteral("say"), QStringLiteral("printf said")),
+                                     {}, 1.0),
+              QStringLiteral("said"));
+    EXPECT_EQ(VTTask::dataFromTask(fast, {}, 1.0), QByteArray());
+    task.reset();
+    // The watchdogs end with their runs and let the instance go.
+    EXPECT_TRUE(waitUntil([&] { return weak.expired(); }, 3000ms));
+    const QString console = capture.finish();
+    EXPECT_FALSE(console.contains(QStringLiteral("timed out")));
+    EXPECT_FALSE(logText().contains(QStringLiteral("timed out")));
+}
+
+TEST_F(VTTaskTest, TimeoutWithoutAProcessDoesNothing)
+{
+    auto task = VTTask::create();
+    TestFiles::CaptureStderr capture;
+    task->timeout();
+    task->setupTimeout(0);
+    EXPECT_TRUE(capture.finish().isEmpty());
+}
+
+// ---------------------------------------------------------------------------------------
+// Streamed runs
+
+TEST_F(VTTaskTest, StreamedRunCallsTheDelegatePerPieceThenOnceEmpty)
+{
+    const QString path =
+        script(QStringLiteral("stream"),
+               QStringLiteral("printf one\nsleep 0.3\nprintf two\nsleep 0.3\nprintf three"));
+    DelegateRecorder recorder;
+    auto task = VTTask::create();
+    std::weak_ptr<VTTask> weak = task;
+    task->asyncDataFromTask(path, {}, recorder.delegate(), QVariant(QStringLiteral("context")));
+    VTTask *raw = task.get();
+    task.reset(); // the reading thread keeps the instance alive
+    ASSERT_TRUE(recorder.waitForEnd());
+    EXPECT_TRUE(waitUntil([&] { return weak.expired(); }, 3000ms));
+
+    std::lock_guard<std::mutex> lock(recorder.mutex);
+    ASSERT_GE(recorder.pieces.size(), 2u);
+    EXPECT_EQ(recorder.ends, 1);
+    EXPECT_TRUE(recorder.pieces.back().isEmpty());
+    QByteArray all;
+    for (size_t i = 0; i + 1 < recorder.pieces.size(); ++i) {
+        EXPECT_FALSE(recorder.pieces[i].isEmpty());
+        all += recorder.pieces[i];
+    }
+    EXPECT_EQ(all, QByteArray("onetwothree"));
+    EXPECT_EQ(recorder.pieces.front(), QByteArray("one"));
+    for (size_t i = 0; i < recorder.tasks.size(); ++i) {
+        EXPECT_EQ(recorder.tasks[i], raw);
+        EXPECT_EQ(recorder.objects[i].toString(), QStringLiteral("context"));
+    }
+}
+
+TEST_F(VTTaskTest, StreamedRunWithoutOutputCallsTheDelegateOnceEmpty)
+{
+    const QString path =
+        script(QStringLiteral("silent"), QStringLiteral("echo hidden >&2\nexit 0"));
+    DelegateRecorder recorder;
+    auto task = VTTask::create();
+    std::weak_ptr<VTTask> weak = task;
+    task->asyncDataFromTask(path, {}, recorder.delegate());
+    task.reset();
+    ASSERT_TRUE(recorder.waitForEnd());
+    EXPECT_TRUE(waitUntil([&] { return weak.expired(); }, 3000ms));
+    std::lock_guard<std::mutex> lock(recorder.mutex);
+    ASSERT_EQ(recorder.pieces.size(), 1u);
+    EXPECT_TRUE(recorder.pieces[0].isEmpty());
+    EXPECT_FALSE(recorder.objects[0].isValid());
+}
+
+TEST_F(VTTaskTest, StreamedRunThatCannotStartLogs)
+{
+    const QString missing = sandbox.file(QStringLiteral("bin/nothing"));
+    DelegateRecorder recorder;
+    auto task = VTTask::create();
+    std::weak_ptr<VTTask> weak = task;
+    task->asyncDataFromTask(missing, {}, recorder.delegate());
+    task.reset();
+    EXPECT_TRUE(waitUntil([&] { return weak.expired(); }, 3000ms));
+    EXPECT_TRUE(logText().contains(QStringLiteral("Unable to launch async task - no task set")));
+    std::lock_guard<std::mutex> lock(recorder.mutex);
+    EXPECT_TRUE(recorder.pieces.empty());
+}
+
+TEST_F(VTTaskTest, TerminateAsyncTaskEndsARunningStream)
+{
+    const QString path = script(QStringLiteral("endless"),
+                                QStringLiteral("while true; do echo tick; sleep 0.1; done"));
+    DelegateRecorder recorder;
+    auto task = VTTask::create();
+    std::weak_ptr<VTTask> weak = task;
+    task->asyncDataFromTask(path, {}, recorder.delegate());
+    ASSERT_TRUE(waitUntil([&] {
+        std::lock_guard<std::mutex> lock(recorder.mutex);
+        return !recorder.pieces.empty();
+    }));
+    task->terminateAsyncTask(); // from another thread than the reader
+    task.reset();
+    EXPECT_TRUE(waitUntil([&] { return weak.expired(); }, 5000ms));
+    std::lock_guard<std::mutex> lock(recorder.mutex);
+    EXPECT_EQ(recorder.ends, 0); // the delegate was dropped before the end
+}
+
+TEST_F(VTTaskTest, AsyncTaskReturnDataCallsTheDelegateDirectly)
+{
+    auto recorder = installRecorder();
+    recorder->chunks = {QByteArray("a"), QByteArray("bc")};
+    DelegateRecorder delegate;
+    auto task = VTTask::create();
+    task->asyncDataFromTask(QStringLiteral("/not/checked"), {QStringLiteral("x")},
+                            delegate.delegate(), QVariant(7));
+    ASSERT_TRUE(delegate.waitForEnd());
+    {
+        std::lock_guard<std::mutex> lock(delegate.mutex);
+        ASSERT_EQ(delegate.pieces.size(), 3u);
+        EXPECT_EQ(delegate.pieces[0], QByteArray("a"));
+        EXPECT_EQ(delegate.pieces[1], QByteArray("bc"));
+        EXPECT_TRUE(delegate.pieces[2].isEmpty());
+        EXPECT_EQ(delegate.objects[0].toInt(), 7);
+    }
+    EXPECT_TRUE(waitUntil([&] {
+        std::lock_guard<std::mutex> lock(recorder->mutex);
+        return !recorder->children.empty() && recorder->children[0]->terminates > 0;
+    }));
+    {
+        std::lock_guard<std::mutex> lock(recorder->mutex);
+        ASSERT_EQ(recorder->calls.size(), 1u);
+        EXPECT_EQ(recorder->calls[0].program, QStringLiteral("/not/checked"));
+        EXPECT_EQ(recorder->calls[0].output, ProcessOutput::StreamStandardOutput);
+    }
+
+    // Once ended, further data reaches no delegate.
+    task->asyncTaskReturnData(QByteArray("late"));
+    std::lock_guard<std::mutex> lock(delegate.mutex);
+    EXPECT_EQ(delegate.pieces.size(), 3u);
+}
+
+} // namespace
