@@ -1,0 +1,228 @@
+#include "platform/DBusSessionBus.h"
+#include "testsupport/DBusDaemon.h"
+#include "testsupport/FakeIdentity.h"
+#include "testsupport/Sandbox.h"
+#include "testsupport/TestFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <QDBusConnectionInterface>
+#include <QDBusReply>
+#include <QFileInfo>
+#include <QThread>
+
+#include <memory>
+
+#include <csignal>
+#include <unistd.h>
+
+class SessionBusTest : public ::testing::Test
+{
+protected:
+    Sandbox sandbox;
+    FakeIdentity::Scoped identity;
+
+    void SetUp() override
+    {
+        // An ordinary user with no /run/user folder of its own.
+        identity->uid = 4123456;
+        identity->home = sandbox.home();
+    }
+
+    static QString address(const std::optional<DBusSessionBus::Target> &target)
+    {
+        return target ? target->address : QStringLiteral("(none)");
+    }
+
+    // A file where a bus socket would be.
+    QString socketAt(const QString &relative) const
+    {
+        const QString path = sandbox.file(relative);
+        TestFiles::write(path, QByteArray());
+        return path;
+    }
+};
+
+TEST_F(SessionBusTest, AddressesThatWouldStartOrNameNoBusAreNoBus)
+{
+    EXPECT_EQ(DBusSessionBus::usableAddress(QString()), QString());
+    EXPECT_EQ(DBusSessionBus::usableAddress(QStringLiteral("disabled:")), QString());
+    EXPECT_EQ(DBusSessionBus::usableAddress(QStringLiteral("autolaunch:")), QString());
+    EXPECT_EQ(DBusSessionBus::usableAddress(QStringLiteral("  ")), QString());
+    EXPECT_EQ(DBusSessionBus::usableAddress(QStringLiteral("autolaunch:;unix:path=/run/bus")),
+              QStringLiteral("unix:path=/run/bus"));
+    EXPECT_EQ(DBusSessionBus::usableAddress(
+                  QStringLiteral("unix:abstract=/tmp/x,guid=1;tcp:host=localhost,port=1")),
+              QStringLiteral("unix:abstract=/tmp/x,guid=1;tcp:host=localhost,port=1"));
+
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", QStringLiteral("autolaunch:"));
+    EXPECT_FALSE(DBusSessionBus::target());
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", QString());
+    EXPECT_FALSE(DBusSessionBus::target());
+    EXPECT_FALSE(DBusSessionBus().connection());
+}
+
+TEST_F(SessionBusTest, SocketPathsAreEscapedAsAddressValues)
+{
+    EXPECT_EQ(DBusSessionBus::unixPathAddress(QStringLiteral("/run/user/1000/bus")),
+              QStringLiteral("unix:path=/run/user/1000/bus"));
+    EXPECT_EQ(DBusSessionBus::unixPathAddress(QStringLiteral("/tmp/a b,c;d=e%")),
+              QStringLiteral("unix:path=/tmp/a%20b%2cc%3bd%3de%25"));
+}
+
+TEST_F(SessionBusTest, TheEnvironmentComesFirstThenTheRuntimeFolder)
+{
+    const QString runtime = sandbox.mkdir(QStringLiteral("run/user"));
+    sandbox.setEnv("XDG_RUNTIME_DIR", runtime);
+    socketAt(QStringLiteral("run/user/bus"));
+
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", QStringLiteral("unix:path=/elsewhere"));
+    auto target = DBusSessionBus::target();
+    EXPECT_EQ(address(target), QStringLiteral("unix:path=/elsewhere"));
+    EXPECT_FALSE(target && target->connectAs);
+
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", std::nullopt);
+    target = DBusSessionBus::target();
+    EXPECT_EQ(address(target), "unix:path=" + runtime + "/bus");
+    EXPECT_FALSE(target && target->connectAs);
+
+    // No socket in the runtime folder, none in /run/user for this user: no bus.
+    QFile::remove(runtime + "/bus");
+    EXPECT_EQ(address(DBusSessionBus::target()), QStringLiteral("(none)"));
+}
+
+TEST_F(SessionBusTest, AsRootTheConsoleUsersBusIsReachedAsThatUser)
+{
+    identity->uid = 0;
+    identity->console = QStringLiteral("anna");
+    identity->uids.insert(QStringLiteral("anna"), 1000);
+    // Root's own runtime folder names root's bus, not anna's.
+    sandbox.setEnv("XDG_RUNTIME_DIR", sandbox.mkdir(QStringLiteral("run/root")));
+    socketAt(QStringLiteral("run/root/bus"));
+
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", QStringLiteral("unix:path=/run/user/1000/bus"));
+    auto target = DBusSessionBus::target();
+    ASSERT_TRUE(target);
+    EXPECT_EQ(target->address, QStringLiteral("unix:path=/run/user/1000/bus"));
+    EXPECT_EQ(target->connectAs, std::optional<uid_t>(1000));
+
+    // Without the variable only /run/user/1000/bus would do; a name without an account
+    // gives no bus at all.
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", std::nullopt);
+    EXPECT_EQ(address(DBusSessionBus::target()),
+              QFileInfo::exists("/run/user/1000/bus")
+                  ? QStringLiteral("unix:path=/run/user/1000/bus")
+                  : QStringLiteral("(none)"));
+    identity->console = QStringLiteral("nobody-known");
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", QStringLiteral("unix:path=/x"));
+    EXPECT_FALSE(DBusSessionBus::target());
+}
+
+TEST_F(SessionBusTest, AsRootWithNobodyAtTheConsoleRootsOwnBusIsUsed)
+{
+    identity->uid = 0;
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", QStringLiteral("unix:path=/run/root-bus"));
+    for (const std::optional<QString> &console :
+         {std::optional<QString>(), std::optional<QString>(QStringLiteral("loginwindow"))}) {
+        identity->console = console;
+        const auto target = DBusSessionBus::target();
+        ASSERT_TRUE(target);
+        EXPECT_EQ(target->address, QStringLiteral("unix:path=/run/root-bus"));
+        EXPECT_FALSE(target->connectAs);
+    }
+}
+
+TEST_F(SessionBusTest, TheConnectionIsKeptUntilTheAddressChanges)
+{
+    DBusSessionBus bus;
+    DBusDaemon first;
+    ASSERT_TRUE(first.isRunning()) << first.error().toStdString();
+
+    const auto a = bus.connection();
+    ASSERT_TRUE(a);
+    EXPECT_TRUE(a->isConnected());
+    const auto again = bus.connection();
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->name(), a->name());
+    EXPECT_EQ(again->baseService(), a->baseService());
+
+    DBusDaemon second;
+    ASSERT_TRUE(second.isRunning()) << second.error().toStdString();
+    const auto b = bus.connection();
+    ASSERT_TRUE(b);
+    EXPECT_NE(b->name(), a->name());
+    EXPECT_TRUE(b->isConnected());
+    // The old connection was given up.
+    EXPECT_FALSE(QDBusConnection(a->name()).isConnected());
+}
+
+TEST_F(SessionBusTest, ABrokenConnectionIsDroppedAndMadeAgain)
+{
+    DBusDaemon::Options options;
+    options.socketPath = sandbox.path() + "/bus";
+    const QString address = "unix:path=" + options.socketPath;
+    DBusSessionBus bus;
+
+    auto first = std::make_unique<DBusDaemon>(options);
+    ASSERT_TRUE(first->isRunning()) << first->error().toStdString();
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", address);
+    const auto before = bus.connection();
+    ASSERT_TRUE(before);
+
+    // Once the connection notices that its bus is gone there is nothing to connect to.
+    first->stop();
+    std::optional<QDBusConnection> gone = bus.connection();
+    for (int i = 0; i < 500 && gone; ++i) {
+        QThread::msleep(10);
+        gone = bus.connection();
+    }
+    EXPECT_FALSE(gone);
+    first.reset();
+
+    // A new bus at the same address is found by the next call.
+    QFile::remove(options.socketPath);
+    DBusDaemon second(options);
+    ASSERT_TRUE(second.isRunning()) << second.error().toStdString();
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", address);
+    const auto after = bus.connection();
+    ASSERT_TRUE(after);
+    EXPECT_TRUE(after->isConnected());
+    EXPECT_NE(after->name(), before->name());
+}
+
+TEST_F(SessionBusTest, ABusThatDoesNotAnswerIsNoBusForAWhile)
+{
+    DBusDaemon daemon;
+    ASSERT_TRUE(daemon.isRunning()) << daemon.error().toStdString();
+    DBusSessionBus bus;
+    ::kill(static_cast<pid_t>(daemon.processId()), SIGSTOP);
+    const auto hung = bus.connection();
+    ::kill(static_cast<pid_t>(daemon.processId()), SIGCONT);
+    EXPECT_FALSE(hung);
+    // The same bus is not asked again at once (each try costs the time limit)...
+    EXPECT_FALSE(bus.connection());
+    // ...but it is by a fresh start.
+    EXPECT_TRUE(DBusSessionBus().connection());
+}
+
+TEST_F(SessionBusTest, AsRootTheConnectionIsMadeWithTheConsoleUsersId)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to switch the effective user id";
+    }
+    DBusDaemon::Options options;
+    options.allowAnyUser = true;
+    DBusDaemon daemon(options);
+    ASSERT_TRUE(daemon.isRunning()) << daemon.error().toStdString();
+    identity->uid = 0;
+    identity->console = QStringLiteral("anna");
+    identity->uids.insert(QStringLiteral("anna"), 65534);
+
+    DBusSessionBus bus;
+    const auto connection = bus.connection();
+    ASSERT_TRUE(connection);
+    EXPECT_EQ(geteuid(), 0u);
+    const QDBusReply<uint> user = connection->interface()->serviceUid(connection->baseService());
+    ASSERT_TRUE(user.isValid()) << user.error().message().toStdString();
+    EXPECT_EQ(user.value(), 65534u);
+}

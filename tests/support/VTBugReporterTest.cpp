@@ -1,0 +1,595 @@
+#include "support/VTBugReporter.h"
+#include "platform/Bundle.h"
+#include "platform/ProcessSpawner.h"
+#include "platform/PropertyList.h"
+#include "platform/Workspace.h"
+#include "support/CrashSignalHandler.h"
+#include "support/VTLog.h"
+#include "testsupport/FakeIdentity.h"
+#include "testsupport/MockClock.h"
+#include "testsupport/Sandbox.h"
+#include "testsupport/TestFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QRegularExpression>
+#include <QThread>
+
+#include <dirent.h>
+#include <mutex>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char **environ;
+
+void PrintTo(const QString &text, std::ostream *os)
+{
+    *os << '"' << text.toStdString() << '"';
+}
+
+namespace {
+
+class FinishedProcess : public ChildProcess
+{
+public:
+    qint64 processId() const override { return 0; }
+    void waitForFinished() override {}
+    QByteArray readStandardOutputChunk() override { return {}; }
+    QByteArray standardOutput() override { return {}; }
+    QByteArray standardError() override { return {}; }
+    int terminationStatus() const override { return 0; }
+    bool isRunning() const override { return false; }
+    void terminate() override {}
+    void kill() override {}
+};
+
+// Records the programs that would be started; starts none.
+class RecordingSpawner : public ProcessSpawner
+{
+public:
+    struct Call
+    {
+        QString program;
+        QStringList arguments;
+        bool detached;
+    };
+
+    std::shared_ptr<ChildProcess> start(const QString &program, const QStringList &arguments,
+                                        ProcessOutput, QString *) override
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_calls.push_back({program, arguments, false});
+        return std::make_shared<FinishedProcess>();
+    }
+
+    bool startDetached(const QString &program, const QStringList &arguments) override
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_calls.push_back({program, arguments, true});
+        return true;
+    }
+
+    // "program arg arg..." of each call of the kind.
+    QStringList calls(bool detached)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        QStringList lines;
+        for (const Call &call : m_calls) {
+            if (call.detached == detached) {
+                lines.append((QStringList{call.program} + call.arguments).join(QLatin1Char(' ')));
+            }
+        }
+        return lines;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::vector<Call> m_calls;
+};
+
+class RecordingDelegate : public VTBugReporterDelegate
+{
+public:
+    struct Call
+    {
+        QString path;
+        QThread *thread;
+    };
+    std::vector<Call> calls;
+
+    void applicationDidCrashWithLog(const QString &path) override
+    {
+        calls.push_back({path, QThread::currentThread()});
+    }
+};
+
+const QString kName = QStringLiteral("Kairo Planner");
+const QDateTime kLaunch(QDate(2011, 3, 4), QTime(12, 0));
+
+} // namespace
+
+class VTBugReporterTest : public ::testing::Test
+{
+protected:
+    Sandbox sandbox;
+    FakeIdentity::Scoped identity;
+    MockClock::Scoped clock{kLaunch};
+    std::shared_ptr<RecordingSpawner> spawner = std::make_shared<RecordingSpawner>();
+    QString plist;
+
+    void SetUp() override
+    {
+        identity->home = sandbox.home();
+        identity->homes.insert(QStringLiteral("anna"), sandbox.home());
+        ProcessSpawner::setCurrent(spawner);
+        VTLog::createNewLog(QStringLiteral("Test"));
+        plist = sandbox.home() + "/Library/Preferences/com.vantreel.KairoPlanner.plist";
+    }
+
+    void TearDown() override { ProcessSpawner::setCurrent(nullptr); }
+
+    QString userLogs(const QString &folder) const
+    {
+        return sandbox.home() + "/Library/Logs/" + folder;
+    }
+    QString localLogs(const QString &folder) const
+    {
+        return sandbox.localRoot() + "/Library/Logs/" + folder;
+    }
+
+    static QString crashLog(const QString &folder, const QString &name, const QDateTime &modified)
+    {
+        const QString path = folder + QLatin1Char('/') + name;
+        TestFiles::write(path, "Exception Type:  SIGSEGV (signal 11)\n");
+        setModified(path, modified);
+        return path;
+    }
+
+    static void setModified(const QString &path, const QDateTime &modified)
+    {
+        QFile file(path);
+        file.open(QIODevice::ReadWrite);
+        file.setFileTime(modified, QFileDevice::FileModificationTime);
+    }
+
+    void writeMarks(const std::optional<QDateTime> &launch, const std::optional<QDateTime> &exit,
+                    PlistDict values = {})
+    {
+        if (launch) {
+            values.insert(QStringLiteral("launch"), *launch);
+        }
+        if (exit) {
+            values.insert(QStringLiteral("exit"), *exit);
+        }
+        QDir().mkpath(QFileInfo(plist).absolutePath());
+        ASSERT_TRUE(PropertyList::writeXml(PlistValue(values), plist));
+    }
+
+    PlistDict marks() const { return PropertyList::readDictionary(plist).value_or(PlistDict()); }
+
+    void setGlobal(const PlistValue &value)
+    {
+        PlistDict global;
+        global.insert(QStringLiteral("disable-crash-reporter"), value);
+        const QString path = sandbox.home() + "/Library/Preferences/com.vantreel.global.plist";
+        QDir().mkpath(QFileInfo(path).absolutePath());
+        ASSERT_TRUE(PropertyList::writeXml(PlistValue(global), path));
+    }
+
+    // This application's bundle, with a bug reporter in its resources when asked.
+    QString makeMainBundle(bool withReporter, const QString &recordFile = QString())
+    {
+        const QString bundle = TestFiles::makeBundle(
+            sandbox.path(), kName,
+            {{QStringLiteral("CFBundleName"), kName},
+             {QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.vantreel.KairoPlanner")}});
+        if (withReporter) {
+            TestFiles::makeBundle(bundle + "/Contents/Resources", QStringLiteral("Bug Reporter"),
+                                  {{QStringLiteral("CFBundleIdentifier"),
+                                    QStringLiteral("com.vantreel.BugReporter")}},
+                                  "printf '%s\\n' \"$@\" > '" + recordFile + "'");
+        }
+        Bundle::setMainBundlePath(bundle);
+        return bundle;
+    }
+
+    QStringList logMessages()
+    {
+        VTLog::finishWriting();
+        QStringList messages;
+        static const QRegularExpression line(
+            R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4} - (.*)$)");
+        for (const QString &text : TestFiles::lines(VTLog::currentLogPath())) {
+            if (const auto match = line.match(text); match.hasMatch()) {
+                messages.append(match.captured(1));
+            }
+        }
+        return messages;
+    }
+
+    // The exit status of the crashing program, as waitpid reports it.
+    static int runCrashingProgram(const QString &name, const char *how)
+    {
+        QByteArray program(CRASHING_PROGRAM);
+        QByteArray appName = name.toLocal8Bit();
+        QByteArray mode(how);
+        char *argv[] = {program.data(), appName.data(), mode.data(), nullptr};
+        pid_t pid = 0;
+        if (posix_spawn(&pid, program.constData(), nullptr, nullptr, argv, environ) != 0) {
+            return -1;
+        }
+        int status = 0;
+        while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+        }
+        return status;
+    }
+
+    static QString waitForFile(const QString &path)
+    {
+        QDeadlineTimer deadline(10000);
+        while (!deadline.hasExpired()) {
+            const QString text = QString::fromUtf8(TestFiles::read(path));
+            if (text.endsWith(QLatin1Char('\n'))) {
+                return text;
+            }
+            QThread::msleep(20);
+        }
+        return QString();
+    }
+};
+
+TEST_F(VTBugReporterTest, AFatalSignalLeavesACrashLogThatTheNextStartHandsToTheReporter)
+{
+    // A root test run writes into the console user's home, which is the sandbox's.
+    sandbox.setEnv("VT_CONSOLE_USER", QStringLiteral("anna"));
+    sandbox.setEnv("VT_CONSOLE_HOME", sandbox.home());
+    ProcessSpawner::setCurrent(nullptr);
+
+    const QDateTime before = QDateTime::currentDateTime().addMSecs(-1000);
+    const int status = runCrashingProgram(kName, "raise");
+    const QDateTime after = QDateTime::currentDateTime();
+    ASSERT_TRUE(WIFSIGNALED(status)) << "status " << status;
+    EXPECT_EQ(WTERMSIG(status), SIGSEGV);
+
+    const QString folder = userLogs(QStringLiteral("DiagnosticReports"));
+    const QStringList logs = QDir(folder).entryList(QDir::Files);
+    ASSERT_EQ(logs.size(), 1) << logs.join(' ').toStdString();
+    const auto name =
+        QRegularExpression(R"(^Kairo Planner_(\d{4}-\d\d-\d\d-\d{6})_(.+)\.crash$)").match(logs[0]);
+    ASSERT_TRUE(name.hasMatch()) << logs[0].toStdString();
+    const QDateTime written =
+        QDateTime::fromString(name.captured(1), QStringLiteral("yyyy-MM-dd-HHmmss"));
+    EXPECT_GE(written, before.addMSecs(-before.time().msec())) << name.captured(1).toStdString();
+    EXPECT_LE(written, after) << name.captured(1).toStdString();
+    char host[256] = {};
+    gethostname(host, sizeof host - 1);
+    EXPECT_EQ(name.captured(2), QString::fromLocal8Bit(host).section(QLatin1Char('.'), 0, 0));
+
+    const QString path = folder + QLatin1Char('/') + logs[0];
+    const QString text = QString::fromUtf8(TestFiles::read(path));
+    EXPECT_TRUE(text.contains("Process:         Kairo Planner\n")) << text.toStdString();
+    EXPECT_TRUE(text.contains("Exception Type:  SIGSEGV (signal 11)\n")) << text.toStdString();
+    const QStringList backtrace = text.section(QStringLiteral("\nBacktrace:\n"), 1)
+                                      .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    EXPECT_GE(backtrace.size(), 3) << text.toStdString();
+    EXPECT_TRUE(text.contains(QStringLiteral("kairoCrashHere"))) << text.toStdString();
+
+    // The next start: launched before the crash, no orderly exit since.
+    const QString opened = sandbox.file(QStringLiteral("opened.txt"));
+    makeMainBundle(true, opened);
+    writeMarks(before.addSecs(-60), std::nullopt);
+
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(path));
+    EXPECT_EQ(waitForFile(opened), path + "\n");
+    EXPECT_EQ(logMessages(), QStringList({"Application crashed on last launch"}));
+}
+
+TEST_F(VTBugReporterTest, EveryFatalSignalIsWrittenDownAndStillEndsTheProcess)
+{
+    sandbox.setEnv("VT_CONSOLE_USER", QStringLiteral("anna"));
+    sandbox.setEnv("VT_CONSOLE_HOME", sandbox.home());
+    const QString folder = userLogs(QStringLiteral("DiagnosticReports"));
+    struct Case
+    {
+        const char *how;
+        int signal;
+        const char *expected;
+    };
+    for (const Case &c : {Case{"fault", SIGSEGV,
+                               "Exception Type:  SIGSEGV (signal 11)\n"
+                               "Fault Address:   0x10\n"},
+                          Case{"abort", SIGABRT, "Exception Type:  SIGABRT (signal 6)\n"}}) {
+        QDir(folder).removeRecursively();
+        const int status = runCrashingProgram(QStringLiteral("Crasher"), c.how);
+        ASSERT_TRUE(WIFSIGNALED(status)) << c.how << " status " << status;
+        EXPECT_EQ(WTERMSIG(status), c.signal) << c.how;
+        const QStringList logs =
+            QDir(folder).entryList({QStringLiteral("Crasher_*.crash")}, QDir::Files);
+        ASSERT_EQ(logs.size(), 1) << c.how;
+        const QString text = QString::fromUtf8(TestFiles::read(folder + '/' + logs[0]));
+        EXPECT_TRUE(text.contains(QLatin1String(c.expected))) << text.toStdString();
+        EXPECT_TRUE(text.contains(QStringLiteral("kairoCrashHere"))) << text.toStdString();
+    }
+}
+
+TEST_F(VTBugReporterTest, CrashLogDatesAreCountedOutWithoutTheCLibrary)
+{
+    const int offsets[] = {0, 3600, -18000, 19800, 50400, -43200};
+    std::vector<qint64> moments = {0,
+                                   -1,
+                                   951782400 /* 2000-02-29 */,
+                                   951868799,
+                                   4107542400 /* 2100-03-01 */,
+                                   -2208988800 /* 1900-01-01 */,
+                                   1299240000,
+                                   2147483647,
+                                   2147483648,
+                                   253402300799};
+    for (qint64 s = -2208988800; s < 7258118400; s += 7777777) {
+        moments.push_back(s);
+    }
+    for (const qint64 moment : moments) {
+        for (const int offset : offsets) {
+            const QDateTime expected =
+                QDateTime::fromSecsSinceEpoch(moment, Qt::OffsetFromUTC, offset);
+            const CrashSignalHandler::CivilTime t = CrashSignalHandler::civilTime(moment, offset);
+            ASSERT_EQ(t.year, expected.date().year()) << moment << " " << offset;
+            ASSERT_EQ(t.month, expected.date().month()) << moment << " " << offset;
+            ASSERT_EQ(t.day, expected.date().day()) << moment << " " << offset;
+            ASSERT_EQ(t.hour, expected.time().hour()) << moment << " " << offset;
+            ASSERT_EQ(t.minute, expected.time().minute()) << moment << " " << offset;
+            ASSERT_EQ(t.second, expected.time().second()) << moment << " " << offset;
+        }
+    }
+}
+
+TEST_F(VTBugReporterTest, TheFirstRunChecksNothingAndRecordsTheLaunch)
+{
+    makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
+    crashLog(userLogs(QStringLiteral("DiagnosticReports")),
+             "Kairo Planner_2011-03-04-130000_Mac.crash", kLaunch.addSecs(3600));
+
+    VTBugReporter::startBugReporter(kName, plist);
+
+    EXPECT_EQ(spawner->calls(true), QStringList());
+    EXPECT_EQ(logMessages(), QStringList());
+    EXPECT_EQ(marks().value(QStringLiteral("launch")).date().toMSecsSinceEpoch(),
+              kLaunch.toMSecsSinceEpoch());
+    // Written by a root process it would belong to root: it goes back to the home's user.
+    EXPECT_EQ(spawner->calls(false), QStringList({"/bin/chown anna " + plist}));
+}
+
+TEST_F(VTBugReporterTest, AnOrderlyExitAtOrAfterTheLaunchMeansNoCrash)
+{
+    makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
+    const QString log =
+        crashLog(userLogs(QStringLiteral("DiagnosticReports")),
+                 "Kairo Planner_2011-03-04-130000_Mac.crash", kLaunch.addSecs(3600));
+
+    writeMarks(kLaunch, kLaunch);
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::nullopt);
+    writeMarks(kLaunch, kLaunch.addSecs(1));
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::nullopt);
+    EXPECT_EQ(spawner->calls(true), QStringList());
+
+    writeMarks(kLaunch, kLaunch.addSecs(-1));
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
+    EXPECT_EQ(spawner->calls(true).size(), 1);
+}
+
+TEST_F(VTBugReporterTest, StartAndStopWriteTheirMarksAndKeepTheOtherKeys)
+{
+    writeMarks(std::nullopt, std::nullopt, {{QStringLiteral("SUCheckAtStartup"), true}});
+    const QString log =
+        crashLog(userLogs(QStringLiteral("DiagnosticReports")),
+                 "Kairo Planner_2011-03-04-123000_Mac.crash", kLaunch.addSecs(1800));
+
+    VTBugReporter::startBugReporter(kName, plist);
+    clock->advance(std::chrono::hours(1));
+    VTBugReporter::stopBugReporter(plist);
+
+    const PlistDict values = marks();
+    EXPECT_EQ(values.value(QStringLiteral("SUCheckAtStartup")), PlistValue(true));
+    EXPECT_EQ(values.value(QStringLiteral("launch")).date().toMSecsSinceEpoch(),
+              kLaunch.toMSecsSinceEpoch());
+    EXPECT_EQ(values.value(QStringLiteral("exit")).date().toMSecsSinceEpoch(),
+              kLaunch.addSecs(3600).toMSecsSinceEpoch());
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::nullopt);
+
+    // The next start crashes: its launch is later than the exit, the log later still.
+    clock->advance(std::chrono::minutes(1));
+    VTBugReporter::startBugReporter(kName, plist);
+    setModified(log, kLaunch.addSecs(7200));
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
+}
+
+TEST_F(VTBugReporterTest, WithoutAPathTheUserDefaultsHoldTheMarksAndTheBundleNamesTheApp)
+{
+    const QString bundle = makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
+    const QString defaults =
+        sandbox.home() + "/Library/Preferences/com.vantreel.KairoPlanner.plist";
+
+    VTBugReporter::startBugReporter();
+    EXPECT_TRUE(PropertyList::readDictionary(defaults)
+                    .value_or(PlistDict())
+                    .value(QStringLiteral("launch"))
+                    .isDate());
+    // No chown for the user's own defaults.
+    EXPECT_EQ(spawner->calls(false), QStringList());
+
+    const QString log =
+        crashLog(userLogs(QStringLiteral("CrashReporter")),
+                 "Kairo Planner_2011-03-04-123000_Mac.crash", kLaunch.addSecs(1800));
+    EXPECT_EQ(VTBugReporter::checkForCrashes(), std::optional<QString>(log));
+    EXPECT_EQ(
+        spawner->calls(true),
+        QStringList(
+            {bundle + "/Contents/Resources/Bug Reporter.app/Contents/MacOS/Bug Reporter " + log}));
+
+    clock->advance(std::chrono::hours(1));
+    VTBugReporter::stopBugReporter();
+    EXPECT_EQ(VTBugReporter::checkForCrashes(), std::nullopt);
+}
+
+TEST_F(VTBugReporterTest, AMatchOlderThanTheLaunchIsIgnoredAndTheFoldersSearchedInOrder)
+{
+    makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
+    writeMarks(kLaunch, std::nullopt);
+    const QDateTime later = kLaunch.addSecs(600);
+    crashLog(userLogs(QStringLiteral("CrashReporter")), "Kairo Planner_old.crash",
+             kLaunch.addSecs(-3600));
+    crashLog(localLogs(QStringLiteral("CrashReporter")), "Other App_new.crash", later);
+    const QString local =
+        crashLog(localLogs(QStringLiteral("DiagnosticReports")), "Kairo Planner_new.crash", later);
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(local));
+
+    const QString localFirst =
+        crashLog(localLogs(QStringLiteral("CrashReporter")), "Kairo Planner_new.crash", later);
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(localFirst));
+    const QString user =
+        crashLog(userLogs(QStringLiteral("DiagnosticReports")), "Kairo Planner_new.crash", later);
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(user));
+}
+
+TEST_F(VTBugReporterTest, OnlyTheLastMatchInListingOrderIsLookedAt)
+{
+    makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
+    writeMarks(kLaunch, std::nullopt);
+    const QString folder = userLogs(QStringLiteral("DiagnosticReports"));
+    for (const char *name :
+         {"Kairo Planner_2011-03-04-120500_Mac.crash", "Kairo Planner_2011-03-04-120100_Mac.crash",
+          "Unrelated_1.crash", "Kairo Planner_2011-03-04-120900_Mac.crash",
+          "Kairo Planner_2011-03-04-120300_Mac.crash"}) {
+        crashLog(folder, QLatin1String(name), kLaunch.addSecs(600));
+    }
+    // The folder's own order, as the file system lists it.
+    QString last;
+    DIR *dir = opendir(QFile::encodeName(folder).constData());
+    ASSERT_NE(dir, nullptr);
+    while (const dirent *entry = readdir(dir)) {
+        const QString name = QFile::decodeName(entry->d_name);
+        if (name.startsWith(kName + '_')) {
+            last = name;
+        }
+    }
+    closedir(dir);
+
+    // However new the others are, an old last one means no crash in this folder.
+    setModified(folder + '/' + last, kLaunch.addSecs(-60));
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::nullopt);
+    setModified(folder + '/' + last, kLaunch.addSecs(60));
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist),
+              std::optional<QString>(folder + '/' + last));
+}
+
+TEST_F(VTBugReporterTest, TheNameMatchesIgnoringCaseAndNeedsTheUnderscore)
+{
+    makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
+    writeMarks(kLaunch, std::nullopt);
+    const QString folder = userLogs(QStringLiteral("DiagnosticReports"));
+    const QDateTime later = kLaunch.addSecs(600);
+    for (const char *name : {"Kairo Planner.crash", "Kairo Planner-2011.crash",
+                             "Kairo Planner Helper_2011.crash", "Kairo PlannerX_2011.crash"}) {
+        crashLog(folder, QLatin1String(name), later);
+    }
+    QDir().mkpath(folder + "/Kairo Planner_folder");
+    setModified(folder + "/Kairo Planner_folder", later);
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::nullopt);
+
+    const QString log = crashLog(folder, QStringLiteral("kAIRO pLANNER_2011.crash"), later);
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
+}
+
+TEST_F(VTBugReporterTest, TheSwitchLogsTheCrashOpensNothingAndStillTellsTheDelegate)
+{
+    makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
+    const QString log =
+        crashLog(userLogs(QStringLiteral("DiagnosticReports")),
+                 "Kairo Planner_2011-03-04-123000_Mac.crash", kLaunch.addSecs(1800));
+    for (const PlistValue &on : {PlistValue("1"), PlistValue(true)}) {
+        writeMarks(kLaunch, std::nullopt);
+        setGlobal(on);
+        RecordingDelegate delegate;
+        TestFiles::CaptureStderr console;
+        VTBugReporter::startBugReporter(kName, plist, &delegate);
+        const QString printed = console.finish();
+        QCoreApplication::processEvents();
+
+        EXPECT_TRUE(printed.endsWith(QStringLiteral("] Crash reporter disabled\n")))
+            << printed.toStdString();
+        EXPECT_EQ(logMessages(),
+                  QStringList({"Application crashed on last launch", "Crash reporter disabled"}));
+        EXPECT_EQ(spawner->calls(true), QStringList());
+        ASSERT_EQ(delegate.calls.size(), 1u);
+        EXPECT_EQ(delegate.calls[0].path, log);
+        VTLog::createNewLog(QStringLiteral("Test"));
+    }
+
+    // Any other value leaves the reporter on.
+    writeMarks(kLaunch, std::nullopt);
+    setGlobal(PlistValue("yes"));
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
+    EXPECT_EQ(spawner->calls(true).size(), 1);
+}
+
+TEST_F(VTBugReporterTest, WithoutABundledReporterTheInstalledOneIsUsed)
+{
+    makeMainBundle(false);
+    writeMarks(kLaunch, std::nullopt);
+    const QString log =
+        crashLog(userLogs(QStringLiteral("DiagnosticReports")),
+                 "Kairo Planner_2011-03-04-123000_Mac.crash", kLaunch.addSecs(1800));
+    const QString applications = sandbox.mkdir(QStringLiteral("Applications"));
+    sandbox.setEnv("VT_APP_SEARCH_PATH", applications);
+
+    // None installed: the crash is still the answer.
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
+    EXPECT_EQ(spawner->calls(true), QStringList());
+
+    Workspace::invalidateCaches();
+    const QString reporter = TestFiles::makeBundle(
+        applications + "/Utilities", QStringLiteral("Vantreel Reporter"),
+        {{QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.vantreel.BugReporter")}});
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
+    EXPECT_EQ(spawner->calls(true),
+              QStringList({reporter + "/Contents/MacOS/Vantreel Reporter " + log}));
+}
+
+TEST_F(VTBugReporterTest, TheDelegateIsToldOnTheMainThreadWithoutWaiting)
+{
+    makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
+    RecordingDelegate delegate;
+
+    writeMarks(kLaunch, kLaunch.addSecs(10));
+    VTBugReporter::startBugReporter(kName, plist, &delegate);
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(delegate.calls.empty());
+
+    const QString log =
+        crashLog(userLogs(QStringLiteral("DiagnosticReports")),
+                 "Kairo Planner_2011-03-04-123000_Mac.crash", kLaunch.addSecs(1800));
+    writeMarks(kLaunch, std::nullopt);
+    VTBugReporter::startBugReporter(kName, plist, &delegate);
+    EXPECT_TRUE(delegate.calls.empty());
+    QCoreApplication::processEvents();
+    ASSERT_EQ(delegate.calls.size(), 1u);
+    EXPECT_EQ(delegate.calls[0].path, log);
+    EXPECT_EQ(delegate.calls[0].thread, QCoreApplication::instance()->thread());
+}
+
+TEST_F(VTBugReporterTest, ChownPlistGivesTheFileToTheUserAfterHome)
+{
+    VTBugReporter::chownPlist(QStringLiteral("/home/anna/Library/Preferences/a.plist"));
+    VTBugReporter::chownPlist(QStringLiteral("/home/bob/home/carol/b.plist"));
+    VTBugReporter::chownPlist(QStringLiteral("/srv/data/c.plist"));
+    VTBugReporter::chownPlist(QStringLiteral("/data/home"));
+    VTBugReporter::chownPlist(QStringLiteral("/Users/anna/Library/Preferences/d.plist"));
+
+    EXPECT_EQ(spawner->calls(false),
+              QStringList({"/bin/chown anna /home/anna/Library/Preferences/a.plist",
+                           "/bin/chown bob /home/bob/home/carol/b.plist"}));
+}

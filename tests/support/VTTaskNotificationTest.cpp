@@ -1,0 +1,346 @@
+#include "support/VTTaskNotification.h"
+#include "platform/SessionBus.h"
+#include "support/VTLog.h"
+#include "testsupport/DBusDaemon.h"
+#include "testsupport/FakeIdentity.h"
+#include "testsupport/MockClock.h"
+#include "testsupport/Sandbox.h"
+#include "testsupport/TestFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <QDBusMessage>
+#include <QDeadlineTimer>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QThread>
+
+#include <chrono>
+#include <csignal>
+#include <memory>
+
+void PrintTo(const QString &text, std::ostream *os)
+{
+    *os << '"' << text.toStdString() << '"';
+}
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// A client application's callback object, served by the NotificationClient program.
+class CallbackClient
+{
+public:
+    CallbackClient(const QString &mode, const QString &which, const QString &record)
+        : m_which(which), m_record(record)
+    {
+        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        m_process.start(QStringLiteral(NOTIFICATION_CLIENT), {mode, which, record});
+        QDeadlineTimer deadline(10000);
+        while (!m_process.canReadLine() && !deadline.hasExpired() &&
+               m_process.state() != QProcess::NotRunning) {
+            m_process.waitForReadyRead(100);
+        }
+        m_ready = m_process.readLine().trimmed() == "ready";
+    }
+
+    ~CallbackClient()
+    {
+        resume();
+        m_process.kill();
+        m_process.waitForFinished(5000);
+    }
+
+    bool ready() const { return m_ready; }
+    QString service() const
+    {
+        return m_which == QLatin1String("tessel")
+                   ? QStringLiteral("com.vantreel.VTTesselClientCallback")
+                   : QStringLiteral("com.vantreel.VTQuillClientCallback");
+    }
+    QString path() const
+    {
+        return m_which == QLatin1String("tessel") ? QStringLiteral("/VTTesselClientCallback")
+                                                  : QStringLiteral("/VTQuillClientCallback");
+    }
+
+    // Every message the object received, once a marker sent after them on the connection
+    // the notifications use has arrived too (one sender's messages arrive in order).
+    QStringList received()
+    {
+        const QString token = QStringLiteral("mark-%1").arg(++m_marks);
+        const std::optional<QDBusConnection> bus = SessionBus::current().connection();
+        if (!bus) {
+            return {QStringLiteral("(no bus)")};
+        }
+        bus->send(QDBusMessage::createMethodCall(service(), path(),
+                                                 QStringLiteral("com.vantreel.Test"),
+                                                 QStringLiteral("mark"))
+                  << token);
+        const QString markLine = QStringLiteral("mark|s|noreply|") + token;
+        QDeadlineTimer deadline(10000);
+        while (!deadline.hasExpired()) {
+            QStringList lines = TestFiles::lines(m_record);
+            if (lines.contains(markLine)) {
+                QStringList before;
+                for (const QString &line : lines) {
+                    if (!line.startsWith(QLatin1String("mark|"))) {
+                        before.append(line);
+                    }
+                }
+                return before;
+            }
+            QThread::msleep(10);
+        }
+        return {QStringLiteral("(marker never arrived)")};
+    }
+
+    void pause() { ::kill(static_cast<pid_t>(m_process.processId()), SIGSTOP); }
+    void resume() { ::kill(static_cast<pid_t>(m_process.processId()), SIGCONT); }
+
+private:
+    QString m_which;
+    QString m_record;
+    QProcess m_process;
+    bool m_ready = false;
+    int m_marks = 0;
+};
+
+const QString kProcess = QStringLiteral("VTTaskNotificationTest");
+
+} // namespace
+
+class VTTaskNotificationTest : public ::testing::Test
+{
+protected:
+    Sandbox sandbox;
+    FakeIdentity::Scoped identity;
+    MockClock::Scoped clock;
+
+    void SetUp() override
+    {
+        // No /run/user folder belongs to this user.
+        identity->uid = 4123456;
+        identity->home = sandbox.home();
+        VTLog::createNewLog(QStringLiteral("Test"));
+    }
+
+    QString record(const QString &name) const { return sandbox.file(name + ".calls"); }
+
+    // The messages of the log, without its header.
+    QStringList logMessages()
+    {
+        VTLog::finishWriting();
+        QStringList messages;
+        static const QRegularExpression line(
+            R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4} - (.*)$)");
+        for (const QString &text : TestFiles::lines(VTLog::currentLogPath())) {
+            if (const auto match = line.match(text); match.hasMatch()) {
+                messages.append(match.captured(1));
+            }
+        }
+        return messages;
+    }
+
+    int pauses()
+    {
+        int n = 0;
+        for (const auto sleep : clock->sleeps()) {
+            EXPECT_EQ(sleep, 15000us);
+            ++n;
+        }
+        return n;
+    }
+
+    static void postAll()
+    {
+        VTTaskNotification::postTaskErrorString(QStringLiteral("Kairo Planner: boom"));
+        VTTaskNotification::postTaskError(QStringLiteral("failure"));
+        VTTaskNotification::postIncrementProgress();
+        VTTaskNotification::postTaskFinished();
+        VTTaskNotification::postDisconnect();
+    }
+};
+
+TEST_F(VTTaskNotificationTest, WithoutABusEveryCallReturnsSilently)
+{
+    TestFiles::CaptureStderr console;
+    postAll(); // the sandbox's address is "disabled:"
+
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", std::nullopt);
+    sandbox.setEnv("XDG_RUNTIME_DIR", sandbox.mkdir(QStringLiteral("run")));
+    postAll();
+
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + sandbox.path() + "/no-such-socket");
+    postAll();
+
+    EXPECT_EQ(console.finish(), QString());
+    EXPECT_EQ(logMessages(), QStringList());
+    EXPECT_EQ(pauses(), 0);
+}
+
+TEST_F(VTTaskNotificationTest, WithNobodyListeningEveryCallReturnsSilently)
+{
+    DBusDaemon bus;
+    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
+    ASSERT_TRUE(SessionBus::current().connection());
+
+    TestFiles::CaptureStderr console;
+    postAll();
+    EXPECT_EQ(console.finish(), QString());
+    EXPECT_EQ(logMessages(), QStringList());
+    EXPECT_EQ(pauses(), 0);
+}
+
+TEST_F(VTTaskNotificationTest, AClientWithThePlainFormsGetsThemOneWay)
+{
+    DBusDaemon bus;
+    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
+    CallbackClient client(QStringLiteral("plain"), QStringLiteral("quill"), record("quill"));
+    ASSERT_TRUE(client.ready());
+
+    postAll();
+
+    // It has no incrementRemoteProgress, so that call sends nothing (but still pauses).
+    EXPECT_EQ(client.received(), QStringList({
+                                     "postErrorString|s|noreply|Kairo Planner: boom",
+                                     "postError|v|noreply|variant:QString:failure",
+                                     "postFinishedTask||noreply",
+                                     "postDisconnect||noreply",
+                                 }));
+    EXPECT_EQ(pauses(), 5);
+    EXPECT_EQ(logMessages(), QStringList());
+}
+
+TEST_F(VTTaskNotificationTest, AClientWithTheRichFormsGetsOnlyThose)
+{
+    DBusDaemon bus;
+    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
+    CallbackClient client(QStringLiteral("rich"), QStringLiteral("quill"), record("quill"));
+    ASSERT_TRUE(client.ready());
+
+    postAll();
+
+    EXPECT_EQ(
+        client.received(),
+        QStringList({
+            "postErrorStringUserInfo|sa{sv}|noreply|Kairo Planner: boom|{appName=" + kProcess + "}",
+            "postErrorForApp|vs|noreply|variant:QString:failure|" + kProcess,
+            "incrementRemoteProgress||noreply",
+            "postFinishedTask||noreply",
+            "postDisconnect||noreply",
+        }));
+    EXPECT_EQ(pauses(), 5);
+}
+
+TEST_F(VTTaskNotificationTest, MethodsOfAnotherInterfaceOrSignatureDoNotCount)
+{
+    DBusDaemon bus;
+    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
+    CallbackClient client(QStringLiteral("none"), QStringLiteral("quill"), record("quill"));
+    ASSERT_TRUE(client.ready());
+
+    TestFiles::CaptureStderr console;
+    postAll();
+
+    EXPECT_EQ(client.received(), QStringList());
+    EXPECT_EQ(pauses(), 5);
+    EXPECT_EQ(console.finish(), QString());
+    EXPECT_EQ(logMessages(), QStringList());
+}
+
+TEST_F(VTTaskNotificationTest, TheSecondNameIsFoundWhenOnlyItIsRegistered)
+{
+    DBusDaemon bus;
+    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
+    CallbackClient tessel(QStringLiteral("plain"), QStringLiteral("tessel"), record("tessel"));
+    ASSERT_TRUE(tessel.ready());
+
+    VTTaskNotification::postTaskErrorString(
+        QStringLiteral("Kairo Planner: No tasks found in application"));
+
+    EXPECT_EQ(
+        tessel.received(),
+        QStringList({"postErrorString|s|noreply|Kairo Planner: No tasks found in application"}));
+}
+
+TEST_F(VTTaskNotificationTest, TheFirstNameWinsWhenBothAreRegistered)
+{
+    DBusDaemon bus;
+    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
+    CallbackClient tessel(QStringLiteral("rich"), QStringLiteral("tessel"), record("tessel"));
+    CallbackClient quill(QStringLiteral("plain"), QStringLiteral("quill"), record("quill"));
+    ASSERT_TRUE(tessel.ready());
+    ASSERT_TRUE(quill.ready());
+
+    VTTaskNotification::postTaskFinished();
+
+    EXPECT_EQ(quill.received(), QStringList({"postFinishedTask||noreply"}));
+    EXPECT_EQ(tessel.received(), QStringList());
+}
+
+TEST_F(VTTaskNotificationTest, AClientThatDoesNotAnswerIsLoggedNeverRaised)
+{
+    DBusDaemon bus;
+    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
+    CallbackClient client(QStringLiteral("rich"), QStringLiteral("quill"), record("quill"));
+    ASSERT_TRUE(client.ready());
+    client.pause();
+
+    TestFiles::CaptureStderr console;
+    VTTaskNotification::postTaskErrorString(QStringLiteral("Kairo Planner: boom"));
+    const QString printed = console.finish();
+    client.resume();
+
+    const QString expected = QStringLiteral(
+        "Exception in VTTaskNotification::postTaskErrorString. NSPortTimeoutException - Unable "
+        "to introspect com.vantreel.VTQuillClientCallback: ");
+    const QStringList messages = logMessages();
+    ASSERT_EQ(messages.size(), 1);
+    EXPECT_TRUE(messages[0].startsWith(expected)) << messages[0].toStdString();
+    EXPECT_TRUE(printed.contains(expected)) << printed.toStdString();
+    // Nothing was sent, so there was nothing to wait for.
+    EXPECT_EQ(pauses(), 0);
+    EXPECT_EQ(client.received(), QStringList());
+}
+
+TEST_F(VTTaskNotificationTest, AnErrorValueTheBusCannotCarryIsLogged)
+{
+    DBusDaemon bus;
+    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
+    CallbackClient client(QStringLiteral("rich"), QStringLiteral("quill"), record("quill"));
+    ASSERT_TRUE(client.ready());
+
+    TestFiles::CaptureStderr console;
+    VTTaskNotification::postTaskError(QVariant());
+    console.finish();
+
+    const QStringList messages = logMessages();
+    ASSERT_EQ(messages.size(), 1);
+    EXPECT_TRUE(messages[0].startsWith(QStringLiteral(
+        "Exception in VTTaskNotification::postTaskError. NSPortSendException - Unable to send "
+        "postErrorForApp to com.vantreel.VTQuillClientCallback")))
+        << messages[0].toStdString();
+    EXPECT_EQ(client.received(), QStringList());
+}
+
+TEST_F(VTTaskNotificationTest, ABusThatWentAwayIsLeftAndTheNextOneFound)
+{
+    auto first = std::make_unique<DBusDaemon>();
+    ASSERT_TRUE(first->isRunning()) << first->error().toStdString();
+    {
+        CallbackClient client(QStringLiteral("plain"), QStringLiteral("quill"), record("first"));
+        ASSERT_TRUE(client.ready());
+        VTTaskNotification::postTaskFinished();
+        EXPECT_EQ(client.received(), QStringList({"postFinishedTask||noreply"}));
+    }
+    first.reset();
+
+    DBusDaemon second;
+    ASSERT_TRUE(second.isRunning()) << second.error().toStdString();
+    CallbackClient client(QStringLiteral("plain"), QStringLiteral("quill"), record("second"));
+    ASSERT_TRUE(client.ready());
+    VTTaskNotification::postTaskFinished();
+    EXPECT_EQ(client.received(), QStringList({"postFinishedTask||noreply"}));
+}
