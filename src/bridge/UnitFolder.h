@@ -1,0 +1,41 @@
+#pragma once
+
+#include "UnitHeader.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+// One folder of unit files (the user's or the system's). Writing and removing go only to
+// units that carry the bridge's marker or do not exist yet.
+class UnitFolder
+{
+public:
+    enum class State
+    {
+        Missing,
+        Ours,
+        Foreign
+    };
+
+    explicit UnitFolder(QString path) : m_path(std::move(path)) {}
+
+    const QString &path() const { return m_path; }
+    QString filePath(const QString &unitName) const;
+    State state(const QString &unitName) const;
+    // The file's text; empty when it cannot be read.
+    QString text(const QString &unitName) const;
+    // The header of a job's service written by the bridge.
+    std::optional<UnitHeader> header(const QString &unitName) const;
+    // The services of every job the bridge loaded into this folder, sorted by name.
+    QStringList jobServices() const;
+
+    // Replaces the unit atomically (mode 644). Refuses a unit the bridge did not write.
+    bool write(const QString &unitName, const QString &text, QString *error) const;
+    // Removes the unit; a missing unit is no error. Refuses a unit the bridge did not write.
+    bool remove(const QString &unitName, QString *error) const;
+
+private:
+    QString m_path;
+};

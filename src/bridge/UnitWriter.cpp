@@ -1,0 +1,195 @@
+#include "UnitWriter.h"
+
+#include "CalendarEvent.h"
+#include "UnitHeader.h"
+#include "UnitName.h"
+#include "UnitQuoting.h"
+
+#include <QDir>
+#include <QRegularExpression>
+
+namespace {
+
+const QLatin1String kWatcherName("kairo-mount-watcher.service");
+
+bool isEnvironmentName(const QString &name)
+{
+    static const QRegularExpression valid(QStringLiteral("^[A-Za-z_][A-Za-z0-9_]*$"));
+    return valid.match(name).hasMatch();
+}
+
+QString section(const QString &name, const QStringList &lines)
+{
+    return QLatin1Char('[') + name + QStringLiteral("]\n") + lines.join(QLatin1Char('\n')) +
+           QLatin1Char('\n');
+}
+
+QString unitSection(const QString &label)
+{
+    return section(QStringLiteral("Unit"),
+                   {QStringLiteral("Description=") + UnitQuoting::description(label)});
+}
+
+QString installSection(const QString &target)
+{
+    return section(QStringLiteral("Install"), {QStringLiteral("WantedBy=") + target});
+}
+
+} // namespace
+
+std::optional<QStringList> UnitWriter::unitNames(const QString &label)
+{
+    // ".service" is the longest suffix.
+    const std::optional<QString> service = UnitName::forLabel(label, QStringLiteral("service"));
+    if (!service) {
+        return std::nullopt;
+    }
+    return QStringList{*service, UnitName::escape(label) + QStringLiteral(".timer"),
+                       UnitName::escape(label) + QStringLiteral(".path")};
+}
+
+std::optional<UnitWriter> UnitWriter::forJob(const JobFile &job, const ManagerScope &scope,
+                                             QString *message)
+{
+    const std::optional<QStringList> names = unitNames(job.label());
+    if (!names) {
+        *message = QStringLiteral("kairo-launchctl: the label of %1 is too long for a systemd unit")
+                       .arg(job.path());
+        return std::nullopt;
+    }
+    if (names->first() == kWatcherName) {
+        *message =
+            QStringLiteral("kairo-launchctl: the label of %1 is reserved for the mount watcher")
+                .arg(job.path());
+        return std::nullopt;
+    }
+
+    UnitWriter writer;
+    writer.m_serviceName = names->at(0);
+    writer.m_warnings = job.warnings();
+    writer.m_units.emplace_back(writer.m_serviceName, writer.serviceText(job, scope));
+    if (const std::optional<QString> timer = writer.timerText(job)) {
+        writer.m_units.emplace_back(names->at(1), *timer);
+        writer.m_triggers.append(names->at(1));
+    }
+    if (const std::optional<QString> path = writer.pathText(job)) {
+        writer.m_units.emplace_back(names->at(2), *path);
+        writer.m_triggers.append(names->at(2));
+    }
+    if (job.runAtLoad()) {
+        writer.m_triggers.append(writer.m_serviceName);
+    }
+    return writer;
+}
+
+QString UnitWriter::serviceText(const JobFile &job, const ManagerScope &scope)
+{
+    QStringList exec;
+    exec.append(QLatin1Char('@') + UnitQuoting::execWord(job.program()));
+    for (const QString &argument : job.arguments()) {
+        exec.append(UnitQuoting::execWord(argument));
+    }
+    QStringList service{QStringLiteral("Type=oneshot"),
+                        QStringLiteral("ExecStart=") + exec.join(QLatin1Char(' '))};
+    if (job.nice()) {
+        service.append(QStringLiteral("Nice=%1").arg(*job.nice()));
+    }
+    if (job.lowPriorityIO()) {
+        service.append(QStringLiteral("IOSchedulingClass=idle"));
+    }
+    for (const auto &[name, value] : job.environment()) {
+        if (isEnvironmentName(name)) {
+            service.append(QStringLiteral("Environment=") +
+                           UnitQuoting::assignment(name + QLatin1Char('=') + value));
+        } else {
+            m_warnings.append(QStringLiteral("EnvironmentVariables: \"%1\" is no variable name "
+                                             "systemd accepts and is left out")
+                                  .arg(UnitQuoting::cEscape(name)));
+        }
+    }
+
+    QString text = UnitHeader::forJob(job.path(), job.label(), job.startOnMount(), job.disabled()) +
+                   unitSection(job.label()) + QLatin1Char('\n') +
+                   section(QStringLiteral("Service"), service);
+    if (job.runAtLoad()) {
+        text += QLatin1Char('\n') + installSection(scope.startupTarget());
+    }
+    return text;
+}
+
+std::optional<QString> UnitWriter::timerText(const JobFile &job)
+{
+    QStringList timer;
+    for (const PlistDict &element : job.calendarIntervals()) {
+        for (const CalendarEvent &event : CalendarEvent::fromLaunchd(element, &m_warnings)) {
+            timer.append(QStringLiteral("OnCalendar=") + event.toString());
+        }
+    }
+    const bool calendar = !timer.isEmpty();
+    if (job.startInterval()) {
+        timer.append(QStringLiteral("OnActiveSec=%1").arg(*job.startInterval()));
+        timer.append(QStringLiteral("OnUnitActiveSec=%1").arg(*job.startInterval()));
+    }
+    if (timer.isEmpty()) {
+        return std::nullopt;
+    }
+    if (calendar) {
+        // A run missed while the machine was off happens at the next start, as with launchd.
+        timer.append(QStringLiteral("Persistent=true"));
+    }
+    timer.append(QStringLiteral("AccuracySec=1s"));
+    return UnitHeader::forJob(job.path()) + unitSection(job.label()) + QLatin1Char('\n') +
+           section(QStringLiteral("Timer"), timer) + QLatin1Char('\n') +
+           installSection(QStringLiteral("timers.target"));
+}
+
+std::optional<QString> UnitWriter::pathText(const JobFile &job)
+{
+    QStringList paths;
+    for (const QString &watched : job.watchPaths()) {
+        if (watched.isEmpty()) {
+            continue;
+        }
+        // systemd wants normalized paths; lexically they mean the same.
+        const std::optional<QString> value = QDir::isAbsolutePath(watched)
+                                                 ? UnitQuoting::path(QDir::cleanPath(watched))
+                                                 : std::nullopt;
+        if (!value) {
+            m_warnings.append(
+                QStringLiteral("WatchPaths: \"%1\" cannot be watched by systemd and is left out")
+                    .arg(UnitQuoting::cEscape(watched)));
+            continue;
+        }
+        paths.append(QStringLiteral("PathModified=") + *value);
+    }
+    if (paths.isEmpty()) {
+        return std::nullopt;
+    }
+    return UnitHeader::forJob(job.path()) + unitSection(job.label()) + QLatin1Char('\n') +
+           section(QStringLiteral("Path"), paths) + QLatin1Char('\n') +
+           installSection(QStringLiteral("paths.target"));
+}
+
+QString UnitWriter::mountWatcherName()
+{
+    return kWatcherName;
+}
+
+QString UnitWriter::mountWatcherUnit(const QString &bridgePath, const ManagerScope &scope)
+{
+    QString exec = UnitQuoting::execWord(bridgePath) + QLatin1Char(' ') +
+                   UnitQuoting::execWord(QStringLiteral("watch-mounts"));
+    if (scope.isSystem()) {
+        exec += QLatin1Char(' ') + UnitQuoting::execWord(QStringLiteral("--system"));
+    }
+    return UnitHeader::forMountWatcher() +
+           section(
+               QStringLiteral("Unit"),
+               {QStringLiteral(
+                   "Description=Starts the Kairo Planner jobs that run when a disk is mounted")}) +
+           QLatin1Char('\n') +
+           section(QStringLiteral("Service"),
+                   {QStringLiteral("Type=simple"), QStringLiteral("ExecStart=") + exec,
+                    QStringLiteral("Restart=on-failure")}) +
+           QLatin1Char('\n') + installSection(scope.startupTarget());
+}

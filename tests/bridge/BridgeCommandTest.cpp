@@ -1,0 +1,180 @@
+#include "BridgeTesting.h"
+
+#include "testsupport/Sandbox.h"
+#include "testsupport/TestFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFileInfo>
+
+#include <unistd.h>
+
+namespace {
+
+// The real program, as the application and a person at the terminal run it.
+class BridgeCommandTest : public ::testing::Test
+{
+protected:
+    Sandbox sandbox;
+    BridgeTesting::StandIn systemctl{sandbox};
+
+    QString job(const QString &label, const PlistDict &schedule, bool daemon = false)
+    {
+        const QString folder = daemon
+                                   ? sandbox.localRoot() + QStringLiteral("/Library/LaunchDaemons")
+                                   : sandbox.home() + QStringLiteral("/Library/LaunchAgents");
+        const QString program =
+            sandbox.localRoot() + QStringLiteral("/Applications/Foo.app/Contents/MacOS/Foo");
+        return BridgeTesting::writeJob(
+            folder, BridgeTesting::writerJob(label, program, {"-backup"}, schedule));
+    }
+
+    static PlistDict daily()
+    {
+        return PlistDict{{"StartCalendarInterval",
+                          PlistArray{PlistValue(PlistDict{{"Hour", 7}, {"Minute", 0}})}}};
+    }
+
+    // Lets another user in: the sandbox is private to its owner.
+    void openSandboxToEveryone()
+    {
+        const auto open = [](const QString &path) {
+            QFile::setPermissions(path, QFile::permissions(path) | QFileDevice::ReadOther |
+                                            QFileDevice::ExeOther | QFileDevice::ReadGroup |
+                                            QFileDevice::ExeGroup);
+        };
+        open(sandbox.path());
+        QDirIterator it(sandbox.path(), QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            open(it.next());
+        }
+    }
+};
+
+} // namespace
+
+TEST_F(BridgeCommandTest, MissingJobFilesGetLaunchctlsMessagesAndStatus1)
+{
+    const QString missing = sandbox.path() + QStringLiteral("/nothing.plist");
+    BridgeTesting::Run run = BridgeTesting::bridge({"load", missing});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(run.err.contains(
+        QStringLiteral("launchctl: Couldn't stat(\"%1\"): No such file or directory\n")
+            .arg(missing)))
+        << run.err.toStdString();
+    EXPECT_TRUE(run.err.contains(QStringLiteral("] nothing found to load\n")))
+        << run.err.toStdString();
+
+    run = BridgeTesting::bridge({"unload", missing});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(run.err.contains(QStringLiteral("] nothing found to unload\n")))
+        << run.err.toStdString();
+
+    const QString invalid = sandbox.file(QStringLiteral("invalid.plist"));
+    TestFiles::write(invalid, "not a property list");
+    run = BridgeTesting::bridge({"load", invalid});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(
+        run.err.contains(QStringLiteral("launchctl: no plist was returned for: ") + invalid))
+        << run.err.toStdString();
+    EXPECT_TRUE(systemctl.calls().isEmpty());
+}
+
+TEST_F(BridgeCommandTest, WrongUsageShowsTheUsage)
+{
+    for (const QStringList &arguments :
+         {QStringList{}, QStringList{"load"}, QStringList{"start", "x"},
+          QStringList{"list", "--base-time", "yesterday"},
+          QStringList{"watch-mounts", "--interval", "0"}}) {
+        const BridgeTesting::Run run = BridgeTesting::bridge(arguments);
+        EXPECT_EQ(run.status, 1) << arguments.join(' ').toStdString();
+        EXPECT_FALSE(run.err.isEmpty());
+    }
+}
+
+TEST_F(BridgeCommandTest, LoadAndUnloadCallSystemctlInOrder)
+{
+    const QString path = job(QStringLiteral("com.vantreel.ScheduledTask3"), daily());
+    BridgeTesting::Run run = BridgeTesting::bridge({"load", path});
+    EXPECT_EQ(run.status, 0) << run.err.toStdString();
+    EXPECT_EQ(run.err, QString());
+    run = BridgeTesting::bridge({"unload", path});
+    EXPECT_EQ(run.status, 0) << run.err.toStdString();
+    // Never loaded any more: quiet.
+    run = BridgeTesting::bridge({"unload", path});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, QString());
+    EXPECT_EQ(
+        systemctl.calls(),
+        (QStringList{
+            "--user daemon-reload", "--user enable com.vantreel.ScheduledTask3.timer",
+            "--user start --no-block com.vantreel.ScheduledTask3.timer",
+            "--user stop com.vantreel.ScheduledTask3.timer com.vantreel.ScheduledTask3.service",
+            "--user disable com.vantreel.ScheduledTask3.timer", "--user daemon-reload"}));
+}
+
+TEST_F(BridgeCommandTest, OnlyRootLoadsDaemons)
+{
+    const QString path = job(QStringLiteral("com.vantreel.RootScheduledTask1"), daily(), true);
+    const QString systemUnits = sandbox.localRoot() + QStringLiteral("/etc/systemd/system");
+    BridgeTesting::Run run;
+    if (geteuid() == 0) {
+        // As nobody, through the real identity calls of the program.
+        openSandboxToEveryone();
+        run = BridgeTesting::run(QStringLiteral("setpriv"),
+                                 {"--reuid=65534", "--regid=65534", "--clear-groups",
+                                  BridgeTesting::bridgeBinary(), "load", path});
+    } else {
+        run = BridgeTesting::bridge({"load", path});
+    }
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(run.err.contains(path + QStringLiteral(" is a daemon; only root can load it")))
+        << run.err.toStdString();
+    EXPECT_TRUE(systemctl.calls().isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(systemUnits));
+
+    if (geteuid() == 0) {
+        run = BridgeTesting::bridge({"load", path});
+        EXPECT_EQ(run.status, 0) << run.err.toStdString();
+        EXPECT_EQ(systemctl.calls(),
+                  (QStringList{"daemon-reload", "enable com.vantreel.RootScheduledTask1.timer",
+                               "start --no-block com.vantreel.RootScheduledTask1.timer"}));
+        EXPECT_TRUE(QFileInfo::exists(systemUnits +
+                                      QStringLiteral("/com.vantreel.RootScheduledTask1.timer")));
+    }
+}
+
+TEST_F(BridgeCommandTest, WithoutSystemdLoadStillWritesTheUnitsButFails)
+{
+    // The real systemctl, where no systemd runs (as in a container), or a missing one.
+    const QString path = job(QStringLiteral("com.vantreel.ScheduledTask3"), daily());
+    const BridgeTesting::Run run = BridgeTesting::bridge(
+        {"load", path}, {{"VT_SYSTEMCTL", sandbox.path() + QStringLiteral("/missing/systemctl")}});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(run.err.contains(QStringLiteral("kairo-launchctl: cannot run ")))
+        << run.err.toStdString();
+    EXPECT_TRUE(QFileInfo::exists(
+        sandbox.home() +
+        QStringLiteral("/.config/systemd/user/com.vantreel.ScheduledTask3.timer")));
+}
+
+TEST_F(BridgeCommandTest, ListPrintsEveryLoadedJobAtAFixedBaseTime)
+{
+    ASSERT_EQ(
+        BridgeTesting::bridge({"load", job(QStringLiteral("com.vantreel.ScheduledTask3"), daily())})
+            .status,
+        0);
+    ASSERT_EQ(BridgeTesting::bridge({"load", job(QStringLiteral("com.vantreel.ScheduledTask6"),
+                                                 {{"StartInterval", 90}})})
+                  .status,
+              0);
+    systemctl.fail(QStringLiteral("show"), 1);
+    const BridgeTesting::Run run =
+        BridgeTesting::bridge({"list", "--base-time", "2011-03-04T12:00:00Z"}, {{"TZ", "UTC"}});
+    EXPECT_EQ(run.status, 0) << run.err.toStdString();
+    EXPECT_EQ(run.out, "com.vantreel.ScheduledTask3\tyes\t2011-03-05T07:00:00+00:00\t-\n"
+                       "com.vantreel.ScheduledTask6\tyes\t2011-03-04T12:01:30+00:00\t-\n");
+}

@@ -1,0 +1,209 @@
+#include "BridgeTesting.h"
+
+#include "platform/PropertyList.h"
+#include "testsupport/Sandbox.h"
+#include "testsupport/TestFiles.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QRegularExpression>
+#include <QTimeZone>
+
+#include <cstdlib>
+#include <ctime>
+
+QString BridgeTesting::bridgeBinary()
+{
+    return QStringLiteral(KAIRO_BINARY_DIR "/Kairo Planner.app/Contents/MacOS/kairo-launchctl");
+}
+
+BridgeTesting::Run BridgeTesting::run(const QString &program, const QStringList &arguments,
+                                      const std::map<QString, QString> &environment)
+{
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (const auto &[name, value] : environment) {
+        env.insert(name, value);
+    }
+    process.setProcessEnvironment(env);
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.start(program, arguments);
+    Run result;
+    if (!process.waitForFinished(20000)) {
+        process.kill();
+        process.waitForFinished();
+        result.err = QStringLiteral("did not finish: ") + process.errorString();
+        return result;
+    }
+    result.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    result.out = QString::fromUtf8(process.readAllStandardOutput());
+    result.err = QString::fromUtf8(process.readAllStandardError());
+    return result;
+}
+
+BridgeTesting::Run BridgeTesting::bridge(const QStringList &arguments,
+                                         const std::map<QString, QString> &environment)
+{
+    return run(bridgeBinary(), arguments, environment);
+}
+
+BridgeTesting::StandIn::StandIn(Sandbox &sandbox)
+    : m_folder(sandbox.mkdir(QStringLiteral("systemctl")))
+{
+    const QString script = TestFiles::writeScript(
+        m_folder + QStringLiteral("/systemctl"),
+        QStringLiteral(
+            "dir='%1'\n"
+            "echo \"$*\" >> \"$dir/calls\"\n"
+            "for a in \"$@\"; do case \"$a\" in -*) ;; *) verb=\"$a\"; break;; esac; done\n"
+            "if [ \"$verb\" = show ] && [ -f \"$dir/show\" ]; then cat \"$dir/show\"; fi\n"
+            "if [ -f \"$dir/fail-$verb\" ]; then\n"
+            "  echo \"Failed to $verb: the stand-in refuses\" >&2\n"
+            "  exit $(cat \"$dir/fail-$verb\")\n"
+            "fi\n"
+            "exit 0")
+            .arg(m_folder));
+    sandbox.setEnv("VT_SYSTEMCTL", script);
+}
+
+QStringList BridgeTesting::StandIn::calls() const
+{
+    return TestFiles::lines(m_folder + QStringLiteral("/calls"));
+}
+
+void BridgeTesting::StandIn::clearCalls() const
+{
+    QFile::remove(m_folder + QStringLiteral("/calls"));
+}
+
+void BridgeTesting::StandIn::fail(const QString &verb, int status) const
+{
+    TestFiles::write(m_folder + QStringLiteral("/fail-") + verb, QByteArray::number(status));
+}
+
+void BridgeTesting::StandIn::answerShow(const QString &output) const
+{
+    TestFiles::write(m_folder + QStringLiteral("/show"), output.toUtf8());
+}
+
+PlistDict BridgeTesting::writerJob(const QString &label, const QString &program,
+                                   const QStringList &arguments, const PlistDict &schedule,
+                                   bool disabled)
+{
+    PlistDict job;
+    job.insert(QStringLiteral("Label"), label);
+    job.insert(QStringLiteral("Program"), program);
+    job.insert(QStringLiteral("ProgramArguments"),
+               QStringList{QFileInfo(program).completeBaseName()} + arguments);
+    job.insert(QStringLiteral("LowPriorityIO"), true);
+    job.insert(QStringLiteral("Nice"), 15);
+    for (const PlistDict::Entry &entry : schedule) {
+        job.insert(entry.key, entry.value);
+    }
+    if (disabled) {
+        job.insert(QStringLiteral("Disabled"), true);
+    }
+    job.insert(QStringLiteral("EnvironmentVariables"),
+               PlistDict{{QStringLiteral("VTAppBundleID"), QStringLiteral("com.vantreel.FooBar")},
+                         {QStringLiteral("VTCommandID"), QStringLiteral("backup")}});
+    return job;
+}
+
+QString BridgeTesting::writeJob(const QString &folder, const PlistDict &job)
+{
+    // The writer names the file after the label; a "/" cannot be part of a file name.
+    const QString name =
+        job.value(QStringLiteral("Label")).string().replace(QLatin1Char('/'), QLatin1Char('_'));
+    const QString path = folder + QLatin1Char('/') + name + QStringLiteral(".plist");
+    QDir().mkpath(folder);
+    PropertyList::writeXml(PlistValue(job), path);
+    const QString program = job.value(QStringLiteral("Program")).string();
+    if (program.startsWith(QLatin1Char('/')) && !QFileInfo::exists(program)) {
+        TestFiles::writeScript(program, QStringLiteral("exit 0"));
+    }
+    return path;
+}
+
+bool BridgeTesting::verify(const QStringList &unitFiles, bool userUnits, const QString &runtimeDir,
+                           QString *report)
+{
+    QStringList arguments;
+    if (userUnits) {
+        arguments << QStringLiteral("--user");
+    }
+    arguments << QStringLiteral("verify") << QStringLiteral("--man=no") << unitFiles;
+    const Run result = run(QStringLiteral("systemd-analyze"), arguments,
+                           {{QStringLiteral("XDG_RUNTIME_DIR"), runtimeDir}});
+    *report = result.err + result.out;
+    if (result.status != 0) {
+        return false;
+    }
+    // Anything said about one of the units (a warning still passes verify) is a problem.
+    for (const QString &file : unitFiles) {
+        if (result.err.contains(file) || result.err.contains(QFileInfo(file).fileName())) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::vector<std::vector<qint64>> BridgeTesting::systemdFirings(const QStringList &lines,
+                                                               qint64 base, int iterations,
+                                                               const QString &zone,
+                                                               QStringList *normalized)
+{
+    const Run result =
+        run(QStringLiteral("systemd-analyze"),
+            QStringList{QStringLiteral("calendar"), QStringLiteral("--base-time=@%1").arg(base),
+                        QStringLiteral("--iterations=%1").arg(iterations)} +
+                lines,
+            {{QStringLiteral("TZ"), zone}});
+    static const QRegularExpression elapse(
+        QStringLiteral("^\\s*(?:Next elapse|Iter\\. #\\d+|\\(in UTC\\)): \\w+ "
+                       "(\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d) (\\S+)$"));
+    std::vector<std::vector<qint64>> firings;
+    if (normalized) {
+        normalized->clear();
+    }
+    for (const QString &block : result.out.split(QStringLiteral("\n\n"), Qt::SkipEmptyParts)) {
+        std::vector<qint64> times;
+        for (const QString &line : block.split(QLatin1Char('\n'))) {
+            if (normalized && line.trimmed().startsWith(QLatin1String("Normalized form: "))) {
+                normalized->append(line.trimmed().mid(17));
+            }
+            const QRegularExpressionMatch match = elapse.match(line);
+            if (!match.hasMatch() || match.captured(2) != QLatin1String("UTC")) {
+                continue;
+            }
+            QDateTime time =
+                QDateTime::fromString(match.captured(1), QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+            time.setTimeZone(QTimeZone::utc());
+            times.push_back(time.toSecsSinceEpoch());
+        }
+        firings.push_back(times);
+    }
+    return firings;
+}
+
+BridgeTesting::TimeZone::TimeZone(const QString &zone)
+{
+    if (const char *old = getenv("TZ")) {
+        m_old = QByteArray(old);
+    }
+    setenv("TZ", zone.toLocal8Bit().constData(), 1);
+    tzset();
+}
+
+BridgeTesting::TimeZone::~TimeZone()
+{
+    if (m_old) {
+        setenv("TZ", m_old->constData(), 1);
+    } else {
+        unsetenv("TZ");
+    }
+    tzset();
+}

@@ -1,0 +1,179 @@
+#include "BridgeTesting.h"
+
+#include "CalendarEvent.h"
+
+#include <gtest/gtest.h>
+
+#include <QDateTime>
+#include <QTimeZone>
+
+namespace {
+
+qint64 utc(const char *text)
+{
+    QDateTime time =
+        QDateTime::fromString(QString::fromLatin1(text), QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+    time.setTimeZone(QTimeZone::utc());
+    return time.toSecsSinceEpoch();
+}
+
+QStringList linesOf(const PlistDict &element, QStringList *warnings)
+{
+    QStringList lines;
+    for (const CalendarEvent &event : CalendarEvent::fromLaunchd(element, warnings)) {
+        lines.append(event.toString());
+    }
+    return lines;
+}
+
+// Every form the bridge writes: each of weekday, month, day, hour and minute given or not,
+// plus values that fall on the awkward days and hours.
+QStringList allForms()
+{
+    QStringList lines;
+    for (int mask = 0; mask < 32; ++mask) {
+        PlistDict element;
+        if (mask & 1) {
+            element.insert(QStringLiteral("Minute"), 30);
+        }
+        if (mask & 2) {
+            element.insert(QStringLiteral("Hour"), 2);
+        }
+        if (mask & 4) {
+            element.insert(QStringLiteral("Day"), 27);
+        }
+        if (mask & 8) {
+            element.insert(QStringLiteral("Weekday"), 0);
+        }
+        if (mask & 16) {
+            element.insert(QStringLiteral("Month"), 10);
+        }
+        QStringList warnings;
+        for (const QString &line : linesOf(element, &warnings)) {
+            if (!lines.contains(line)) {
+                lines.append(line);
+            }
+        }
+    }
+    lines << QStringLiteral("*-*-31 *:*:00") << QStringLiteral("*-02-29 00:00:00")
+          << QStringLiteral("*-02-30 07:00:00") << QStringLiteral("*-04-31 07:00:00")
+          << QStringLiteral("*-12-31 23:59:00") << QStringLiteral("*-*-* 00:00:00")
+          << QStringLiteral("*-*-* 00:*:00") << QStringLiteral("*-*-* 01:30:00")
+          << QStringLiteral("*-*-* 02:00:00") << QStringLiteral("*-*-* 03:00:00")
+          << QStringLiteral("*-*-* 23:00:00") << QStringLiteral("Sun *-*-* 00:00:00")
+          << QStringLiteral("Sat *-03-* 02:30:00") << QStringLiteral("Fri *-*-13 *:00:00")
+          << QStringLiteral("*-10-16 00:*:00") << QStringLiteral("*-02-26 23:30:00");
+    return lines;
+}
+
+struct Zone
+{
+    const char *zone;
+    // Base times: plain days and the hours around the changes of daylight saving time.
+    std::vector<qint64> bases;
+};
+
+} // namespace
+
+TEST(CalendarEventTest, LaunchdElementsBecomeTheLinesSystemdNeeds)
+{
+    QStringList warnings;
+    // Missing keys are "any"; launchd's Sunday is 0 or 7.
+    EXPECT_EQ(linesOf({}, &warnings), QStringList{"*-*-* *:*:00"});
+    EXPECT_EQ(linesOf({{"Minute", 5}}, &warnings), QStringList{"*-*-* *:05:00"});
+    EXPECT_EQ(linesOf({{"Weekday", 7}, {"Hour", 18}}, &warnings), QStringList{"Sun *-*-* 18:*:00"});
+    EXPECT_EQ(linesOf({{"Weekday", 0}}, &warnings), QStringList{"Sun *-*-* *:*:00"});
+    EXPECT_EQ(linesOf({{"Weekday", 6}, {"Month", 12}, {"Minute", 0}}, &warnings),
+              QStringList{"Sat *-12-* *:00:00"});
+    // Day and Weekday together: launchd fires when either matches.
+    EXPECT_EQ(linesOf({{"Month", 2}, {"Day", 14}, {"Weekday", 3}, {"Hour", 9}, {"Minute", 45}},
+                      &warnings),
+              (QStringList{"*-02-14 09:45:00", "Wed *-02-* 09:45:00"}));
+    EXPECT_TRUE(warnings.isEmpty()) << warnings.join("; ").toStdString();
+
+    // Values that can never match leave the element out, with a reason.
+    for (const PlistDict &never :
+         {PlistDict{{"Minute", 60}}, PlistDict{{"Hour", 24}}, PlistDict{{"Day", 0}},
+          PlistDict{{"Day", 32}}, PlistDict{{"Weekday", 8}}, PlistDict{{"Month", 13}},
+          PlistDict{{"Minute", -1}}, PlistDict{{"Hour", "7"}}, PlistDict{{"Minute", 1.5}}}) {
+        warnings.clear();
+        EXPECT_TRUE(linesOf(never, &warnings).isEmpty()) << never.keys().join(",").toStdString();
+        EXPECT_EQ(warnings.size(), 1);
+    }
+    // An unknown key is only ignored.
+    warnings.clear();
+    EXPECT_EQ(linesOf({{"Second", 5}, {"Hour", 1}}, &warnings), QStringList{"*-*-* 01:*:00"});
+    EXPECT_EQ(warnings.size(), 1);
+}
+
+TEST(CalendarEventTest, ParsesOnlyItsOwnForms)
+{
+    for (const char *line :
+         {"*-*-* *:*:00", "Mon *-*-* 07:00:00", "*-12-31 23:59:00", "Sun *-02-* *:05:00"}) {
+        const std::optional<CalendarEvent> event = CalendarEvent::parse(QString::fromLatin1(line));
+        ASSERT_TRUE(event) << line;
+        EXPECT_EQ(event->toString(), QString::fromLatin1(line));
+    }
+    for (const char *line : {"daily", "Mon,Tue *-*-* 07:00:00", "*-*-* 07:00", "2011-*-* 07:00:00",
+                             "*-13-* 07:00:00", "*-*-* 24:00:00", "*-*-00 07:00:00",
+                             "*-*-* 07:00:30", "*-*-* 7:00:00", "*-*/2-* 07:00:00"}) {
+        EXPECT_FALSE(CalendarEvent::parse(QString::fromLatin1(line))) << line;
+    }
+}
+
+TEST(CalendarEventTest, NextFiringIsStrictlyLaterAndNeverForImpossibleDates)
+{
+    const BridgeTesting::TimeZone zone(QStringLiteral("UTC"));
+    const CalendarEvent hourly = *CalendarEvent::parse(QStringLiteral("*-*-* *:00:00"));
+    EXPECT_EQ(hourly.nextAfter(utc("2011-03-04 12:00:00")), utc("2011-03-04 13:00:00"));
+    EXPECT_EQ(hourly.nextAfter(utc("2011-03-04 12:59:59")), utc("2011-03-04 13:00:00"));
+    EXPECT_EQ(CalendarEvent::parse(QStringLiteral("*-02-29 00:00:00"))
+                  ->nextAfter(utc("2011-03-04 12:00:00")),
+              utc("2012-02-29 00:00:00"));
+    EXPECT_EQ(CalendarEvent::parse(QStringLiteral("*-02-30 07:00:00"))
+                  ->nextAfter(utc("2011-03-04 12:00:00")),
+              std::nullopt);
+}
+
+// The list computes next runs itself when systemd is not running; the times must be the
+// ones systemd would use, in every time zone, across the changes of daylight saving time.
+TEST(CalendarEventTest, AgreesWithSystemdAnalyzeCalendar)
+{
+    const QStringList lines = allForms();
+    const std::vector<Zone> zones{
+        {"UTC", {utc("2011-03-04 12:00:00"), utc("2012-02-28 23:59:59")}},
+        // Summer time starts at 02:00 on 27 March 2011 and ends at 03:00 on 30 October.
+        {"Europe/Berlin",
+         {utc("2011-03-26 23:10:00"), utc("2011-10-29 23:45:00"), utc("2011-10-30 00:30:00")}},
+        // Summer time started at midnight: 16 October 2011 had no 00:00.
+        {"America/Sao_Paulo", {utc("2011-10-15 02:30:00"), utc("2012-02-26 01:30:00")}},
+        // Half an hour of summer time.
+        {"Australia/Lord_Howe", {utc("2011-10-01 15:00:00"), utc("2011-04-02 14:00:00")}},
+    };
+    constexpr int kIterations = 4;
+    for (const Zone &zone : zones) {
+        const BridgeTesting::TimeZone tz(QString::fromLatin1(zone.zone));
+        for (const qint64 base : zone.bases) {
+            QStringList normalized;
+            const auto systemd = BridgeTesting::systemdFirings(
+                lines, base, kIterations, QString::fromLatin1(zone.zone), &normalized);
+            ASSERT_EQ(systemd.size(), static_cast<size_t>(lines.size()));
+            EXPECT_EQ(normalized, lines);
+            for (qsizetype i = 0; i < lines.size(); ++i) {
+                const CalendarEvent event = *CalendarEvent::parse(lines.at(i));
+                std::vector<qint64> ours;
+                qint64 after = base;
+                while (ours.size() < kIterations) {
+                    const std::optional<qint64> next = event.nextAfter(after);
+                    if (!next) {
+                        break;
+                    }
+                    ours.push_back(*next);
+                    after = *next;
+                }
+                EXPECT_EQ(ours, systemd.at(static_cast<size_t>(i)))
+                    << zone.zone << " base " << base << ": " << lines.at(i).toStdString();
+            }
+        }
+    }
+}

@@ -1,0 +1,195 @@
+#include "BridgeTesting.h"
+
+#include "JobFile.h"
+#include "ManagerScope.h"
+
+#include "platform/PropertyList.h"
+#include "testsupport/Sandbox.h"
+#include "testsupport/TestFiles.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+class JobFileTest : public ::testing::Test
+{
+protected:
+    Sandbox sandbox;
+
+    std::optional<JobFile> parse(const PlistDict &dict, QString *message)
+    {
+        const QString path = sandbox.file(QStringLiteral("job.plist"));
+        PropertyList::writeXml(PlistValue(dict), path);
+        return JobFile::read(path, message);
+    }
+
+    PlistDict minimal()
+    {
+        return PlistDict{{"Label", "com.vantreel.ScheduledTask1"}, {"Program", "/bin/true"}};
+    }
+};
+
+} // namespace
+
+TEST_F(JobFileTest, MissingUnreadableAndInvalidFilesGetLaunchctlsMessages)
+{
+    QString message;
+    EXPECT_FALSE(JobFile::read(QStringLiteral("/nonexistent/job.plist"), &message));
+    EXPECT_EQ(
+        message,
+        QStringLiteral(
+            "launchctl: Couldn't stat(\"/nonexistent/job.plist\"): No such file or directory"));
+
+    const QString garbage = sandbox.file(QStringLiteral("garbage.plist"));
+    TestFiles::write(garbage, "<plist><dict><key>Label</key>");
+    EXPECT_FALSE(JobFile::read(garbage, &message));
+    EXPECT_EQ(message, QStringLiteral("launchctl: no plist was returned for: ") + garbage);
+
+    const QString array = sandbox.file(QStringLiteral("array.plist"));
+    PropertyList::writeXml(PlistValue(QStringList{"Label"}), array);
+    EXPECT_FALSE(JobFile::read(array, &message));
+    EXPECT_EQ(message, QStringLiteral("launchctl: no plist was returned for: ") + array);
+
+    const QString folder = sandbox.mkdir(QStringLiteral("folder.plist"));
+    EXPECT_FALSE(JobFile::read(folder, &message));
+    EXPECT_EQ(message, QStringLiteral("launchctl: no plist was returned for: ") + folder);
+}
+
+TEST_F(JobFileTest, ALabelAndAProgramAreRequired)
+{
+    QString message;
+    const QString path = sandbox.path() + QStringLiteral("/job.plist");
+    for (const PlistValue &label :
+         {PlistValue(), PlistValue(""), PlistValue(5), PlistValue(QString(QChar(0)) + "x")}) {
+        PlistDict dict = minimal();
+        dict.remove(QStringLiteral("Label"));
+        if (label.isValid()) {
+            dict.insert(QStringLiteral("Label"), label);
+        }
+        EXPECT_FALSE(parse(dict, &message)) << label.description().toStdString();
+        EXPECT_EQ(message, QStringLiteral("launchctl: missing the Label key: ") + path);
+    }
+
+    PlistDict dict = minimal();
+    dict.remove(QStringLiteral("Program"));
+    EXPECT_FALSE(parse(dict, &message));
+    EXPECT_EQ(message,
+              QStringLiteral("launchctl: missing the Program and ProgramArguments keys: ") + path);
+    dict.insert(QStringLiteral("ProgramArguments"), PlistArray{});
+    EXPECT_FALSE(parse(dict, &message));
+
+    // systemd would read these as ExecStart= prefixes or refuse them.
+    for (const char *program : {"-rm", "@x", "+x", "!x", ":x", "bin/tool", ""}) {
+        dict = minimal();
+        dict.insert(QStringLiteral("Program"), program);
+        EXPECT_FALSE(parse(dict, &message)) << program;
+        EXPECT_EQ(message, QStringLiteral("launchctl: invalid Program \"%1\": %2")
+                               .arg(QString::fromLatin1(program), path));
+    }
+}
+
+TEST_F(JobFileTest, ProgramAndArgumentsFollowLaunchd)
+{
+    QString message;
+    // Program alone runs with itself as argv[0].
+    std::optional<JobFile> job = parse(minimal(), &message);
+    ASSERT_TRUE(job) << message.toStdString();
+    EXPECT_EQ(job->program(), QStringLiteral("/bin/true"));
+    EXPECT_EQ(job->arguments(), QStringList{"/bin/true"});
+
+    // ProgramArguments alone: its first element is the program, looked up by name.
+    PlistDict dict = minimal();
+    dict.remove(QStringLiteral("Program"));
+    dict.insert(QStringLiteral("ProgramArguments"), QStringList{"tar", "-c", "x"});
+    job = parse(dict, &message);
+    ASSERT_TRUE(job) << message.toStdString();
+    EXPECT_EQ(job->program(), QStringLiteral("tar"));
+    EXPECT_EQ(job->arguments(), (QStringList{"tar", "-c", "x"}));
+
+    // Both: Program runs, ProgramArguments is argv; C strings end at a NUL.
+    dict.insert(QStringLiteral("Program"), "/usr/bin//./tar");
+    dict.insert(
+        QStringLiteral("ProgramArguments"),
+        PlistArray{PlistValue("gtar"), PlistValue(5), PlistValue(QString("a") + QChar(0) + "b")});
+    job = parse(dict, &message);
+    ASSERT_TRUE(job) << message.toStdString();
+    EXPECT_EQ(job->program(), QStringLiteral("/usr/bin/tar"));
+    EXPECT_EQ(job->arguments(), (QStringList{"gtar", "a"}));
+    EXPECT_EQ(job->warnings().size(), 1);
+    EXPECT_EQ(job->path(), sandbox.path() + QStringLiteral("/job.plist"));
+}
+
+TEST_F(JobFileTest, KeysOfTheWrongTypeAreIgnoredWithAWarning)
+{
+    PlistDict dict = minimal();
+    dict.insert(QStringLiteral("RunAtLoad"), "YES");
+    dict.insert(QStringLiteral("Disabled"), 1);
+    dict.insert(QStringLiteral("Nice"), "15");
+    dict.insert(QStringLiteral("StartInterval"), 0);
+    dict.insert(QStringLiteral("WatchPaths"), "/tmp");
+    dict.insert(QStringLiteral("StartCalendarInterval"),
+                PlistArray{PlistValue(5), PlistValue(PlistDict{{"Hour", 7}})});
+    dict.insert(QStringLiteral("EnvironmentVariables"), PlistDict{{"A", "1"}, {"B", 2}});
+    QString message;
+    const std::optional<JobFile> job = parse(dict, &message);
+    ASSERT_TRUE(job) << message.toStdString();
+    EXPECT_FALSE(job->runAtLoad());
+    EXPECT_FALSE(job->disabled());
+    EXPECT_FALSE(job->nice());
+    EXPECT_FALSE(job->startInterval());
+    EXPECT_TRUE(job->watchPaths().isEmpty());
+    ASSERT_EQ(job->calendarIntervals().size(), 1u);
+    EXPECT_EQ(job->calendarIntervals().front(), (PlistDict{{"Hour", 7}}));
+    ASSERT_EQ(job->environment().size(), 1u);
+    EXPECT_EQ(job->environment().front(), std::make_pair(QStringLiteral("A"), QStringLiteral("1")));
+    EXPECT_EQ(job->warnings().size(), 7) << job->warnings().join("; ").toStdString();
+}
+
+TEST_F(JobFileTest, ValuesAreReadAsLaunchdReadsThem)
+{
+    PlistDict dict = minimal();
+    dict.insert(QStringLiteral("Nice"), 40);
+    dict.insert(QStringLiteral("LowPriorityIO"), true);
+    dict.insert(QStringLiteral("StartOnMount"), true);
+    dict.insert(QStringLiteral("StartInterval"), 30);
+    // A lone dictionary is a calendar interval too.
+    dict.insert(QStringLiteral("StartCalendarInterval"), PlistDict{{"Minute", 5}});
+    dict.insert(QStringLiteral("Disabled"), true);
+    QString message;
+    std::optional<JobFile> job = parse(dict, &message);
+    ASSERT_TRUE(job) << message.toStdString();
+    // The kernel's range.
+    EXPECT_EQ(job->nice(), 19);
+    EXPECT_TRUE(job->lowPriorityIO());
+    EXPECT_TRUE(job->startOnMount());
+    EXPECT_EQ(job->startInterval(), 30);
+    EXPECT_EQ(job->calendarIntervals().size(), 1u);
+    EXPECT_TRUE(job->disabled());
+    EXPECT_TRUE(job->warnings().isEmpty());
+
+    dict.insert(QStringLiteral("Nice"), -99);
+    job = parse(dict, &message);
+    EXPECT_EQ(job->nice(), -20);
+}
+
+TEST_F(JobFileTest, DaemonsAreTheJobsInALaunchDaemonsFolder)
+{
+    EXPECT_TRUE(
+        ManagerScope::forJobFile(QStringLiteral("/Library/LaunchDaemons/x.plist")).isSystem());
+    EXPECT_FALSE(
+        ManagerScope::forJobFile(QStringLiteral("/Library/LaunchAgents/x.plist")).isSystem());
+    EXPECT_FALSE(ManagerScope::forJobFile(QStringLiteral("/LaunchDaemons/sub/x.plist")).isSystem());
+    EXPECT_FALSE(ManagerScope::forJobFile(QStringLiteral("/tmp/x.plist")).isSystem());
+
+    EXPECT_EQ(ManagerScope::system().unitFolder(),
+              sandbox.localRoot() + QStringLiteral("/etc/systemd/system"));
+    EXPECT_EQ(ManagerScope::user().unitFolder(),
+              sandbox.home() + QStringLiteral("/.config/systemd/user"));
+    sandbox.setEnv("XDG_CONFIG_HOME", sandbox.path() + QStringLiteral("/config/"));
+    EXPECT_EQ(ManagerScope::user().unitFolder(),
+              sandbox.path() + QStringLiteral("/config/systemd/user"));
+    // A relative XDG_CONFIG_HOME is to be ignored.
+    sandbox.setEnv("XDG_CONFIG_HOME", QStringLiteral("config"));
+    EXPECT_EQ(ManagerScope::user().unitFolder(),
+              sandbox.home() + QStringLiteral("/.config/systemd/user"));
+}

@@ -1,0 +1,282 @@
+#include "BridgeTesting.h"
+
+#include "JobLoader.h"
+
+#include "testsupport/FakeIdentity.h"
+#include "testsupport/Sandbox.h"
+#include "testsupport/TestFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFileInfo>
+
+#include <sys/stat.h>
+
+namespace {
+
+const QString kBridge = QStringLiteral("/opt/kairo/kairo-launchctl");
+
+PlistDict daily()
+{
+    return PlistDict{
+        {"StartCalendarInterval", PlistArray{PlistValue(PlistDict{{"Hour", 7}, {"Minute", 0}})}}};
+}
+
+class JobLoaderTest : public ::testing::Test
+{
+protected:
+    Sandbox sandbox;
+    FakeIdentity::Scoped identity;
+    BridgeTesting::StandIn systemctl{sandbox};
+    JobLoader loader{kBridge};
+
+    QString agents() const { return sandbox.home() + QStringLiteral("/Library/LaunchAgents"); }
+    QString daemons() const
+    {
+        return sandbox.localRoot() + QStringLiteral("/Library/LaunchDaemons");
+    }
+    QString userUnits() const { return sandbox.home() + QStringLiteral("/.config/systemd/user"); }
+    QString systemUnits() const
+    {
+        return sandbox.localRoot() + QStringLiteral("/etc/systemd/system");
+    }
+
+    QString job(const QString &label, const PlistDict &schedule, bool disabled = false,
+                const QString &folder = QString())
+    {
+        const QString program =
+            sandbox.localRoot() + QStringLiteral("/Applications/Foo.app/Contents/MacOS/Foo");
+        return BridgeTesting::writeJob(
+            folder.isEmpty() ? agents() : folder,
+            BridgeTesting::writerJob(label, program, {"-backup"}, schedule, disabled));
+    }
+
+    static QStringList files(const QString &folder)
+    {
+        return QDir(folder).entryList(QDir::Files, QDir::Name);
+    }
+};
+
+} // namespace
+
+TEST_F(JobLoaderTest, LoadWritesTheUnitsThenReloadsEnablesAndStartsTheTrigger)
+{
+    const QString path = job(QStringLiteral("com.vantreel.ScheduledTask3"), daily());
+    // The manager must be able to read the units whatever the caller's umask.
+    const mode_t mask = umask(077);
+    EXPECT_EQ(loader.load(path), 0);
+    umask(mask);
+    EXPECT_EQ(
+        systemctl.calls(),
+        (QStringList{"--user daemon-reload", "--user enable com.vantreel.ScheduledTask3.timer",
+                     "--user start --no-block com.vantreel.ScheduledTask3.timer"}));
+    EXPECT_EQ(files(userUnits()), (QStringList{"com.vantreel.ScheduledTask3.service",
+                                               "com.vantreel.ScheduledTask3.timer"}));
+    EXPECT_EQ(QFileInfo(userUnits() + "/com.vantreel.ScheduledTask3.timer").permissions(),
+              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadUser |
+                  QFileDevice::WriteUser | QFileDevice::ReadGroup | QFileDevice::ReadOther);
+
+    systemctl.clearCalls();
+    EXPECT_EQ(loader.unload(path), 0);
+    EXPECT_EQ(
+        systemctl.calls(),
+        (QStringList{
+            "--user stop com.vantreel.ScheduledTask3.timer com.vantreel.ScheduledTask3.service",
+            "--user disable com.vantreel.ScheduledTask3.timer", "--user daemon-reload"}));
+    EXPECT_TRUE(files(userUnits()).isEmpty());
+}
+
+TEST_F(JobLoaderTest, RunAtLoadEnablesAndStartsTheServiceItself)
+{
+    const QString path = job(QStringLiteral("com.vantreel.ScheduledTask0"), {{"RunAtLoad", true}});
+    EXPECT_EQ(loader.load(path), 0);
+    EXPECT_EQ(
+        systemctl.calls(),
+        (QStringList{"--user daemon-reload", "--user enable com.vantreel.ScheduledTask0.service",
+                     "--user start --no-block com.vantreel.ScheduledTask0.service"}));
+    systemctl.clearCalls();
+    EXPECT_EQ(loader.unload(path), 0);
+    EXPECT_EQ(systemctl.calls(), (QStringList{"--user stop com.vantreel.ScheduledTask0.service",
+                                              "--user disable com.vantreel.ScheduledTask0.service",
+                                              "--user daemon-reload"}));
+}
+
+TEST_F(JobLoaderTest, DisabledJobsAndJobsWithoutTriggerAreWrittenButNotStarted)
+{
+    EXPECT_EQ(loader.load(job(QStringLiteral("com.vantreel.ScheduledTask1"), daily(), true)), 0);
+    EXPECT_EQ(loader.load(job(QStringLiteral("com.vantreel.ScheduledTask2"),
+                              {{"StartCalendarInterval", PlistArray{}}})),
+              0);
+    EXPECT_EQ(systemctl.calls(), (QStringList{"--user daemon-reload", "--user daemon-reload"}));
+    EXPECT_EQ(files(userUnits()), (QStringList{"com.vantreel.ScheduledTask1.service",
+                                               "com.vantreel.ScheduledTask1.timer",
+                                               "com.vantreel.ScheduledTask2.service"}));
+}
+
+TEST_F(JobLoaderTest, UnloadingAJobNeverLoadedSucceedsQuietly)
+{
+    const QString path = job(QStringLiteral("com.vantreel.ScheduledTask3"), daily());
+    TestFiles::CaptureStderr stderrCapture;
+    EXPECT_EQ(loader.unload(path), 0);
+    EXPECT_EQ(stderrCapture.finish(), QString());
+    EXPECT_TRUE(systemctl.calls().isEmpty());
+}
+
+TEST_F(JobLoaderTest, LoadingAgainReplacesTheUnitsOfTheOldSchedule)
+{
+    const QString label = QStringLiteral("com.vantreel.ScheduledTask3");
+    const QString path = job(label, daily());
+    ASSERT_EQ(loader.load(path), 0);
+    systemctl.clearCalls();
+    // The application rewrites the job file for a new schedule.
+    job(label, {{"WatchPaths", QStringList{"/srv/inbox"}}});
+    EXPECT_EQ(loader.load(path), 0);
+    EXPECT_EQ(
+        systemctl.calls(),
+        (QStringList{
+            "--user stop com.vantreel.ScheduledTask3.timer com.vantreel.ScheduledTask3.service",
+            "--user disable com.vantreel.ScheduledTask3.timer", "--user daemon-reload",
+            "--user enable com.vantreel.ScheduledTask3.path",
+            "--user start --no-block com.vantreel.ScheduledTask3.path"}));
+    EXPECT_EQ(files(userUnits()), (QStringList{"com.vantreel.ScheduledTask3.path",
+                                               "com.vantreel.ScheduledTask3.service"}));
+    // Unload finds the units by label, whatever the job file says now.
+    job(label, {{"StartInterval", 60}});
+    systemctl.clearCalls();
+    EXPECT_EQ(loader.unload(path), 0);
+    EXPECT_EQ(
+        systemctl.calls().first(),
+        QStringLiteral(
+            "--user stop com.vantreel.ScheduledTask3.path com.vantreel.ScheduledTask3.service"));
+    EXPECT_TRUE(files(userUnits()).isEmpty());
+}
+
+TEST_F(JobLoaderTest, DaemonsNeedRoot)
+{
+    const QString path =
+        job(QStringLiteral("com.vantreel.RootScheduledTask1"), daily(), false, daemons());
+    TestFiles::CaptureStderr stderrCapture;
+    EXPECT_EQ(loader.load(path), 1);
+    EXPECT_EQ(loader.unload(path), 1);
+    const QString said = stderrCapture.finish();
+    EXPECT_TRUE(said.contains(path + QStringLiteral(" is a daemon; only root can load it")))
+        << said.toStdString();
+    EXPECT_TRUE(said.contains(path + QStringLiteral(" is a daemon; only root can unload it")))
+        << said.toStdString();
+    EXPECT_TRUE(systemctl.calls().isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(systemUnits()));
+
+    identity->uid = 0;
+    EXPECT_EQ(loader.load(path), 0);
+    EXPECT_EQ(systemctl.calls(),
+              (QStringList{"daemon-reload", "enable com.vantreel.RootScheduledTask1.timer",
+                           "start --no-block com.vantreel.RootScheduledTask1.timer"}));
+    EXPECT_EQ(files(systemUnits()), (QStringList{"com.vantreel.RootScheduledTask1.service",
+                                                 "com.vantreel.RootScheduledTask1.timer"}));
+    EXPECT_FALSE(QFileInfo::exists(userUnits()));
+}
+
+TEST_F(JobLoaderTest, UnitsWithoutTheMarkerAreNeverTouched)
+{
+    const QString path = job(QStringLiteral("com.vantreel.ScheduledTask3"), daily());
+    const QString foreign = userUnits() + QStringLiteral("/com.vantreel.ScheduledTask3.timer");
+    TestFiles::write(foreign, "[Timer]\nOnCalendar=daily\n");
+    TestFiles::CaptureStderr stderrCapture;
+    EXPECT_EQ(loader.load(path), 1);
+    EXPECT_EQ(loader.unload(path), 1);
+    const QString said = stderrCapture.finish();
+    EXPECT_EQ(said.count(foreign + QStringLiteral(" was not written by kairo-launchctl")), 2)
+        << said.toStdString();
+    EXPECT_EQ(TestFiles::read(foreign), QByteArray("[Timer]\nOnCalendar=daily\n"));
+    EXPECT_EQ(files(userUnits()), QStringList{"com.vantreel.ScheduledTask3.timer"});
+    EXPECT_TRUE(systemctl.calls().isEmpty());
+}
+
+TEST_F(JobLoaderTest, LabelsThatEscapeToTheSameNameDoNotTakeEachOthersUnits)
+{
+    // systemd-escape turns "/" into "-".
+    const QString first = job(QStringLiteral("com.vantreel.a-b"), daily());
+    const QString second = job(QStringLiteral("com.vantreel.a/b"), daily());
+    ASSERT_EQ(loader.load(first), 0);
+    const QByteArray before =
+        TestFiles::read(userUnits() + QStringLiteral("/com.vantreel.a-b.service"));
+    systemctl.clearCalls();
+    TestFiles::CaptureStderr stderrCapture;
+    EXPECT_EQ(loader.load(second), 1);
+    EXPECT_EQ(loader.unload(second), 0);
+    EXPECT_TRUE(
+        stderrCapture.finish().contains(QStringLiteral("belong to the job com.vantreel.a-b")));
+    EXPECT_TRUE(systemctl.calls().isEmpty());
+    EXPECT_EQ(TestFiles::read(userUnits() + QStringLiteral("/com.vantreel.a-b.service")), before);
+}
+
+TEST_F(JobLoaderTest, FailingSystemctlLeavesTheUnitsWrittenAndFailsTheCommand)
+{
+    systemctl.fail(QStringLiteral("daemon-reload"), 1);
+    const QString path = job(QStringLiteral("com.vantreel.ScheduledTask3"), daily());
+    TestFiles::CaptureStderr stderrCapture;
+    EXPECT_EQ(loader.load(path), 1);
+    const QString said = stderrCapture.finish();
+    EXPECT_TRUE(said.contains(
+        QStringLiteral("kairo-launchctl: systemctl --user daemon-reload failed with status 1: "
+                       "Failed to daemon-reload: the stand-in refuses")))
+        << said.toStdString();
+    // Enabling works without a running manager, so it is still done.
+    EXPECT_EQ(systemctl.calls().size(), 3);
+    EXPECT_EQ(files(userUnits()).size(), 2);
+
+    // Stopping a unit the manager does not know is no failure.
+    systemctl.fail(QStringLiteral("daemon-reload"), 0);
+    QFile::remove(systemctl.folder() + QStringLiteral("/fail-daemon-reload"));
+    systemctl.fail(QStringLiteral("stop"), 5);
+    EXPECT_EQ(loader.unload(path), 0);
+    EXPECT_TRUE(files(userUnits()).isEmpty());
+}
+
+TEST_F(JobLoaderTest, MissingSystemctlIsReported)
+{
+    sandbox.setEnv("VT_SYSTEMCTL", sandbox.path() + QStringLiteral("/no/systemctl"));
+    const QString path = job(QStringLiteral("com.vantreel.ScheduledTask3"), daily());
+    TestFiles::CaptureStderr stderrCapture;
+    EXPECT_EQ(loader.load(path), 1);
+    EXPECT_TRUE(stderrCapture.finish().contains(QStringLiteral("kairo-launchctl: cannot run ") +
+                                                sandbox.path() + QStringLiteral("/no/systemctl")));
+    EXPECT_EQ(files(userUnits()).size(), 2);
+}
+
+TEST_F(JobLoaderTest, TheMountWatcherComesWithTheFirstMountJobAndGoesWithTheLast)
+{
+    const QString first =
+        job(QStringLiteral("com.vantreel.ScheduledTask1"), {{"StartOnMount", true}});
+    const QString second =
+        job(QStringLiteral("com.vantreel.ScheduledTask2"), {{"StartOnMount", true}});
+    const QString disabled =
+        job(QStringLiteral("com.vantreel.ScheduledTask3"), {{"StartOnMount", true}}, true);
+    const QString watcher = userUnits() + QStringLiteral("/kairo-mount-watcher.service");
+
+    EXPECT_EQ(loader.load(disabled), 0);
+    EXPECT_FALSE(QFileInfo::exists(watcher));
+    EXPECT_EQ(loader.load(first), 0);
+    EXPECT_TRUE(TestFiles::read(watcher).contains(
+        "ExecStart=\"/opt/kairo/kairo-launchctl\" \"watch-mounts\"\n"));
+    EXPECT_EQ(loader.load(second), 0);
+    EXPECT_EQ(systemctl.calls().mid(1),
+              (QStringList{"--user daemon-reload", "--user enable kairo-mount-watcher.service",
+                           "--user start --no-block kairo-mount-watcher.service",
+                           "--user daemon-reload", "--user enable kairo-mount-watcher.service",
+                           "--user start --no-block kairo-mount-watcher.service"}));
+
+    systemctl.clearCalls();
+    EXPECT_EQ(loader.unload(first), 0);
+    EXPECT_TRUE(QFileInfo::exists(watcher));
+    EXPECT_EQ(loader.unload(second), 0);
+    EXPECT_FALSE(QFileInfo::exists(watcher));
+    EXPECT_EQ(
+        systemctl.calls(),
+        (QStringList{"--user stop com.vantreel.ScheduledTask1.service", "--user daemon-reload",
+                     "--user stop kairo-mount-watcher.service com.vantreel.ScheduledTask2.service",
+                     "--user disable kairo-mount-watcher.service", "--user daemon-reload"}));
+    // The disabled one is still loaded.
+    EXPECT_EQ(files(userUnits()), QStringList{"com.vantreel.ScheduledTask3.service"});
+}

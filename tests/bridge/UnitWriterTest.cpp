@@ -1,0 +1,417 @@
+#include "BridgeTesting.h"
+
+#include "CalendarEvent.h"
+#include "JobFile.h"
+#include "ManagerScope.h"
+#include "UnitWriter.h"
+
+#include "testsupport/Sandbox.h"
+#include "testsupport/TestFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <QDateTime>
+#include <QDir>
+#include <QRegularExpression>
+#include <QTimeZone>
+
+namespace {
+
+// Fri 2011-03-04 12:00:00 UTC.
+constexpr qint64 kBase = 1299240000;
+
+struct Case
+{
+    const char *name;
+    bool daemon;
+    QString label;
+    QStringList arguments;
+    PlistDict schedule;
+    bool disabled = false;
+    std::optional<PlistDict> environment = std::nullopt;
+    // Each calendar line and its next three firings after kBase, in UTC.
+    std::map<QString, QStringList> firings = {};
+};
+
+PlistDict calendar(std::initializer_list<PlistDict> elements)
+{
+    PlistArray array;
+    for (const PlistDict &element : elements) {
+        array.push_back(PlistValue(element));
+    }
+    return PlistDict{{QStringLiteral("StartCalendarInterval"), PlistValue(array)}};
+}
+
+QString hostileNewline()
+{
+    return QStringLiteral("x\n[Service]\nExecStartPre=/bin/false");
+}
+
+std::vector<Case> cases()
+{
+    const QString agent = QStringLiteral("com.vantreel.ScheduledTask");
+    const QStringList task{QStringLiteral("-backup")};
+    return {
+        {"type0-startup", false, agent + "0", task, {{"RunAtLoad", true}}},
+        {"type0-startup-daemon",
+         true,
+         "com.vantreel.RootScheduledTask1",
+         task,
+         {{"RunAtLoad", true}}},
+        {"type1-mount", false, agent + "1", task, {{"StartOnMount", true}}},
+        {"type2-hourly",
+         false,
+         agent + "2",
+         task,
+         calendar({{{"Minute", 0}}}),
+         false,
+         {},
+         {{"*-*-* *:00:00",
+           {"2011-03-04 13:00:00", "2011-03-04 14:00:00", "2011-03-04 15:00:00"}}}},
+        {"type3-daily",
+         false,
+         agent + "3",
+         task,
+         calendar({{{"Hour", 7}, {"Minute", 0}}}),
+         false,
+         {},
+         {{"*-*-* 07:00:00",
+           {"2011-03-05 07:00:00", "2011-03-06 07:00:00", "2011-03-07 07:00:00"}}}},
+        {"type3-daily-disabled",
+         false,
+         agent + "4",
+         task,
+         calendar({{{"Hour", 7}, {"Minute", 0}}}),
+         true,
+         {},
+         {{"*-*-* 07:00:00",
+           {"2011-03-05 07:00:00", "2011-03-06 07:00:00", "2011-03-07 07:00:00"}}}},
+        {"type4-weekly",
+         false,
+         agent + "5",
+         task,
+         calendar({{{"Weekday", 1}, {"Hour", 7}, {"Minute", 0}}}),
+         false,
+         {},
+         {{"Mon *-*-* 07:00:00",
+           {"2011-03-07 07:00:00", "2011-03-14 07:00:00", "2011-03-21 07:00:00"}}}},
+        {"type5-monthly",
+         false,
+         agent + "6",
+         task,
+         calendar({{{"Day", 1}, {"Hour", 7}, {"Minute", 0}}}),
+         false,
+         {},
+         {{"*-*-01 07:00:00",
+           {"2011-04-01 07:00:00", "2011-05-01 07:00:00", "2011-06-01 07:00:00"}}}},
+        {"type6-seconds", false, agent + "7", task, {{"StartInterval", 300}}},
+        // The writer's calendar form: one key per element.
+        {"type7-calendar",
+         false,
+         agent + "8",
+         task,
+         calendar({{{"Minute", 30}}, {{"Hour", 2}}}),
+         false,
+         {},
+         {{"*-*-* *:30:00", {"2011-03-04 12:30:00", "2011-03-04 13:30:00", "2011-03-04 14:30:00"}},
+          {"*-*-* 02:*:00",
+           {"2011-03-05 02:00:00", "2011-03-05 02:01:00", "2011-03-05 02:02:00"}}}},
+        {"type7-calendar-all-keys",
+         false,
+         agent + "9",
+         task,
+         calendar(
+             {{{"Minute", 15}}, {{"Hour", 9}}, {{"Day", 31}}, {{"Weekday", 7}}, {{"Month", 12}}}),
+         false,
+         {},
+         {{"*-*-* *:15:00", {"2011-03-04 12:15:00", "2011-03-04 13:15:00", "2011-03-04 14:15:00"}},
+          {"*-*-* 09:*:00", {"2011-03-05 09:00:00", "2011-03-05 09:01:00", "2011-03-05 09:02:00"}},
+          {"*-*-31 *:*:00", {"2011-03-31 00:00:00", "2011-03-31 00:01:00", "2011-03-31 00:02:00"}},
+          {"Sun *-*-* *:*:00",
+           {"2011-03-06 00:00:00", "2011-03-06 00:01:00", "2011-03-06 00:02:00"}},
+          {"*-12-* *:*:00",
+           {"2011-12-01 00:00:00", "2011-12-01 00:01:00", "2011-12-01 00:02:00"}}}},
+        // A type-7 task saved with an empty interval: launchd never fires it.
+        {"type7-calendar-empty", false, agent + "10", task, calendar({})},
+        // Written by hand: launchd fires on day 1 and on Sundays.
+        {"calendar-day-or-weekday",
+         false,
+         agent + "11",
+         task,
+         calendar({{{"Day", 1}, {"Weekday", 0}, {"Hour", 7}, {"Minute", 0}}}),
+         false,
+         {},
+         {{"*-*-01 07:00:00",
+           {"2011-04-01 07:00:00", "2011-05-01 07:00:00", "2011-06-01 07:00:00"}},
+          {"Sun *-*-* 07:00:00",
+           {"2011-03-06 07:00:00", "2011-03-13 07:00:00", "2011-03-20 07:00:00"}}}},
+        {"type8-watch",
+         false,
+         agent + "12",
+         task,
+         {{"WatchPaths", QStringList{"@SANDBOX@/home/anna/Documents/In box 100%"}}}},
+        {"hostile-arguments",
+         false,
+         agent + "13",
+         {"two words", "double \"quote\"", "single 'quote'", "back\\slash", "ends with\\", "100%",
+          "%n%%", "$HOME", "${HOME}", "$$", hostileNewline(), "tab\there", "bell\a and \x7f",
+          "Grüße ✓ 日本", "", ";"},
+         {{"StartInterval", 60}},
+         false,
+         PlistDict{{"VTAppBundleID", "com.vantreel.FooBar"},
+                   {"VTCommandID", "x\n[Install]\nWantedBy=evil.target"},
+                   {"HOSTILE", "$HOME %h \"q\" \\"}}},
+        // Characters systemd does not take in unit names.
+        {"awkward-label", false, "com.vantreel.Scheduled Task@1/ü", task, {{"StartInterval", 60}}},
+    };
+}
+
+QString goldenFolder(const Case &c)
+{
+    return QStringLiteral(KAIRO_TEST_DATA_DIR "/bridge/") + QLatin1String(c.name);
+}
+
+QString placeholders(QString text, const Sandbox &sandbox)
+{
+    return text.replace(QStringLiteral("@SANDBOX@"), sandbox.path())
+        .replace(QStringLiteral("@BRIDGE@"), BridgeTesting::bridgeBinary());
+}
+
+QString withPlaceholders(QString text, const Sandbox &sandbox)
+{
+    return text.replace(BridgeTesting::bridgeBinary(), QStringLiteral("@BRIDGE@"))
+        .replace(sandbox.path(), QStringLiteral("@SANDBOX@"));
+}
+
+qint64 utc(const QString &text)
+{
+    QDateTime time = QDateTime::fromString(text, QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+    time.setTimeZone(QTimeZone::utc());
+    return time.toSecsSinceEpoch();
+}
+
+struct Generated
+{
+    std::vector<std::pair<QString, QString>> units;
+    QStringList warnings;
+};
+
+Generated generate(const Case &c, Sandbox &sandbox)
+{
+    const QString program =
+        sandbox.localRoot() + QStringLiteral("/Applications/Foo Bar.app/Contents/MacOS/Foo Bar");
+    PlistDict schedule;
+    for (const PlistDict::Entry &entry : c.schedule) {
+        if (entry.key == QLatin1String("WatchPaths")) {
+            QStringList paths;
+            for (const QString &watched : entry.value.stringList()) {
+                paths.append(placeholders(watched, sandbox));
+            }
+            schedule.insert(entry.key, PlistValue(paths));
+        } else {
+            schedule.insert(entry.key, entry.value);
+        }
+    }
+    PlistDict dict = BridgeTesting::writerJob(c.label, program, c.arguments, schedule, c.disabled);
+    if (c.environment) {
+        dict.insert(QStringLiteral("EnvironmentVariables"), *c.environment);
+    }
+    const QString folder = c.daemon ? sandbox.localRoot() + QStringLiteral("/Library/LaunchDaemons")
+                                    : sandbox.home() + QStringLiteral("/Library/LaunchAgents");
+    const QString path = BridgeTesting::writeJob(folder, dict);
+    QString message;
+    const std::optional<JobFile> job = JobFile::read(path, &message);
+    EXPECT_TRUE(job) << message.toStdString();
+    if (!job) {
+        return {};
+    }
+    const ManagerScope scope = ManagerScope::forJobFile(path);
+    const std::optional<UnitWriter> writer = UnitWriter::forJob(*job, scope, &message);
+    EXPECT_TRUE(writer) << message.toStdString();
+    if (!writer) {
+        return {};
+    }
+    Generated generated{writer->units(), writer->warnings()};
+    if (job->startOnMount()) {
+        generated.units.emplace_back(
+            UnitWriter::mountWatcherName(),
+            UnitWriter::mountWatcherUnit(BridgeTesting::bridgeBinary(), scope));
+    }
+    return generated;
+}
+
+class UnitWriterGoldenTest : public ::testing::TestWithParam<Case>
+{
+protected:
+    Sandbox sandbox;
+};
+
+} // namespace
+
+TEST_P(UnitWriterGoldenTest, UnitsAreExactlyTheGoldenOnesAndPassSystemdVerify)
+{
+    const Case &c = GetParam();
+    const Generated generated = generate(c, sandbox);
+    ASSERT_FALSE(generated.units.empty());
+    EXPECT_TRUE(generated.warnings.isEmpty()) << generated.warnings.join("; ").toStdString();
+
+    const QString golden = goldenFolder(c);
+    if (qEnvironmentVariableIsSet("KAIRO_UPDATE_GOLDEN")) {
+        QDir(golden).removeRecursively();
+        for (const auto &[name, text] : generated.units) {
+            TestFiles::write(golden + QLatin1Char('/') + name,
+                             withPlaceholders(text, sandbox).toUtf8());
+        }
+    }
+    QStringList names;
+    for (const auto &[name, text] : generated.units) {
+        names.append(name);
+        const QString expected = placeholders(
+            QString::fromUtf8(TestFiles::read(golden + QLatin1Char('/') + name)), sandbox);
+        EXPECT_EQ(text.toStdString(), expected.toStdString()) << name.toStdString();
+    }
+    names.sort();
+    EXPECT_EQ(QDir(golden).entryList(QDir::Files, QDir::Name), names);
+
+    // The files as they would lie in the manager's folder.
+    const QString folder = sandbox.mkdir(QStringLiteral("units"));
+    QStringList files;
+    for (const auto &[name, text] : generated.units) {
+        files.append(folder + QLatin1Char('/') + name);
+        TestFiles::write(files.last(), text.toUtf8());
+    }
+    QString report;
+    EXPECT_TRUE(
+        BridgeTesting::verify(files, !c.daemon, sandbox.mkdir(QStringLiteral("runtime")), &report))
+        << report.toStdString();
+}
+
+TEST_P(UnitWriterGoldenTest, CalendarLinesFireWhenSystemdSaysTheyDo)
+{
+    const Case &c = GetParam();
+    const Generated generated = generate(c, sandbox);
+    QStringList lines;
+    for (const auto &[name, text] : generated.units) {
+        for (const QString &line : text.split(QLatin1Char('\n'))) {
+            if (line.startsWith(QLatin1String("OnCalendar="))) {
+                lines.append(line.mid(11));
+            }
+        }
+    }
+    QStringList expectedLines;
+    for (const auto &[line, times] : c.firings) {
+        expectedLines.append(line);
+    }
+    EXPECT_EQ(QSet<QString>(lines.begin(), lines.end()),
+              QSet<QString>(expectedLines.begin(), expectedLines.end()));
+    if (lines.isEmpty()) {
+        return;
+    }
+
+    QStringList normalized;
+    const auto systemd =
+        BridgeTesting::systemdFirings(lines, kBase, 3, QStringLiteral("UTC"), &normalized);
+    ASSERT_EQ(systemd.size(), static_cast<size_t>(lines.size()));
+    // Written as systemd itself would write them.
+    EXPECT_EQ(normalized, lines);
+    const BridgeTesting::TimeZone zone(QStringLiteral("UTC"));
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        std::vector<qint64> expected;
+        for (const QString &time : c.firings.at(lines.at(i))) {
+            expected.push_back(utc(time));
+        }
+        EXPECT_EQ(systemd.at(static_cast<size_t>(i)), expected) << lines.at(i).toStdString();
+        std::vector<qint64> ours;
+        const std::optional<CalendarEvent> event = CalendarEvent::parse(lines.at(i));
+        ASSERT_TRUE(event) << lines.at(i).toStdString();
+        qint64 after = kBase;
+        for (int n = 0; n < 3; ++n) {
+            const std::optional<qint64> next = event->nextAfter(after);
+            ASSERT_TRUE(next);
+            ours.push_back(*next);
+            after = *next;
+        }
+        EXPECT_EQ(ours, expected) << lines.at(i).toStdString();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Jobs, UnitWriterGoldenTest, ::testing::ValuesIn(cases()),
+    [](const ::testing::TestParamInfo<Case> &info) {
+        return QString::fromLatin1(info.param.name).replace('-', '_').toStdString();
+    });
+
+// Text from the job file can never start a line of its own in a unit: every unit has
+// exactly the sections and directives the bridge means to write.
+TEST(UnitWriterTest, HostileTextAddsNoDirective)
+{
+    Sandbox sandbox;
+    const QString inject =
+        hostileNewline() + QStringLiteral("\r\n[Install]\nWantedBy=evil.target\\");
+    const QString agents = sandbox.home() + QStringLiteral("/Library/LaunchAgents");
+    const QString program =
+        sandbox.localRoot() + QStringLiteral("/Applications/Foo Bar.app/Contents/MacOS/Foo Bar");
+    PlistDict dict =
+        BridgeTesting::writerJob(QStringLiteral("job") + inject, program, {inject, inject + "%"},
+                                 {{"WatchPaths", QStringList{"/srv/ok", "/srv/" + inject}},
+                                  {"StartInterval", 60},
+                                  {"StartOnMount", true}});
+    dict.insert(QStringLiteral("EnvironmentVariables"), PlistDict{{"X", inject}});
+    const QString path = BridgeTesting::writeJob(agents, dict);
+
+    // systemd runs no program whose path has a control character; such a job is refused.
+    PlistDict badProgram = dict;
+    badProgram.insert(QStringLiteral("Program"),
+                      QStringLiteral("/x\n[Service]\nExecStartPre=/bin/false"));
+    QString message;
+    EXPECT_FALSE(JobFile::fromDictionary(badProgram, path, &message));
+    EXPECT_TRUE(message.startsWith(QStringLiteral("launchctl: invalid Program")))
+        << message.toStdString();
+
+    const std::optional<JobFile> job = JobFile::read(path, &message);
+    ASSERT_TRUE(job) << message.toStdString();
+    const std::optional<UnitWriter> writer =
+        UnitWriter::forJob(*job, ManagerScope::user(), &message);
+    ASSERT_TRUE(writer) << message.toStdString();
+    // The path systemd could not read back is left out, and said so.
+    EXPECT_EQ(writer->warnings().size(), 1) << writer->warnings().join("; ").toStdString();
+
+    const std::map<QString, QStringList> allowed{
+        {"service",
+         {"[Unit]", "Description", "[Service]", "Type", "ExecStart", "Nice", "IOSchedulingClass",
+          "Environment"}},
+        {"timer",
+         {"[Unit]", "Description", "[Timer]", "OnActiveSec", "OnUnitActiveSec", "AccuracySec",
+          "[Install]", "WantedBy"}},
+        {"path", {"[Unit]", "Description", "[Path]", "PathModified", "[Install]", "WantedBy"}}};
+    const QString folder = sandbox.mkdir(QStringLiteral("units"));
+    QStringList files;
+    for (const auto &[name, text] : writer->units()) {
+        const QString type = name.section(QLatin1Char('.'), -1);
+        EXPECT_FALSE(text.contains(QLatin1Char('\r')) || text.contains(QChar(0)));
+        QStringList seen;
+        for (const QString &line : text.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+            if (line.startsWith(QLatin1Char('#'))) {
+                continue;
+            }
+            // No line continues into the next: an odd number of backslashes would.
+            const qsizetype backslashes =
+                line.size() -
+                QString(line).remove(QRegularExpression(QStringLiteral("\\\\+$"))).size();
+            EXPECT_EQ(backslashes % 2, 0) << line.toStdString();
+            seen.append(line.startsWith(QLatin1Char('[')) ? line
+                                                          : line.section(QLatin1Char('='), 0, 0));
+        }
+        seen.removeDuplicates();
+        EXPECT_EQ(seen, allowed.at(type)) << name.toStdString();
+        EXPECT_EQ(text.count(QStringLiteral("\nExecStart=")),
+                  type == QLatin1String("service") ? 1 : 0);
+        files.append(folder + QLatin1Char('/') + name);
+        TestFiles::write(files.last(), text.toUtf8());
+    }
+    ASSERT_EQ(files.size(), 3);
+    QString report;
+    EXPECT_TRUE(
+        BridgeTesting::verify(files, true, sandbox.mkdir(QStringLiteral("runtime")), &report))
+        << report.toStdString();
+}
