@@ -3,6 +3,7 @@
 #include "Clock.h"
 
 #include <QByteArray>
+#include <QFileInfo>
 
 #include <cerrno>
 #include <unistd.h>
@@ -30,7 +31,13 @@ void writeAll(int fd, const QByteArray &bytes)
 
 QString Console::processName()
 {
-    return QString::fromLocal8Bit(program_invocation_short_name);
+    // The executable's own name, also when it was started through a link.
+    static const QString name = [] {
+        const QString exe = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
+        return exe.isEmpty() ? QString::fromLocal8Bit(program_invocation_short_name)
+                             : QFileInfo(exe).fileName();
+    }();
+    return name;
 }
 
 void Console::log(const QString &message)

@@ -1,0 +1,175 @@
+// "-tasks" over 1,000 job files of 50 client applications, against a plain loop that only
+// parses the same files with libplist, and the start-up of a headless command. Goals: the
+// listing within three times the baseline plus start-up; start-up under 60 ms.
+#include "platform/PropertyList.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <plist/plist.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+namespace {
+
+constexpr int kClients = 50;
+constexpr int kJobsPerClient = 20;
+constexpr int kRuns = 7;
+
+const QString kBinary = QStringLiteral(KAIRO_BINARY_DIR "/bin/kairo-planner");
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+double timeCommand(const QStringList &arguments, QByteArray *output = nullptr)
+{
+    QElapsedTimer timer;
+    timer.start();
+    QProcess process;
+    process.start(kBinary, arguments);
+    process.waitForFinished(-1);
+    const double ms = static_cast<double>(timer.nsecsElapsed()) / 1e6;
+    if (output) {
+        *output = process.readAllStandardOutput();
+    }
+    return ms;
+}
+
+void writeClients(const QString &applications)
+{
+    for (int c = 0; c < kClients; ++c) {
+        const QString name = QStringLiteral("Client%1").arg(c);
+        const QString bundle = applications + QLatin1Char('/') + name + QStringLiteral(".app");
+        QDir().mkpath(bundle + QStringLiteral("/Contents/MacOS"));
+        PlistDict info;
+        info.insert(QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.vantreel.") + name);
+        info.insert(QStringLiteral("CFBundleName"), name);
+        PropertyList::writeXml(PlistValue(info), bundle + QStringLiteral("/Contents/Info.plist"));
+        QFile exe(bundle + QStringLiteral("/Contents/MacOS/") + name);
+        exe.open(QIODevice::WriteOnly);
+        exe.write("#!/bin/sh\n");
+        exe.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        PlistArray tasks;
+        for (int t = 0; t < 5; ++t) {
+            PlistDict entry;
+            entry.insert(QStringLiteral("id"), QStringLiteral("task%1").arg(t));
+            entry.insert(QStringLiteral("command"),
+                         PlistValue(QStringList{QStringLiteral("-task"), QString::number(t)}));
+            entry.insert(QStringLiteral("description"),
+                         QStringLiteral("%1 task %2").arg(name).arg(t));
+            tasks.emplace_back(entry);
+        }
+        PlistDict catalogue;
+        catalogue.insert(QStringLiteral("VTTasks"), PlistValue(tasks));
+        PropertyList::writeXml(PlistValue(catalogue),
+                               bundle + QStringLiteral("/Contents/VTTasks.plist"));
+    }
+}
+
+QStringList writeJobs(const QString &agents, const QString &applications)
+{
+    QStringList files;
+    QDir().mkpath(agents);
+    for (int j = 0; j < kClients * kJobsPerClient; ++j) {
+        const int c = j % kClients;
+        const QString name = QStringLiteral("Client%1").arg(c);
+        PlistDict job;
+        const QString file =
+            agents + QStringLiteral("/com.vantreel.ScheduledTask%1.plist").arg(j + 1);
+        job.insert(QStringLiteral("Label"),
+                   QStringLiteral("com.vantreel.ScheduledTask%1").arg(j + 1));
+        job.insert(QStringLiteral("Program"), applications + QLatin1Char('/') + name +
+                                                  QStringLiteral(".app/Contents/MacOS/") + name);
+        job.insert(QStringLiteral("ProgramArguments"),
+                   PlistValue(QStringList{name, QStringLiteral("-task"), QString::number(j % 5)}));
+        job.insert(QStringLiteral("LowPriorityIO"), true);
+        job.insert(QStringLiteral("Nice"), 15);
+        PlistDict when;
+        when.insert(QStringLiteral("Hour"), 7);
+        when.insert(QStringLiteral("Minute"), 0);
+        job.insert(QStringLiteral("StartCalendarInterval"),
+                   PlistValue(PlistArray{PlistValue(when)}));
+        PlistDict environment;
+        environment.insert(QStringLiteral("VTAppBundleID"), QStringLiteral("com.vantreel.") + name);
+        environment.insert(QStringLiteral("VTCommandID"), QStringLiteral("task%1").arg(j % 5));
+        job.insert(QStringLiteral("EnvironmentVariables"), PlistValue(environment));
+        PropertyList::writeXml(PlistValue(job), file);
+        files << file;
+    }
+    return files;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QTemporaryDir sandbox;
+    const QString home = sandbox.path() + QStringLiteral("/home");
+    const QString root = sandbox.path() + QStringLiteral("/root");
+    const QString applications = root + QStringLiteral("/Applications");
+    QDir().mkpath(applications);
+    QDir().mkpath(root + QStringLiteral("/Library/Logs/Vantreel"));
+    QDir().mkpath(home + QStringLiteral("/Library/Preferences"));
+    qputenv("HOME", home.toLocal8Bit());
+    qputenv("VT_LOCAL_ROOT", root.toLocal8Bit());
+    qputenv("VT_CONSOLE_USER", "bench");
+    qputenv("VT_CONSOLE_HOME", home.toLocal8Bit());
+    qputenv("VT_LAUNCHCTL", "/bin/true");
+    qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
+    qunsetenv("DISPLAY");
+    qunsetenv("WAYLAND_DISPLAY");
+
+    writeClients(applications);
+    const QStringList files =
+        writeJobs(home + QStringLiteral("/Library/LaunchAgents"), applications);
+    // The first listing of a new version rewrites every job; measure the steady state.
+    QByteArray listing;
+    timeCommand({QStringLiteral("-tasks")}, &listing);
+
+    std::vector<double> baseline;
+    for (int run = 0; run < kRuns; ++run) {
+        QElapsedTimer timer;
+        timer.start();
+        for (const QString &path : files) {
+            QFile file(path);
+            file.open(QIODevice::ReadOnly);
+            const QByteArray bytes = file.readAll();
+            plist_t node = nullptr;
+            plist_from_memory(bytes.constData(), static_cast<uint32_t>(bytes.size()), &node);
+            plist_free(node);
+        }
+        baseline.push_back(static_cast<double>(timer.nsecsElapsed()) / 1e6);
+    }
+    std::vector<double> startup;
+    std::vector<double> tasks;
+    for (int run = 0; run < kRuns; ++run) {
+        startup.push_back(
+            timeCommand({QStringLiteral("-remove"), sandbox.path() + QStringLiteral("/nothing")}));
+        tasks.push_back(timeCommand({QStringLiteral("-tasks")}, &listing));
+    }
+    const double base = median(baseline);
+    const double start = median(startup);
+    const double list = median(tasks);
+    const double ratio = (list - start) / base;
+    const int listed = static_cast<int>(listing.count("filename = "));
+    std::printf("CommandLineBench: %d job files of %d client applications\n",
+                static_cast<int>(files.size()), kClients);
+    std::printf("  start-up of a headless command: %.1f ms (goal: under 60 ms) %s\n", start,
+                start < 60 ? "OK" : "MISSED");
+    std::printf("  -tasks: %.1f ms, %d tasks listed; libplist loop alone: %.1f ms\n", list, listed,
+                base);
+    std::printf("  (-tasks - start-up) / baseline = %.2f (goal: at most 3.00) %s\n", ratio,
+                ratio <= 3.0 && listed == static_cast<int>(files.size()) ? "OK" : "MISSED");
+    return 0;
+}

@@ -1,0 +1,170 @@
+#include "CommandLineFixture.h"
+
+#include "platform/PropertyList.h"
+#include "testsupport/ClientApps.h"
+#include "testsupport/TestFiles.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QDirIterator>
+#include <QFile>
+#include <QProcess>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr uid_t kNobody = 65534;
+
+QStringList asNobody()
+{
+    return {QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
+            QStringLiteral("--clear-groups"), QStringLiteral("--")};
+}
+
+} // namespace
+
+void CommandLineFixture::SetUp()
+{
+    DBusDaemon::Options options;
+    options.allowAnyUser = true;
+    bus = std::make_unique<DBusDaemon>(options);
+    ASSERT_TRUE(bus->isRunning()) << bus->error().toStdString();
+    client = std::make_unique<CallbackClient>(bus->address());
+    ASSERT_TRUE(client->isRegistered());
+    launchctl = std::make_unique<LaunchctlRecorder>(sandbox);
+    const PlistArray tasks{
+        ClientApps::entry(QStringLiteral("backup"), {QStringLiteral("-backup")},
+                          QStringLiteral("Back up the library")),
+        ClientApps::entry(QStringLiteral("clean"),
+                          {QStringLiteral("-clean"), QStringLiteral("-quiet")},
+                          QStringLiteral("Clean caches")),
+        ClientApps::entry(QStringLiteral("repair"), {QStringLiteral("-repair")},
+                          QStringLiteral("Repair permissions"), true),
+    };
+    quill = ClientApps::make(sandbox.mkdir(QStringLiteral("root/Applications")),
+                             QStringLiteral("Quill"), QStringLiteral("com.vantreel.Quill"),
+                             PlistValue(tasks));
+}
+
+void CommandLineFixture::TearDown()
+{
+    client.reset();
+    bus.reset();
+}
+
+QString CommandLineFixture::binary()
+{
+    return QStringLiteral(KAIRO_BINARY_DIR "/bin/kairo-planner");
+}
+
+bool CommandLineFixture::runningAsRoot()
+{
+    return geteuid() == 0;
+}
+
+void CommandLineFixture::handOver() const
+{
+    if (!runningAsRoot() || keepOwners) {
+        return;
+    }
+    const QByteArray top = QFile::encodeName(sandbox.path());
+    if (::chown(top.constData(), kNobody, kNobody) != 0) {
+        return;
+    }
+    QDirIterator it(sandbox.path(),
+                    QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QByteArray path = QFile::encodeName(it.next());
+        if (::lchown(path.constData(), kNobody, kNobody) != 0) {
+            continue;
+        }
+    }
+}
+
+std::unique_ptr<QProcess> CommandLineFixture::start(const QStringList &arguments)
+{
+    auto process = std::make_unique<QProcess>();
+    process->setProcessEnvironment(QProcessEnvironment::systemEnvironment());
+    if (runningAsRoot()) {
+        handOver();
+        process->start(QStringLiteral("setpriv"), asNobody() + QStringList{binary()} + arguments);
+    } else {
+        process->start(binary(), arguments);
+    }
+    process->waitForStarted();
+    process->closeWriteChannel();
+    return process;
+}
+
+CommandLineFixture::Result CommandLineFixture::run(const QStringList &arguments, bool asRoot)
+{
+    std::unique_ptr<QProcess> process;
+    if (asRoot) {
+        process = std::make_unique<QProcess>();
+        process->setProcessEnvironment(QProcessEnvironment::systemEnvironment());
+        process->start(binary(), arguments);
+        process->waitForStarted();
+        process->closeWriteChannel();
+    } else {
+        process = start(arguments);
+    }
+    Result result;
+    if (!finish(*process)) {
+        process->kill();
+        process->waitForFinished();
+        return result;
+    }
+    result.exitCode = process->exitStatus() == QProcess::NormalExit ? process->exitCode() : -1;
+    result.out = QString::fromUtf8(process->readAllStandardOutput());
+    result.err = QString::fromUtf8(process->readAllStandardError());
+    return result;
+}
+
+bool CommandLineFixture::finish(QProcess &process)
+{
+    // The callback object answers on this thread, as a client application's would: keep
+    // its event loop going while the command runs.
+    QDeadlineTimer deadline(60000);
+    while (process.state() != QProcess::NotRunning && !deadline.hasExpired()) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        process.waitForFinished(10);
+    }
+    return process.state() == QProcess::NotRunning;
+}
+
+QString CommandLineFixture::agents() const
+{
+    return sandbox.home() + QStringLiteral("/Library/LaunchAgents");
+}
+
+QString CommandLineFixture::daemons() const
+{
+    return sandbox.localRoot() + QStringLiteral("/Library/LaunchDaemons");
+}
+
+QString CommandLineFixture::job(int number, bool root) const
+{
+    return (root ? daemons() : agents()) + QStringLiteral("/com.vantreel.%1ScheduledTask%2.plist")
+                                               .arg(root ? QStringLiteral("Root") : QString())
+                                               .arg(number);
+}
+
+PlistDict CommandLineFixture::readJob(const QString &path) const
+{
+    return PropertyList::readDictionary(path).value_or(PlistDict());
+}
+
+QStringList CommandLineFixture::logLines() const
+{
+    // Every command starts the log twice (at start and when its controller is made), so
+    // its first lines are in the second generation: read them all, oldest first.
+    QStringList lines;
+    for (int generation = 5; generation >= 1; --generation) {
+        lines += TestFiles::lines(
+            sandbox.home() +
+            QStringLiteral("/Library/Logs/Vantreel/Kairo Planner.task.%1.log").arg(generation));
+    }
+    return lines;
+}

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "CallbackClient.h"
+#include "platform/PlistDict.h"
+#include "testsupport/DBusDaemon.h"
+#include "testsupport/LaunchctlRecorder.h"
+#include "testsupport/Sandbox.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+// The real executable on a sandboxed machine, run as an ordinary user the way a client
+// application runs it (as "nobody" when the tests themselves run as root), with the
+// client "Quill" installed in the local Applications folder, a recording launchctl, and a
+// private session bus on which Quill's callback object listens.
+class CommandLineFixture : public ::testing::Test
+{
+protected:
+    struct Result
+    {
+        int exitCode = -1;
+        QString out;
+        QString err;
+    };
+
+    Sandbox sandbox;
+    std::unique_ptr<DBusDaemon> bus;
+    std::unique_ptr<CallbackClient> client;
+    std::unique_ptr<LaunchctlRecorder> launchctl;
+    QString quill;
+    // When set, the sandbox keeps its owners: a test that made a folder root's own.
+    bool keepOwners = false;
+
+    void SetUp() override;
+    void TearDown() override;
+
+    static QString binary();
+    static bool runningAsRoot();
+    // Runs the executable with the arguments (position 0 added) as an ordinary user, or as
+    // root when asked and possible.
+    Result run(const QStringList &arguments, bool asRoot = false);
+    // Waits for a started command, the event loop running meanwhile; false after a minute.
+    static bool finish(QProcess &process);
+    // Starts it without waiting.
+    std::unique_ptr<QProcess> start(const QStringList &arguments);
+
+    QString agents() const;
+    QString daemons() const;
+    QString job(int number, bool root = false) const;
+    PlistDict readJob(const QString &path) const;
+    QStringList logLines() const;
+    // Hands the sandbox to the user the executable runs as.
+    void handOver() const;
+};
