@@ -1,0 +1,526 @@
+#include "platform/Bundle.h"
+#include "platform/DBusSessionBus.h"
+#include "platform/DistributedNotification.h"
+#include "platform/PropertyList.h"
+#include "platform/SessionBus.h"
+#include "support/VTLog.h"
+#include "testsupport/DBusDaemon.h"
+#include "testsupport/FakeIdentity.h"
+#include "testsupport/Sandbox.h"
+#include "testsupport/TestFiles.h"
+#include "ui/VTShortcutKeyContainerView.h"
+#include "ui/VTShortcutKeyFieldEditor.h"
+#include "ui/VTShortcutKeyTableDelegate.h"
+#include "ui/VTShortcutKeyTableview.h"
+
+#include <gtest/gtest.h>
+
+#include <QAbstractItemModel>
+#include <QDir>
+#include <QImage>
+#include <QLabel>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <memory>
+
+// Readable failure messages for Qt strings.
+inline void PrintTo(const QString &string, std::ostream *os)
+{
+    *os << '"' << string.toStdString() << '"';
+}
+
+namespace {
+
+const QString kOurs = QStringLiteral("com.vantreel.KairoPlanner");
+const QString kQuill = QStringLiteral("com.vantreel.Quill");
+
+PlistDict entry(const QString &bundleID, qint64 keycode, qint64 modifiers, const QString &commandID)
+{
+    return PlistDict{{"bundleid", bundleID},
+                     {"keycode", keycode},
+                     {"modifiers", modifiers},
+                     {"commandid", commandID}};
+}
+
+} // namespace
+
+class VTShortcutKeyPanelTest : public ::testing::Test
+{
+protected:
+    Sandbox sandbox;
+    FakeIdentity::Scoped identity;
+    VTShortcutKeyTableDelegate &delegate = VTShortcutKeyTableDelegate::sharedController();
+    std::unique_ptr<VTShortcutKeyContainerView> container;
+    QString shortcutFile;
+    QString manager;
+    QString managerRecord;
+
+    void SetUp() override
+    {
+        identity->uid = 4123456;
+        identity->home = sandbox.home();
+        for (const char *name : {"XKB_DEFAULT_RULES", "XKB_DEFAULT_MODEL", "XKB_DEFAULT_VARIANT",
+                                 "XKB_DEFAULT_OPTIONS"}) {
+            sandbox.setEnv(name, std::nullopt);
+        }
+        sandbox.setEnv("XKB_DEFAULT_LAYOUT", QStringLiteral("us"));
+        VTLog::createNewLog(QStringLiteral("Kairo Planner"));
+
+        const QString bundle = TestFiles::makeBundle(sandbox.mkdir("root/Applications"),
+                                                     QStringLiteral("Kairo Planner"),
+                                                     PlistDict{{"CFBundleIdentifier", kOurs},
+                                                               {"CFBundleName", "Kairo Planner"},
+                                                               {"CFBundleIconFile", "AppIcon"}});
+        QImage icon(64, 64, QImage::Format_ARGB32);
+        icon.fill(Qt::red);
+        ASSERT_TRUE(icon.save(bundle + "/Contents/Resources/AppIcon.png"));
+        PropertyList::writeXml(
+            PlistValue(PlistDict{
+                {"VTKeys",
+                 PlistArray{PlistValue(PlistDict{{"id", "newtask"},
+                                                 {"description", "New Scheduled Task"}}),
+                            PlistValue(PlistDict{{"id", "enableall"},
+                                                 {"description", "Enable All Tasks"}}),
+                            PlistValue(PlistDict{{"id", "disableall"},
+                                                 {"description", "Disable All Tasks"}})}}}),
+            bundle + "/Contents/VTKeys.plist");
+        Bundle::setMainBundlePath(bundle);
+
+        shortcutFile = sandbox.home() + "/Library/Preferences/com.vantreel.shortcutkeys.plist";
+        manager = sandbox.localRoot() +
+                  "/Library/Application Support/Vantreel/Shared Resources/VTShortcutKeyManager";
+        managerRecord = sandbox.file("manager.txt");
+        // The stand-in records its arguments and the shared file as it found it.
+        TestFiles::writeScript(manager, QStringLiteral("echo \"$@\" >> '%1'\ncat '%2' >> '%1'")
+                                            .arg(managerRecord, shortcutFile));
+
+        container = std::make_unique<VTShortcutKeyContainerView>();
+        container->resize(480, 320);
+        container->show();
+        delegate.populateKeyData();
+        table()->clearSelection();
+    }
+
+    void TearDown() override
+    {
+        container.reset();
+        SessionBus::setCurrent(nullptr);
+    }
+
+    VTShortcutKeyTableview *table() const { return delegate.shortcutKeyTableView(); }
+    QAbstractItemModel *model() const { return table()->model(); }
+
+    QString keyName(int row) const { return model()->index(row, 1).data().toString(); }
+
+    PlistDict sharedFile() const
+    {
+        return PropertyList::readDictionary(shortcutFile).value_or(PlistDict());
+    }
+    PlistArray watchlist() const { return sharedFile().value("watchlist").array(); }
+
+    void writeSharedFile(const PlistDict &dict) const
+    {
+        QDir().mkpath(QFileInfo(shortcutFile).absolutePath());
+        ASSERT_TRUE(PropertyList::writeXml(PlistValue(dict), shortcutFile));
+    }
+
+    QStringList managerRuns() const
+    {
+        QStringList runs;
+        for (const QString &line : TestFiles::lines(managerRecord)) {
+            if (line == QLatin1String("-setup")) {
+                runs << line;
+            }
+        }
+        return runs;
+    }
+
+    // Double-clicks a row's shortcut cell, as the user starts editing it.
+    VTShortcutKeyFieldEditor *editRow(int row)
+    {
+        const QModelIndex index = model()->index(row, 1);
+        table()->selectRow(row);
+        const QPoint centre = table()->visualRect(index).center();
+        // A double click is a click followed by a double-click event.
+        QTest::mouseClick(table()->viewport(), Qt::LeftButton, Qt::NoModifier, centre);
+        QTest::mouseDClick(table()->viewport(), Qt::LeftButton, Qt::NoModifier, centre);
+        VTShortcutKeyFieldEditor *editor = delegate.fieldEditor();
+        if (!editor || !editor->isVisible() || table()->indexWidget(index) != editor) {
+            ADD_FAILURE() << "the shortcut cell did not start editing";
+            return nullptr;
+        }
+        return editor;
+    }
+
+    void press(int row, Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+    {
+        VTShortcutKeyFieldEditor *editor = editRow(row);
+        ASSERT_TRUE(editor);
+        QTest::keyClick(editor, key, modifiers);
+    }
+};
+
+TEST_F(VTShortcutKeyPanelTest, ThePanelListsTheCommandsWithTheirAssignments)
+{
+    writeSharedFile(PlistDict{
+        {"watchlist", PlistArray{PlistValue(entry(kOurs, 0x60, 0x1800, "enableall")),
+                                 // Another application's command of the same id is not ours.
+                                 PlistValue(entry(kQuill, 0x00, 0x300, "newtask")),
+                                 // A key the table does not know.
+                                 PlistValue(entry(kOurs, 0x34, 0x300, "disableall")),
+                                 PlistValue(entry(kOurs, 0x01, 0x300, "nosuchcommand"))}}});
+    TestFiles::CaptureStderr capture;
+    delegate.populateKeyData();
+    const QString console = capture.finish();
+
+    ASSERT_EQ(model()->rowCount(), 3);
+    ASSERT_EQ(model()->columnCount(), 2);
+    EXPECT_EQ(model()->index(0, 0).data().toString(), QStringLiteral("New Scheduled Task"));
+    EXPECT_EQ(model()->index(2, 0).data().toString(), QStringLiteral("Disable All Tasks"));
+    EXPECT_FALSE(model()->index(0, 1).data().isValid());
+    EXPECT_EQ(keyName(1), QStringLiteral("Ctrl+Alt+F5"));
+    EXPECT_EQ(keyName(2), QStringLiteral("Unknown"));
+    EXPECT_TRUE(console.contains("Couldn't find a translation for the '52' key code"));
+
+    // The command's icon is the application's, at 16 by 16.
+    const QIcon icon = model()->index(0, 0).data(Qt::DecorationRole).value<QIcon>();
+    ASSERT_FALSE(icon.isNull());
+    EXPECT_EQ(icon.availableSizes().value(0), QSize(16, 16));
+    EXPECT_EQ(icon.pixmap(QSize(16, 16)).toImage().pixelColor(8, 8), QColor(Qt::red));
+    EXPECT_FALSE(model()->index(0, 1).data(Qt::DecorationRole).isValid());
+    EXPECT_FALSE(model()->flags(model()->index(0, 0)).testFlag(Qt::ItemIsEditable));
+
+    // With the manager present the panel is usable and says nothing.
+    EXPECT_TRUE(table()->isEnabled());
+    EXPECT_TRUE(delegate.versionAlertText()->isHidden());
+}
+
+TEST_F(VTShortcutKeyPanelTest, PressingAKeyAloneStoresItWithCommandAndShift)
+{
+    press(0, Qt::Key_A);
+
+    EXPECT_EQ(keyName(0), QStringLiteral("Shift+Cmd+A"));
+    const PlistArray list = watchlist();
+    ASSERT_EQ(list.size(), 1u);
+    const PlistDict &stored = list[0].dict();
+    EXPECT_EQ(stored.value("bundleid").string(), kOurs);
+    EXPECT_EQ(stored.value("commandid").string(), QStringLiteral("newtask"));
+    EXPECT_TRUE(stored.value("keycode").isInteger());
+    EXPECT_EQ(stored.value("keycode").integerValue(), 0);
+    EXPECT_EQ(stored.value("modifiers").integerValue(), 0x300);
+    EXPECT_FALSE(stored.contains("commandparams"));
+
+    // Editing ended, and the manager was told after the file was written.
+    EXPECT_FALSE(delegate.fieldEditor()->isVisible());
+    EXPECT_EQ(table()->indexWidget(model()->index(0, 1)), nullptr);
+    EXPECT_EQ(managerRuns(), QStringList{"-setup"});
+    EXPECT_TRUE(TestFiles::read(managerRecord).contains("<string>newtask</string>"));
+}
+
+TEST_F(VTShortcutKeyPanelTest, TheCapturedModifiersFollowTheForcedModifierRule)
+{
+    struct Case
+    {
+        Qt::Key key;
+        Qt::KeyboardModifiers modifiers;
+        qint64 keycode;
+        qint64 mask;
+        const char *name;
+    };
+    const Case cases[] = {
+        {Qt::Key_A, Qt::MetaModifier, 0x00, 0x100, "Cmd+A"},
+        {Qt::Key_A, Qt::ShiftModifier, 0x00, 0x200, "Shift+A"},
+        {Qt::Key_A, Qt::ShiftModifier | Qt::MetaModifier, 0x00, 0x300, "Shift+Cmd+A"},
+        {Qt::Key_A, Qt::ControlModifier, 0x00, 0x1000, "Ctrl+A"},
+        {Qt::Key_A, Qt::AltModifier, 0x00, 0x800, "Alt+A"},
+        {Qt::Key_F5, Qt::ControlModifier | Qt::AltModifier, 0x60, 0x1800, "Ctrl+Alt+F5"},
+        {Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier | Qt::AltModifier | Qt::MetaModifier,
+         0x06, 0x1B00, "Ctrl+Shift+Alt+Cmd+Z"},
+        // Keys a table or a dialog would act on are captured like any other.
+        {Qt::Key_Tab, Qt::NoModifier, 0x30, 0x300, "Shift+Cmd+Tab"},
+        {Qt::Key_Escape, Qt::NoModifier, 0x35, 0x300, "Shift+Cmd+Escape"},
+        {Qt::Key_Return, Qt::NoModifier, 0x24, 0x300, "Shift+Cmd+Enter"},
+        {Qt::Key_Enter, Qt::KeypadModifier, 0x4C, 0x300, "Shift+Cmd+Return"},
+        {Qt::Key_Up, Qt::NoModifier, 0x7E, 0x300, "Shift+Cmd+Up Arrow"},
+        {Qt::Key_Backspace, Qt::ControlModifier, 0x33, 0x1000, "Ctrl+Backspace"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        press(2, c.key, c.modifiers);
+        EXPECT_EQ(keyName(2), QString::fromLatin1(c.name));
+        const PlistArray list = watchlist();
+        ASSERT_EQ(list.size(), 1u);
+        EXPECT_EQ(list[0].dict().value("keycode").integerValue(), c.keycode);
+        EXPECT_EQ(list[0].dict().value("modifiers").integerValue(), c.mask);
+    }
+}
+
+TEST_F(VTShortcutKeyPanelTest, ANativeKeyEventIsTakenByItsPosition)
+{
+    VTShortcutKeyFieldEditor *editor = editRow(1);
+    ASSERT_TRUE(editor);
+    // The key in the A position (XKB keycode 38), whatever the layout calls it.
+    QKeyEvent press(QEvent::KeyPress, Qt::Key_Q, Qt::NoModifier, 38, 0x71, 0, "q");
+    QApplication::sendEvent(editor, &press);
+    ASSERT_EQ(watchlist().size(), 1u);
+    EXPECT_EQ(watchlist()[0].dict().value("keycode").integerValue(), 0);
+    EXPECT_EQ(keyName(1), QStringLiteral("Shift+Cmd+A"));
+}
+
+TEST_F(VTShortcutKeyPanelTest, AModifierAloneIsNoShortcut)
+{
+    VTShortcutKeyFieldEditor *editor = editRow(0);
+    ASSERT_TRUE(editor);
+    QTest::keyClick(editor, Qt::Key_Shift, Qt::ShiftModifier);
+    QTest::keyClick(editor, Qt::Key_Control, Qt::ControlModifier);
+    EXPECT_TRUE(editor->isVisible());
+    EXPECT_FALSE(QFileInfo::exists(shortcutFile));
+    // The next real key is taken.
+    QTest::keyClick(editor, Qt::Key_K, Qt::ControlModifier);
+    EXPECT_EQ(keyName(0), QStringLiteral("Ctrl+K"));
+}
+
+TEST_F(VTShortcutKeyPanelTest, ANewAssignmentReplacesTheOldAndOtherEntriesSurvive)
+{
+    const PlistArray params{PlistValue("-run"), PlistValue("newtask")};
+    writeSharedFile(
+        PlistDict{{"version", 3},
+                  {"watchlist", PlistArray{PlistValue(entry(kQuill, 0x00, 0x300, "newtask")),
+                                           PlistValue(PlistDict{{"bundleid", kOurs},
+                                                                {"keycode", 0x01},
+                                                                {"modifiers", 0x300},
+                                                                {"commandparams", params}}),
+                                           PlistValue(entry(kOurs, 0x02, 0x300, "enableall"))}}});
+    delegate.populateKeyData();
+
+    press(0, Qt::Key_A);
+    press(0, Qt::Key_F5, Qt::ControlModifier | Qt::AltModifier);
+
+    const PlistDict file = sharedFile();
+    EXPECT_EQ(file.value("version").integerValue(), 3);
+    const PlistArray list = file.value("watchlist").array();
+    ASSERT_EQ(list.size(), 4u);
+    EXPECT_EQ(list[0].dict(), entry(kQuill, 0x00, 0x300, "newtask"));
+    EXPECT_EQ(list[1].dict().value("commandparams"), PlistValue(params));
+    EXPECT_EQ(list[2].dict(), entry(kOurs, 0x02, 0x300, "enableall"));
+    EXPECT_EQ(list[3].dict(), entry(kOurs, 0x60, 0x1800, "newtask"));
+    EXPECT_EQ(keyName(0), QStringLiteral("Ctrl+Alt+F5"));
+    EXPECT_EQ(keyName(1), QStringLiteral("Shift+Cmd+D"));
+    EXPECT_EQ(managerRuns().size(), 2);
+}
+
+TEST_F(VTShortcutKeyPanelTest, AssignmentsByParametersReplaceOnlyTheSameParameters)
+{
+    const PlistArray run{PlistValue("-run"), PlistValue("x")};
+    const PlistArray other{PlistValue("-run"), PlistValue("y")};
+    delegate.setKeyboardShortcutWithID(std::nullopt, run, 0x00, true, true, false, false);
+    delegate.setKeyboardShortcutWithID(std::nullopt, other, 0x01, true, true, false, false);
+    delegate.setKeyboardShortcutWithID(std::nullopt, run, 0x02, false, true, true, false);
+
+    const PlistArray list = watchlist();
+    ASSERT_EQ(list.size(), 2u);
+    EXPECT_EQ(list[0].dict().value("commandparams"), PlistValue(other));
+    EXPECT_EQ(list[1].dict().value("commandparams"), PlistValue(run));
+    EXPECT_EQ(list[1].dict().value("keycode").integerValue(), 0x02);
+    EXPECT_EQ(list[1].dict().value("modifiers").integerValue(), 0x900);
+    EXPECT_FALSE(list[1].dict().contains("commandid"));
+
+    // With neither an id nor parameters there is nothing to assign.
+    TestFiles::CaptureStderr capture;
+    delegate.setKeyboardShortcutWithID(std::nullopt, std::nullopt, 0x03, true, true, false, false);
+    EXPECT_TRUE(capture.finish().contains(
+        "Exception in VTShortcutKeyTableDelegate::setKeyboardShortcutWithID"));
+    EXPECT_EQ(watchlist().size(), 2u);
+}
+
+TEST_F(VTShortcutKeyPanelTest, DeleteKeysInTheTableClearTheSelectedShortcut)
+{
+    for (const Qt::Key key : {Qt::Key_Backspace, Qt::Key_Delete, Qt::Key_Clear}) {
+        SCOPED_TRACE(key);
+        writeSharedFile(PlistDict{
+            {"watchlist", PlistArray{PlistValue(entry(kOurs, 0x00, 0x300, "newtask")),
+                                     PlistValue(entry(kQuill, 0x01, 0x300, "enableall")),
+                                     PlistValue(entry(kOurs, 0x02, 0x300, "enableall"))}}});
+        QFile::remove(managerRecord);
+        delegate.populateKeyData();
+        ASSERT_EQ(keyName(1), QStringLiteral("Shift+Cmd+D"));
+
+        table()->selectRow(1);
+        table()->setFocus();
+        QTest::keyClick(table(), key);
+
+        EXPECT_EQ(keyName(1), QString());
+        EXPECT_EQ(keyName(0), QStringLiteral("Shift+Cmd+A"));
+        const PlistArray list = watchlist();
+        ASSERT_EQ(list.size(), 2u);
+        EXPECT_EQ(list[0].dict(), entry(kOurs, 0x00, 0x300, "newtask"));
+        EXPECT_EQ(list[1].dict(), entry(kQuill, 0x01, 0x300, "enableall"));
+        EXPECT_EQ(managerRuns(), QStringList{"-setup"});
+        // The selection stays on the row.
+        EXPECT_EQ(table()->selectionModel()->selectedRows().value(0).row(), 1);
+    }
+}
+
+TEST_F(VTShortcutKeyPanelTest, TheClearButtonClearsTheSelectedShortcut)
+{
+    press(2, Qt::Key_D, Qt::ControlModifier);
+    ASSERT_EQ(watchlist().size(), 1u);
+    table()->selectRow(2);
+    QPushButton *clear = delegate.parentView()->findChild<QPushButton *>("clearButton");
+    ASSERT_TRUE(clear);
+    QTest::mouseClick(clear, Qt::LeftButton);
+    EXPECT_TRUE(watchlist().empty());
+    EXPECT_EQ(keyName(2), QString());
+    EXPECT_EQ(managerRuns().size(), 2);
+}
+
+TEST_F(VTShortcutKeyPanelTest, ClearingWithNoRowSelectedChangesNothing)
+{
+    writeSharedFile(
+        PlistDict{{"watchlist", PlistArray{PlistValue(entry(kOurs, 0, 0x300, "newtask")),
+                                           PlistValue(entry(kQuill, 0, 0x300, "x"))}}});
+    const QByteArray before = TestFiles::read(shortcutFile);
+    delegate.populateKeyData();
+    table()->clearSelection();
+    TestFiles::CaptureStderr capture;
+    QTest::keyClick(table(), Qt::Key_Backspace);
+    const QString console = capture.finish();
+    EXPECT_EQ(TestFiles::read(shortcutFile), before);
+    EXPECT_TRUE(managerRuns().isEmpty());
+    EXPECT_TRUE(console.contains("Exception in VTShortcutKeyTableDelegate::keyCleared"))
+        << console.toStdString();
+}
+
+TEST_F(VTShortcutKeyPanelTest, OtherKeysInTheTableMoveTheSelection)
+{
+    table()->selectRow(0);
+    table()->setCurrentIndex(model()->index(0, 0));
+    table()->setFocus();
+    QTest::keyClick(table(), Qt::Key_Down);
+    EXPECT_EQ(table()->currentIndex().row(), 1);
+    EXPECT_FALSE(QFileInfo::exists(shortcutFile));
+}
+
+TEST_F(VTShortcutKeyPanelTest, AMissingManagerDisablesThePanelButAssignmentsAreStillWritten)
+{
+    QFile::remove(manager);
+    delegate.populateKeyData();
+    EXPECT_FALSE(table()->isEnabled());
+    EXPECT_FALSE(delegate.versionAlertText()->isHidden());
+    EXPECT_FALSE(delegate.versionAlertText()->text().isEmpty());
+    EXPECT_EQ(model()->rowCount(), 3);
+
+    TestFiles::CaptureStderr capture;
+    delegate.setKeyboardShortcutWithID(QStringLiteral("newtask"), std::nullopt, 0x0B, true, true,
+                                       false, false);
+    const QString console = capture.finish();
+    EXPECT_TRUE(console.contains("Unable to setup shortcut keys - shortcut key manager doesn't "
+                                 "exist. Please reinstall this software."))
+        << console.toStdString();
+    ASSERT_EQ(watchlist().size(), 1u);
+    EXPECT_EQ(watchlist()[0].dict(), entry(kOurs, 0x0B, 0x300, "newtask"));
+
+    // Installed again, the next look makes the panel usable.
+    TestFiles::writeScript(manager, "exit 0");
+    delegate.populateKeyData();
+    EXPECT_TRUE(table()->isEnabled());
+    EXPECT_TRUE(delegate.versionAlertText()->isHidden());
+    EXPECT_EQ(keyName(0), QStringLiteral("Shift+Cmd+B"));
+}
+
+TEST_F(VTShortcutKeyPanelTest, EveryChangeIsAnnouncedToTheSession)
+{
+    DBusDaemon daemon;
+    ASSERT_TRUE(daemon.isRunning()) << daemon.error().toStdString();
+    // The listener is another program of the session: a connection of its own.
+    SessionBus::setCurrent(std::make_shared<DBusSessionBus>());
+    DistributedNotification listener(QStringLiteral("VTShortcutKeysReload"));
+    ASSERT_TRUE(listener.isListening());
+    QSignalSpy reloads(&listener, &DistributedNotification::received);
+    SessionBus::setCurrent(std::make_shared<DBusSessionBus>());
+
+    press(0, Qt::Key_A);
+    ASSERT_TRUE(reloads.wait(5000));
+    EXPECT_EQ(reloads.size(), 1);
+
+    table()->selectRow(0);
+    QTest::keyClick(table(), Qt::Key_Backspace);
+    ASSERT_TRUE(reloads.size() == 2 || reloads.wait(5000));
+    EXPECT_EQ(reloads.size(), 2);
+    // Nothing else is announced.
+    EXPECT_FALSE(reloads.wait(300));
+}
+
+TEST_F(VTShortcutKeyPanelTest, TheSharedFileIsReplacedWholeNeverRewrittenInPlace)
+{
+    writeSharedFile(PlistDict{{"watchlist", PlistArray{PlistValue(entry(kQuill, 0, 0x300, "x"))}}});
+    const QByteArray before = TestFiles::read(shortcutFile);
+    // A reader that opened the old file keeps seeing it whole.
+    const QString reader = sandbox.file("reader.plist");
+    ASSERT_EQ(
+        ::link(QFile::encodeName(shortcutFile).constData(), QFile::encodeName(reader).constData()),
+        0);
+
+    press(1, Qt::Key_E);
+
+    EXPECT_EQ(TestFiles::read(reader), before);
+    EXPECT_EQ(watchlist().size(), 2u);
+    // No temporary file is left beside it.
+    const QStringList files =
+        QDir(QFileInfo(shortcutFile).absolutePath()).entryList(QDir::Files | QDir::Hidden);
+    EXPECT_EQ(files, QStringList{"com.vantreel.shortcutkeys.plist"});
+}
+
+TEST_F(VTShortcutKeyPanelTest, TheFieldEditorServesOnlyTheShortcutTable)
+{
+    QWidget *editor = delegate.windowWillReturnFieldEditor(container.get(), table());
+    ASSERT_TRUE(qobject_cast<VTShortcutKeyFieldEditor *>(editor));
+    EXPECT_TRUE(static_cast<VTShortcutKeyFieldEditor *>(editor)->text().isEmpty());
+    QLabel other;
+    EXPECT_EQ(delegate.windowWillReturnFieldEditor(container.get(), &other), nullptr);
+    EXPECT_EQ(delegate.windowWillReturnFieldEditor(container.get(), nullptr), nullptr);
+}
+
+TEST_F(VTShortcutKeyPanelTest, TheContainerShownInAWindowHoldsThePanel)
+{
+    QWidget *panel = delegate.parentView();
+    ASSERT_TRUE(panel);
+    EXPECT_EQ(panel->objectName(), QStringLiteral("parentView"));
+    EXPECT_EQ(panel->parentWidget(), container.get());
+    EXPECT_TRUE(panel->isVisible());
+
+    // Embedded in another window, a new container takes the panel when it is shown.
+    QWidget window;
+    auto *embedded = new VTShortcutKeyContainerView(&window);
+    EXPECT_EQ(panel->parentWidget(), container.get());
+    window.show();
+    EXPECT_EQ(panel->parentWidget(), embedded);
+    EXPECT_EQ(panel->window(), &window);
+
+    // The panel outlives the window.
+    QPointer<QWidget> alive(panel);
+    delete embedded;
+    ASSERT_TRUE(alive);
+    EXPECT_EQ(panel->parentWidget(), nullptr);
+    container->hide();
+    container->show();
+    EXPECT_EQ(panel->parentWidget(), container.get());
+}
+
+TEST_F(VTShortcutKeyPanelTest, TheShippedCatalogueListsThisApplicationsCommands)
+{
+    const QString source = qEnvironmentVariable("KAIRO_SOURCE_DIR");
+    ASSERT_FALSE(source.isEmpty());
+    const QString bundle = Bundle::mainBundle()->bundlePath();
+    QFile::remove(bundle + "/Contents/VTKeys.plist");
+    ASSERT_TRUE(QFile::copy(source + "/resources/VTKeys.plist", bundle + "/Contents/VTKeys.plist"));
+    delegate.populateKeyData();
+
+    ASSERT_GE(model()->rowCount(), 2);
+    for (const PlistDict &row : delegate.dataArray()) {
+        EXPECT_TRUE(row.value("id").isString());
+        EXPECT_FALSE(row.value("description").string().isEmpty());
+    }
+}
