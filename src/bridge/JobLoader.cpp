@@ -41,7 +41,7 @@ std::optional<Target> target(const QString &jobPath, const QString &verb)
             QStringLiteral("kairo-launchctl: there is no home folder for the user's units"));
         return std::nullopt;
     }
-    return Target{*job, scope, UnitFolder(*folder)};
+    return Target{*job, scope, UnitFolder(*folder, scope.owner())};
 }
 
 // Whether a StartOnMount job other than the given service is loaded and enabled.

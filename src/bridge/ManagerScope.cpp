@@ -2,6 +2,7 @@
 
 #include "platform/Environment.h"
 #include "platform/Identity.h"
+#include "support/VTLocalPaths.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -18,14 +19,29 @@ ManagerScope ManagerScope::system()
 
 ManagerScope ManagerScope::forJobFile(const QString &jobPath)
 {
-    return ManagerScope(QFileInfo(jobPath).absoluteDir().dirName() ==
-                        QLatin1String("LaunchDaemons"));
+    ManagerScope scope(QFileInfo(jobPath).absoluteDir().dirName() ==
+                       QLatin1String("LaunchDaemons"));
+    const Identity &identity = Identity::current();
+    if (!scope.m_system && identity.isRoot()) {
+        const auto user = VTLocalPaths::currentConsoleUser();
+        const auto home = VTLocalPaths::userDirectory();
+        const auto uid = user ? identity.userIdForName(*user) : std::nullopt;
+        if (user && home && uid && *uid != 0) {
+            scope.m_owner = user;
+            scope.m_ownerHome = home;
+            scope.m_ownerID = uid;
+        }
+    }
+    return scope;
 }
 
 std::optional<QString> ManagerScope::unitFolder() const
 {
     if (m_system) {
         return Environment::localPath(QStringLiteral("/etc/systemd/system"));
+    }
+    if (m_ownerHome) {
+        return QDir::cleanPath(*m_ownerHome) + QStringLiteral("/.config/systemd/user");
     }
     // systemctl itself follows XDG_CONFIG_HOME, so the units must land where it looks.
     const std::optional<QString> config = Environment::value("XDG_CONFIG_HOME");
@@ -44,7 +60,13 @@ std::optional<QString> ManagerScope::unitFolder() const
 
 QStringList ManagerScope::systemctlOptions() const
 {
-    return m_system ? QStringList() : QStringList{QStringLiteral("--user")};
+    if (m_system) {
+        return {};
+    }
+    if (m_owner) {
+        return {QStringLiteral("--user"), QStringLiteral("--machine=%1@").arg(*m_owner)};
+    }
+    return {QStringLiteral("--user")};
 }
 
 QString ManagerScope::startupTarget() const

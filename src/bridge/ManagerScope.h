@@ -3,6 +3,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <sys/types.h>
+
 #include <optional>
 
 // Which systemd manager a job belongs to: an agent goes to the user's manager and the
@@ -13,6 +15,8 @@ public:
     static ManagerScope user();
     static ManagerScope system();
     // A job file in a folder named LaunchDaemons is a daemon; every other job is an agent.
+    // Run as root, an agent belongs to the user at the console, whose job folders the
+    // application writes: it goes to that user's manager and unit folder.
     static ManagerScope forJobFile(const QString &jobPath);
 
     bool isSystem() const { return m_system; }
@@ -23,9 +27,15 @@ public:
     QStringList systemctlOptions() const;
     // The target a unit started at login or boot is wanted by.
     QString startupTarget() const;
+    // The user whose manager this is when root acts for the console user; files written
+    // into that user's folder are handed to that user.
+    std::optional<uid_t> owner() const { return m_ownerID; }
 
 private:
     explicit ManagerScope(bool system) : m_system(system) {}
 
     bool m_system;
+    std::optional<QString> m_owner;
+    std::optional<QString> m_ownerHome;
+    std::optional<uid_t> m_ownerID;
 };

@@ -5,6 +5,8 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include <unistd.h>
+
 QString UnitFolder::filePath(const QString &unitName) const
 {
     return m_path + QLatin1Char('/') + unitName;
@@ -63,7 +65,7 @@ bool UnitFolder::write(const QString &unitName, const QString &text, QString *er
                 .arg(target);
         return false;
     }
-    if (!QDir().mkpath(m_path)) {
+    if (!makeFolder()) {
         *error = QStringLiteral("kairo-launchctl: cannot create the folder %1").arg(m_path);
         return false;
     }
@@ -82,7 +84,37 @@ bool UnitFolder::write(const QString &unitName, const QString &text, QString *er
     // Readable by the manager whatever the umask.
     QFile::setPermissions(target, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                                       QFileDevice::ReadGroup | QFileDevice::ReadOther);
+    handOver(target);
     return true;
+}
+
+bool UnitFolder::makeFolder() const
+{
+    QStringList missing;
+    for (QString folder = m_path; !folder.isEmpty() && !QFileInfo::exists(folder);
+         folder = QFileInfo(folder).absolutePath()) {
+        missing.prepend(folder);
+        if (folder == QLatin1String("/")) {
+            break;
+        }
+    }
+    if (!QDir().mkpath(m_path)) {
+        return false;
+    }
+    for (const QString &folder : missing) {
+        handOver(folder);
+    }
+    return true;
+}
+
+void UnitFolder::handOver(const QString &path) const
+{
+    if (m_owner) {
+        // The user's own manager reads the unit, and the user may remove it.
+        if (::lchown(QFile::encodeName(path).constData(), *m_owner, static_cast<gid_t>(-1)) != 0) {
+            return;
+        }
+    }
 }
 
 bool UnitFolder::remove(const QString &unitName, QString *error) const

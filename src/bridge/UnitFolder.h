@@ -5,6 +5,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <sys/types.h>
+
 #include <optional>
 
 // One folder of unit files (the user's or the system's). Writing and removing go only to
@@ -19,7 +21,10 @@ public:
         Foreign
     };
 
-    explicit UnitFolder(QString path) : m_path(std::move(path)) {}
+    // Files and folders created for an owner (root acting for a user) are handed to them.
+    explicit UnitFolder(QString path, std::optional<uid_t> owner = std::nullopt)
+        : m_path(std::move(path)), m_owner(owner)
+    {}
 
     const QString &path() const { return m_path; }
     QString filePath(const QString &unitName) const;
@@ -37,5 +42,10 @@ public:
     bool remove(const QString &unitName, QString *error) const;
 
 private:
+    // Creates the folder and its missing parents, giving the new ones to the owner.
+    bool makeFolder() const;
+    void handOver(const QString &path) const;
+
     QString m_path;
+    std::optional<uid_t> m_owner;
 };

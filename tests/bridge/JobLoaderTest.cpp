@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 
 #include <sys/stat.h>
@@ -279,4 +280,42 @@ TEST_F(JobLoaderTest, TheMountWatcherComesWithTheFirstMountJobAndGoesWithTheLast
                      "--user disable kairo-mount-watcher.service", "--user daemon-reload"}));
     // The disabled one is still loaded.
     EXPECT_EQ(files(userUnits()), QStringList{"com.vantreel.ScheduledTask3.service"});
+}
+
+TEST_F(JobLoaderTest, AsRootAnAgentGoesToTheConsoleUsersManager)
+{
+    // Root acting for the user at the console (the application writes that user's agents):
+    // the units go to the user's folder and manager, and belong to the user.
+    const uid_t anna = geteuid() == 0 ? 65534 : geteuid();
+    identity->uid = 0;
+    identity->home = QStringLiteral("/root");
+    identity->console = QStringLiteral("anna");
+    identity->homes.insert(QStringLiteral("anna"), sandbox.home());
+    identity->uids.insert(QStringLiteral("anna"), anna);
+    const QString path = job(QStringLiteral("com.vantreel.ScheduledTask1"), daily());
+
+    EXPECT_EQ(loader.load(path), 0);
+    const QStringList calls = systemctl.calls();
+    ASSERT_FALSE(calls.isEmpty());
+    for (const QString &call : calls) {
+        EXPECT_TRUE(call.startsWith(QStringLiteral("--user --machine=anna@ ")))
+            << call.toStdString();
+    }
+    EXPECT_EQ(files(userUnits()), (QStringList{"com.vantreel.ScheduledTask1.service",
+                                               "com.vantreel.ScheduledTask1.timer"}));
+    for (const QString &made : {userUnits() + "/com.vantreel.ScheduledTask1.timer", userUnits(),
+                                sandbox.home() + "/.config"}) {
+        struct stat info
+        {};
+        ASSERT_EQ(::stat(QFile::encodeName(made).constData(), &info), 0);
+        EXPECT_EQ(info.st_uid, anna) << made.toStdString();
+    }
+
+    // Nobody at the console: root's own manager, as before.
+    identity->console = std::nullopt;
+    systemctl.clearCalls();
+    EXPECT_EQ(loader.unload(path), 0);
+    for (const QString &call : systemctl.calls()) {
+        EXPECT_FALSE(call.contains(QStringLiteral("--machine"))) << call.toStdString();
+    }
 }
