@@ -74,7 +74,11 @@ void Bundle::setMainBundlePath(const std::optional<QString> &path)
 
 bool Bundle::isPackage(const QString &path)
 {
-    const QFileInfo info(path);
+    QString clean = path;
+    while (clean.size() > 1 && clean.endsWith(QLatin1Char('/'))) {
+        clean.chop(1);
+    }
+    const QFileInfo info(clean);
     if (!info.isDir()) {
         return false;
     }

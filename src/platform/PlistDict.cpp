@@ -82,6 +82,19 @@ void PlistDict::insert(const QString &key, const PlistValue &value)
     }
 }
 
+void PlistDict::insert(QString &&key, PlistValue &&value)
+{
+    const int i = indexOf(key);
+    if (i >= 0) {
+        m_entries[static_cast<size_t>(i)].value = std::move(value);
+        return;
+    }
+    m_entries.push_back(Entry{std::move(key), std::move(value)});
+    if (m_index) {
+        m_index->insert(m_entries.back().key, static_cast<int>(m_entries.size() - 1));
+    }
+}
+
 bool PlistDict::remove(const QString &key)
 {
     const int i = indexOf(key);

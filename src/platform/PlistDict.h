@@ -29,6 +29,9 @@ public:
     const PlistValue *find(const QString &key) const;
     PlistValue *find(const QString &key);
     void insert(const QString &key, const PlistValue &value);
+    void insert(QString &&key, PlistValue &&value);
+    // Room for this many entries without reallocating.
+    void reserve(int size) { m_entries.reserve(static_cast<size_t>(size)); }
     bool remove(const QString &key);
     void clear();
     QStringList keys() const;

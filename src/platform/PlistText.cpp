@@ -103,6 +103,10 @@ void PlistText::append(QString &out, const PlistValue &value, int level)
         const PlistArray &array = value.array();
         for (size_t i = 0; i < array.size(); ++i) {
             out += indent(level + 1);
+            // A nested container is set off by its own indentation here as well.
+            if (array[i].isArray() || array[i].isDictionary()) {
+                out += indent(level + 1);
+            }
             append(out, array[i], level + 1);
             out += i + 1 < array.size() ? QLatin1String(",\n") : QLatin1String("\n");
         }
@@ -116,8 +120,9 @@ void PlistText::append(QString &out, const PlistValue &value, int level)
         for (const auto &entry : dict) {
             sorted.push_back(&entry);
         }
-        std::sort(sorted.begin(), sorted.end(),
-                  [](const PlistDict::Entry *a, const PlistDict::Entry *b) { return a->key < b->key; });
+        std::sort(
+            sorted.begin(), sorted.end(),
+            [](const PlistDict::Entry *a, const PlistDict::Entry *b) { return a->key < b->key; });
         out += QLatin1String("{\n");
         for (const PlistDict::Entry *entry : sorted) {
             out += indent(level + 1) + quoted(entry->key) + QLatin1String(" = ");

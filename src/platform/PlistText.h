@@ -11,7 +11,15 @@
 //       nested =     {
 //           ...
 //       };
+//       list =     (
+//           word,
+//                   {
+//               ...
+//           }
+//       );
 //   }
+// A nested container, whether a dictionary value or an array element, starts on its line
+// after an extra indentation of its own level, as Foundation's descriptions do.
 // Dictionary keys are listed in ascending order. Strings that are not plain words are
 // quoted, with \" \\ \n \t \r and \Uxxxx for control and non-ASCII characters.
 class PlistText

@@ -1,13 +1,22 @@
 #include "PropertyList.h"
 
-#include <QFile>
-#include <QSaveFile>
-#include <QTimeZone>
+#include "FileNames.h"
+
+#include <QHash>
+#include <QRandomGenerator>
 
 #include <plist/plist.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <limits>
 #include <memory>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -45,7 +54,8 @@ bool xmlNestingWithinLimit(const QByteArray &bytes)
         };
         if (starts("array", 5) || starts("dict", 4)) {
             // A self-closing <array/> opens nothing.
-            const char *close = static_cast<const char *>(memchr(name, '>', static_cast<size_t>(end - name)));
+            const char *close =
+                static_cast<const char *>(memchr(name, '>', static_cast<size_t>(end - name)));
             const bool selfClosing = close && close > name && close[-1] == '/';
             if (closing) {
                 --depth;
@@ -55,6 +65,188 @@ bool xmlNestingWithinLimit(const QByteArray &bytes)
         }
     }
     return true;
+}
+
+// Big-endian unsigned number of 1 to 8 bytes.
+uint64_t bigEndian(const uint8_t *p, unsigned size)
+{
+    uint64_t v = 0;
+    for (unsigned i = 0; i < size; ++i) {
+        v = (v << 8) | p[i];
+    }
+    return v;
+}
+
+// The binary reader of libplist recurses once per nesting level as well, and it copies an
+// object once for every reference to it, so thirty arrays that each hold the next one twice
+// would become a billion nodes. Walk the object graph of a binary file without recursion
+// first: nesting deeper than kMaxDepth, an object that contains itself, or more nodes once
+// shared objects are copied than a generous multiple of the objects in the file, is refused.
+// What does not make sense to this walk (bad offsets, references or counts) is left for
+// libplist to refuse.
+bool binaryNestingWithinLimit(const QByteArray &bytes)
+{
+    const auto *data = reinterpret_cast<const uint8_t *>(bytes.constData());
+    const uint64_t size = static_cast<uint64_t>(bytes.size());
+    if (size < 8 + 32) {
+        return true;
+    }
+    const uint8_t *trailer = data + size - 32;
+    const unsigned offsetSize = trailer[6];
+    const unsigned refSize = trailer[7];
+    const uint64_t count = bigEndian(trailer + 8, 8);
+    const uint64_t top = bigEndian(trailer + 16, 8);
+    const uint64_t table = bigEndian(trailer + 24, 8);
+    const uint64_t objectsEnd = size - 32;
+    if (offsetSize == 0 || offsetSize > 8 || refSize == 0 || refSize > 8 || count == 0 ||
+        top >= count || table < 8 || table >= objectsEnd ||
+        count > (objectsEnd - table) / offsetSize) {
+        return true;
+    }
+
+    // The references of a container object: [first, first + n * refSize).
+    struct Refs
+    {
+        uint64_t first = 0;
+        uint64_t n = 0;
+    };
+    const auto refsOf = [&](uint64_t object) -> Refs {
+        const uint64_t offset = bigEndian(data + table + object * offsetSize, offsetSize);
+        if (offset < 8 || offset >= objectsEnd) {
+            return {};
+        }
+        const uint8_t marker = data[offset];
+        const unsigned type = marker >> 4;
+        if (type != 0xA && type != 0xC && type != 0xD) {
+            return {};
+        }
+        uint64_t n = marker & 0x0F;
+        uint64_t pos = offset + 1;
+        if (n == 0x0F) {
+            if (pos >= objectsEnd || (data[pos] >> 4) != 0x1) {
+                return {};
+            }
+            const unsigned intSize = 1u << (data[pos] & 0x0F);
+            if (intSize > 8 || pos + 1 + intSize > objectsEnd) {
+                return {};
+            }
+            n = bigEndian(data + pos + 1, intSize);
+            pos += 1 + intSize;
+        }
+        const uint64_t room = (objectsEnd - pos) / refSize;
+        if (type == 0xD) {
+            if (n > room / 2) {
+                return {};
+            }
+            n *= 2;
+        } else if (n > room) {
+            return {};
+        }
+        return {pos, n};
+    };
+
+    enum : uint8_t
+    {
+        Unseen,
+        Open,
+        Done
+    };
+    std::vector<uint8_t> state(count, Unseen);
+    struct Frame
+    {
+        uint64_t object;
+        Refs refs;
+        uint64_t next;
+    };
+    std::vector<Frame> stack;
+    stack.push_back({top, refsOf(top), 0});
+    state[top] = Open;
+    // An object may be referenced more than once; each is walked once, and its height
+    // (the nesting below it) counts for every later path that reaches it.
+    std::vector<uint16_t> height(count, 0);
+    // Nodes each object becomes with its contents copied, saturating just above the limit.
+    const uint64_t maxNodes = std::max<uint64_t>(1000000, 16 * count);
+    std::vector<uint64_t> nodes(count, 1);
+    const auto addNodes = [&](uint64_t &total, uint64_t more) {
+        total = std::min(total + more, maxNodes + 1);
+        return total <= maxNodes;
+    };
+    while (!stack.empty()) {
+        Frame &frame = stack.back();
+        if (frame.next == frame.refs.n) {
+            const uint64_t finished = frame.object;
+            state[finished] = Done;
+            stack.pop_back();
+            if (!stack.empty()) {
+                const uint64_t parentObject = stack.back().object;
+                uint16_t &parent = height[parentObject];
+                parent = std::max<uint16_t>(parent, static_cast<uint16_t>(height[finished] + 1));
+                if (!addNodes(nodes[parentObject], nodes[finished])) {
+                    return false;
+                }
+            }
+            continue;
+        }
+        const uint64_t child = bigEndian(data + frame.refs.first + frame.next * refSize, refSize);
+        ++frame.next;
+        if (child >= count) {
+            continue;
+        }
+        if (state[child] == Open) {
+            return false; // contains itself
+        }
+        if (state[child] == Done) {
+            uint16_t &own = height[frame.object];
+            own = std::max<uint16_t>(own, static_cast<uint16_t>(height[child] + 1));
+            if (stack.size() + height[child] > static_cast<size_t>(kMaxDepth) ||
+                !addNodes(nodes[frame.object], nodes[child])) {
+                return false;
+            }
+            continue;
+        }
+        if (stack.size() > static_cast<size_t>(kMaxDepth)) {
+            return false;
+        }
+        state[child] = Open;
+        stack.push_back({child, refsOf(child), 0});
+    }
+    return true;
+}
+
+// The key of a dictionary item. The same few keys come back in file after file (Label,
+// ProgramArguments, Hour...), so each thread keeps the keys it has made and hands out
+// shared copies of them instead of converting and allocating every one again.
+QString keyOf(plist_t item)
+{
+    plist_t keyNode = plist_dict_item_get_key(item);
+    uint64_t length = 0;
+    const char *key = keyNode ? plist_get_string_ptr(keyNode, &length) : nullptr;
+    char *copy = nullptr;
+    if (!key && keyNode) {
+        plist_get_key_val(keyNode, &copy);
+        key = copy;
+        length = copy ? strlen(copy) : 0;
+    }
+    if (!key) {
+        return QString();
+    }
+    thread_local QHash<QByteArray, QString> known;
+    const QByteArray bytes = QByteArray::fromRawData(key, static_cast<qsizetype>(length));
+    auto it = known.constFind(bytes);
+    QString result;
+    if (it != known.constEnd()) {
+        result = *it;
+    } else {
+        result = QString::fromUtf8(bytes);
+        if (length <= 64) {
+            if (known.size() >= 1024) {
+                known.clear();
+            }
+            known.insert(QByteArray(key, static_cast<qsizetype>(length)), result);
+        }
+    }
+    free(copy);
+    return result;
 }
 
 std::optional<PlistValue> fromNode(plist_t node, int depth)
@@ -101,7 +293,7 @@ std::optional<PlistValue> fromNode(plist_t node, int depth)
         int32_t usec = 0;
         plist_get_date_val(node, &sec, &usec);
         const qint64 ms = (static_cast<qint64>(sec) + kPlistEpochOffset) * 1000 + usec / 1000;
-        return PlistValue(QDateTime::fromMSecsSinceEpoch(ms, QTimeZone::utc()));
+        return PlistValue(QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC));
     }
     case PLIST_ARRAY: {
         const uint32_t n = plist_array_get_size(node);
@@ -118,27 +310,24 @@ std::optional<PlistValue> fromNode(plist_t node, int depth)
     }
     case PLIST_DICT: {
         PlistDict dict;
+        dict.reserve(static_cast<int>(plist_dict_get_size(node)));
         plist_dict_iter it = nullptr;
         plist_dict_new_iter(node, &it);
         if (!it) {
             return PlistValue(std::move(dict));
         }
         for (;;) {
-            char *key = nullptr;
             plist_t item = nullptr;
-            plist_dict_next_item(node, it, &key, &item);
+            plist_dict_next_item(node, it, nullptr, &item);
             if (!item) {
-                free(key);
                 break;
             }
             auto value = fromNode(item, depth + 1);
-            const QString k = QString::fromUtf8(key ? key : "");
-            free(key);
             if (!value) {
                 free(it);
                 return std::nullopt;
             }
-            dict.insert(k, *value);
+            dict.insert(keyOf(item), std::move(*value));
         }
         free(it);
         return PlistValue(std::move(dict));
@@ -162,14 +351,15 @@ plist_t toNode(const PlistValue &value)
     case PlistValue::Type::Date: {
         const qint64 ms = value.date().toMSecsSinceEpoch() - kPlistEpochOffset * 1000;
         qint64 sec = ms / 1000;
-        qint64 rem = ms % 1000;
-        if (rem < 0) {
-            rem += 1000;
+        if (ms % 1000 < 0) {
             --sec;
         }
         sec = std::clamp<qint64>(sec, std::numeric_limits<int32_t>::min(),
                                  std::numeric_limits<int32_t>::max());
-        return plist_new_date(static_cast<int32_t>(sec), static_cast<int32_t>(rem * 1000));
+        // XML dates hold whole seconds. libplist would turn a date before 2001 with a
+        // fraction into the next second (it truncates toward the epoch), so drop the
+        // fraction here, toward the past.
+        return plist_new_date(static_cast<int32_t>(sec), 0);
     }
     case PlistValue::Type::Data: {
         const QByteArray d = value.data();
@@ -201,18 +391,20 @@ plist_t toNode(const PlistValue &value)
 
 } // namespace
 
-std::optional<PlistValue> PropertyList::parse(const QByteArray &bytes)
+namespace {
+
+std::optional<PlistValue> parseBytes(const char *bytes, qsizetype size)
 {
-    if (bytes.isEmpty() || bytes.size() > std::numeric_limits<uint32_t>::max()) {
+    if (size <= 0 || size > static_cast<qsizetype>(std::numeric_limits<uint32_t>::max())) {
         return std::nullopt;
     }
-    const bool binary =
-        plist_is_binary(bytes.constData(), static_cast<uint32_t>(bytes.size())) != 0;
-    if (!binary && !xmlNestingWithinLimit(bytes)) {
+    const QByteArray view = QByteArray::fromRawData(bytes, size);
+    const bool binary = plist_is_binary(bytes, static_cast<uint32_t>(size)) != 0;
+    if (binary ? !binaryNestingWithinLimit(view) : !xmlNestingWithinLimit(view)) {
         return std::nullopt;
     }
     plist_t root = nullptr;
-    plist_from_memory(bytes.constData(), static_cast<uint32_t>(bytes.size()), &root);
+    plist_from_memory(bytes, static_cast<uint32_t>(size), &root);
     PlistPtr guard(root);
     if (!root) {
         return std::nullopt;
@@ -220,13 +412,192 @@ std::optional<PlistValue> PropertyList::parse(const QByteArray &bytes)
     return fromNode(root, 0);
 }
 
+} // namespace
+
+std::optional<PlistValue> PropertyList::parse(const QByteArray &bytes)
+{
+    return parseBytes(bytes.constData(), bytes.size());
+}
+
+namespace {
+
+// Reads the whole content of a regular file into buffer (reused from call to call, so
+// that reading many small files allocates nothing); false when there is no such file or it
+// cannot be read. The name goes to the system as the bytes it stands for (FileNames), so
+// names that are not UTF-8 work too.
+bool readFile(const QString &path, std::vector<char> &buffer, qsizetype *size)
+{
+    if (path.isEmpty()) {
+        return false;
+    }
+    const int fd = ::open(FileNames::encode(path).constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    struct stat st
+    {};
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        ::close(fd);
+        return false;
+    }
+    // The size is a hint only: the file may grow or shrink while it is read.
+    if (buffer.size() < static_cast<size_t>(st.st_size) + 1) {
+        buffer.resize(static_cast<size_t>(st.st_size) + 1);
+    }
+    size_t used = 0;
+    for (;;) {
+        if (used == buffer.size()) {
+            buffer.resize(buffer.size() * 2);
+        }
+        const ssize_t n = ::read(fd, buffer.data() + used, buffer.size() - used);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n < 0) {
+            ::close(fd);
+            return false;
+        }
+        if (n == 0) {
+            break;
+        }
+        used += static_cast<size_t>(n);
+    }
+    ::close(fd);
+    *size = static_cast<qsizetype>(used);
+    return true;
+}
+
+QString systemError(const char *what, const QString &path, int error)
+{
+    return QStringLiteral("%1 %2: %3")
+        .arg(QLatin1String(what), path, QString::fromLocal8Bit(strerror(error)));
+}
+
+bool writeAll(int fd, const QByteArray &bytes)
+{
+    const char *p = bytes.constData();
+    qsizetype left = bytes.size();
+    while (left > 0) {
+        const ssize_t n = ::write(fd, p, static_cast<size_t>(left));
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            if (n == 0) {
+                errno = EIO;
+            }
+            return false;
+        }
+        p += n;
+        left -= n;
+    }
+    return true;
+}
+
+// Writes bytes to path atomically: a new file beside the target, written, flushed to disk,
+// then renamed over the target. Whatever happens, the target is either the old file or the
+// new one, and no temporary file stays behind. An existing file keeps its permissions; a
+// symbolic link stays a link and its target is replaced.
+bool writeAtomically(const QByteArray &bytes, const QString &path, QString *error)
+{
+    QByteArray target = FileNames::encode(path);
+    struct stat st
+    {};
+    bool exists = ::lstat(target.constData(), &st) == 0;
+    if (exists && S_ISLNK(st.st_mode)) {
+        if (char *resolved = ::realpath(target.constData(), nullptr)) {
+            target = resolved;
+            free(resolved);
+            exists = ::stat(target.constData(), &st) == 0;
+        } else {
+            exists = false; // a dangling link is replaced by the file
+        }
+    }
+    if (exists && S_ISDIR(st.st_mode)) {
+        if (error) {
+            *error = systemError("Cannot replace", path, EISDIR);
+        }
+        return false;
+    }
+    const qsizetype slash = target.lastIndexOf('/');
+    const QByteArray folder = slash < 0 ? QByteArray(".") : target.left(slash == 0 ? 1 : slash);
+    const QByteArray base = slash < 0 ? target : target.mid(slash + 1);
+    // ".NAME.XXXXXX" beside the target, shortened when NAME is long.
+    const QByteArray prefix = folder + (folder.endsWith('/') ? "" : "/") + '.' +
+                              (base.size() > 200 ? QByteArray("plist") : base) + '.';
+    static const char alphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+    QByteArray temporary;
+    int fd = -1;
+    for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
+        temporary = prefix;
+        for (int i = 0; i < 6; ++i) {
+            temporary += alphabet[QRandomGenerator::global()->bounded(62)];
+        }
+        // Mode 0666 less the umask, as any new file; an existing file's mode is set below.
+        fd = ::open(temporary.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (fd < 0 && errno != EEXIST) {
+            break;
+        }
+    }
+    if (fd < 0) {
+        if (error) {
+            *error = systemError("Cannot create a temporary file for", path, errno);
+        }
+        return false;
+    }
+    const auto fail = [&](const char *what) {
+        const int saved = errno;
+        ::close(fd);
+        ::unlink(temporary.constData());
+        if (error) {
+            *error = systemError(what, path, saved);
+        }
+        return false;
+    };
+    if (exists && ::fchmod(fd, st.st_mode & 07777) != 0) {
+        return fail("Cannot keep the permissions of");
+    }
+    if (!writeAll(fd, bytes)) {
+        return fail("Cannot write");
+    }
+    if (::fsync(fd) != 0) {
+        return fail("Cannot flush");
+    }
+    if (::close(fd) != 0) {
+        fd = -1;
+        const int saved = errno;
+        ::unlink(temporary.constData());
+        if (error) {
+            *error = systemError("Cannot write", path, saved);
+        }
+        return false;
+    }
+    if (::rename(temporary.constData(), target.constData()) != 0) {
+        const int saved = errno;
+        ::unlink(temporary.constData());
+        if (error) {
+            *error = systemError("Cannot replace", path, saved);
+        }
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
 std::optional<PlistValue> PropertyList::read(const QString &path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
+    thread_local std::vector<char> buffer;
+    qsizetype size = 0;
+    if (!readFile(path, buffer, &size)) {
         return std::nullopt;
     }
-    return parse(file.readAll());
+    auto value = parseBytes(buffer.data(), size);
+    // Do not keep the memory of a huge file for the rest of the thread.
+    if (buffer.size() > 1024 * 1024) {
+        std::vector<char>().swap(buffer);
+    }
+    return value;
 }
 
 std::optional<PlistDict> PropertyList::readDictionary(const QString &path)
@@ -235,7 +606,8 @@ std::optional<PlistDict> PropertyList::readDictionary(const QString &path)
     if (!value || !value->isDictionary()) {
         return std::nullopt;
     }
-    return value->dict();
+    // The value is the only owner of its dictionary: take it instead of copying it.
+    return std::move(value->mutableDict());
 }
 
 std::optional<PlistArray> PropertyList::readArray(const QString &path)
@@ -244,7 +616,7 @@ std::optional<PlistArray> PropertyList::readArray(const QString &path)
     if (!value || !value->isArray()) {
         return std::nullopt;
     }
-    return value->array();
+    return std::move(value->mutableArray());
 }
 
 QByteArray PropertyList::toXml(const PlistValue &value)
@@ -258,6 +630,9 @@ QByteArray PropertyList::toXml(const PlistValue &value)
     plist_to_xml(static_cast<plist_t>(root.get()), &xml, &length);
     QByteArray out(xml, static_cast<qsizetype>(length));
     plist_to_xml_free(xml);
+    // A raw carriage return in a string would be folded into a line break by every XML
+    // reader; as a character reference it survives. The markup itself holds none.
+    out.replace('\r', "&#13;");
     return out;
 }
 
@@ -270,12 +645,5 @@ bool PropertyList::writeXml(const PlistValue &value, const QString &path, QStrin
         }
         return false;
     }
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(xml) != xml.size() || !file.commit()) {
-        if (error) {
-            *error = file.errorString();
-        }
-        return false;
-    }
-    return true;
+    return writeAtomically(xml, path, error);
 }

@@ -9,8 +9,9 @@
 #include <optional>
 
 // Reading and writing property-list files. Reading accepts XML and binary files; a
-// missing, unreadable or malformed file, or one whose root is not of the asked type, is
-// "no value". Writing produces XML and replaces the file atomically.
+// missing, unreadable or malformed file, one nested deeper than 256 levels, or one whose
+// root is not of the asked type, is "no value". Writing produces XML and replaces the file
+// atomically. Paths go to the system through FileNames, so names that are not UTF-8 work.
 class PropertyList
 {
 public:
@@ -22,6 +23,8 @@ public:
     static QByteArray toXml(const PlistValue &value);
 
     // Temporary file in the same folder, flushed to disk, then renamed over the target:
-    // a crash mid-write leaves the old file whole. On failure the reason goes to *error.
+    // a crash mid-write leaves the old file whole, and a failed write leaves no temporary
+    // file. An existing file keeps its permissions; through a symbolic link, the link's
+    // target is replaced. On failure the reason goes to *error.
     static bool writeXml(const PlistValue &value, const QString &path, QString *error = nullptr);
 };

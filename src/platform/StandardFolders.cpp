@@ -10,8 +10,8 @@ namespace {
 
 // Documents and Desktop are the XDG folders; they are only known for the home of the
 // process itself, other homes get the XDG defaults.
-QString xdgFolder(const QString &home, QStandardPaths::StandardLocation location,
-                  const char *fallback)
+QString xdgFolder(const QString &home, const QString &base,
+                  QStandardPaths::StandardLocation location, const char *fallback)
 {
     if (QDir::cleanPath(home) == QDir::cleanPath(QDir::homePath())) {
         const QString path = QStandardPaths::writableLocation(location);
@@ -19,7 +19,7 @@ QString xdgFolder(const QString &home, QStandardPaths::StandardLocation location
             return path;
         }
     }
-    return home + QLatin1String(fallback);
+    return base + QLatin1String(fallback);
 }
 
 QString userFolder(int directory)
@@ -28,7 +28,11 @@ QString userFolder(int directory)
     if (!home || home->isEmpty()) {
         return QString();
     }
-    const QString h = *home == QLatin1String("/") ? QString() : *home;
+    // "/home/anna/" and "/home/anna" are the same home; "/" gives "/Library" and so on.
+    QString h = *home;
+    while (h.endsWith(QLatin1Char('/'))) {
+        h.chop(1);
+    }
     switch (directory) {
     case StandardFolders::ApplicationDirectory:
         return h + QLatin1String("/Applications");
@@ -39,9 +43,9 @@ QString userFolder(int directory)
     case StandardFolders::DocumentationDirectory:
         return h + QLatin1String("/Library/Documentation");
     case StandardFolders::DocumentDirectory:
-        return xdgFolder(*home, QStandardPaths::DocumentsLocation, "/Documents");
+        return xdgFolder(*home, h, QStandardPaths::DocumentsLocation, "/Documents");
     case StandardFolders::DesktopDirectory:
-        return xdgFolder(*home, QStandardPaths::DesktopLocation, "/Desktop");
+        return xdgFolder(*home, h, QStandardPaths::DesktopLocation, "/Desktop");
     case StandardFolders::CachesDirectory:
         return h + QLatin1String("/Library/Caches");
     case StandardFolders::ApplicationSupportDirectory:

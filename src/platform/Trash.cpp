@@ -1,13 +1,17 @@
 #include "Trash.h"
 
 #include "Clock.h"
+#include "FileNames.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QUrl>
 
+#include <cerrno>
+
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -24,30 +28,71 @@ QByteArray trashInfo(const QString &originalPath)
            Clock::current().now().toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss")).toUtf8() + "\n";
 }
 
-// Claims NAME.trashinfo with O_EXCL so two processes never pick the same name.
-bool claimInfoFile(const QString &infoPath, const QByteArray &content)
+// Claims NAME.trashinfo with O_EXCL so two processes never pick the same name. Returns 0,
+// or the errno of the failure (EEXIST: the name is taken).
+int claimInfoFile(const QString &infoPath, const QByteArray &content)
 {
-    const int fd = ::open(QFile::encodeName(infoPath).constData(), O_WRONLY | O_CREAT | O_EXCL, 0600);
+    const int fd = ::open(FileNames::encode(infoPath).constData(),
+                          O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd < 0) {
-        return false;
+        return errno;
     }
-    const bool ok = ::write(fd, content.constData(), static_cast<size_t>(content.size())) ==
-                    content.size();
+    const bool ok =
+        ::write(fd, content.constData(), static_cast<size_t>(content.size())) == content.size();
     ::close(fd);
-    return ok;
+    if (!ok) {
+        ::unlink(FileNames::encode(infoPath).constData());
+        return EIO;
+    }
+    return 0;
 }
 
+// Whether anything, even a dangling symbolic link, has this path.
+bool taken(const QString &path)
+{
+    struct stat st
+    {};
+    return ::lstat(FileNames::encode(path).constData(), &st) == 0;
+}
+
+// A file name is at most 255 bytes, and NAME.trashinfo must fit as well.
+constexpr qsizetype kNameMax = 255;
+const QLatin1String kInfoSuffix(".trashinfo");
+
+bool fits(const QString &name)
+{
+    return FileNames::encode(name).size() + kInfoSuffix.size() <= kNameMax;
+}
+
+// stem + tail, with the stem (then, if need be, the whole) shortened until NAME.trashinfo
+// fits in a file name.
+QString fitted(QString stem, const QString &tail)
+{
+    while (!stem.isEmpty() && !fits(stem + tail)) {
+        stem.chop(1);
+        if (!stem.isEmpty() && stem.back().isHighSurrogate()) {
+            stem.chop(1);
+        }
+    }
+    QString name = stem + tail;
+    while (!name.isEmpty() && !fits(name)) {
+        name.chop(1);
+    }
+    return name;
+}
+
+// "name.ext", then "name 2.ext", "name 3.ext" and so on.
 QString candidateName(const QFileInfo &source, int n)
 {
-    if (n == 1) {
-        return source.fileName();
-    }
     const QString suffix = source.completeSuffix();
     const QString base = source.baseName();
-    if (suffix.isEmpty() || base.isEmpty()) {
-        return source.fileName() + QStringLiteral(" ") + QString::number(n);
+    const bool split = !suffix.isEmpty() && !base.isEmpty();
+    const QString stem = split ? base : source.fileName();
+    QString tail = n == 1 ? QString() : QStringLiteral(" ") + QString::number(n);
+    if (split) {
+        tail += QLatin1Char('.') + suffix;
     }
-    return base + QStringLiteral(" ") + QString::number(n) + QLatin1Char('.') + suffix;
+    return fitted(stem, tail);
 }
 
 } // namespace
@@ -66,11 +111,18 @@ std::optional<QString> Trash::moveToTrash(const QString &path, const QString &fi
     for (int n = 1; n < 10000; ++n) {
         const QString name = candidateName(source, n);
         const QString target = filesFolder + QLatin1Char('/') + name;
-        const QString infoPath = infoFolder + QLatin1Char('/') + name + QStringLiteral(".trashinfo");
-        if (QFileInfo::exists(target) || !claimInfoFile(infoPath, info)) {
+        const QString infoPath =
+            infoFolder + QLatin1Char('/') + name + QStringLiteral(".trashinfo");
+        if (name.isEmpty() || taken(target)) {
             continue;
         }
-        if (QFileInfo::exists(target)) {
+        if (const int error = claimInfoFile(infoPath, info)) {
+            if (error == EEXIST) {
+                continue;
+            }
+            return std::nullopt;
+        }
+        if (taken(target)) {
             QFile::remove(infoPath);
             continue;
         }
@@ -90,7 +142,8 @@ bool Trash::writeTrashInfo(const QString &trashedPath, const QString &originalPa
     if (!QDir().mkpath(infoFolder)) {
         return false;
     }
-    const QString infoPath = infoFolder + QLatin1Char('/') + trashed.fileName() + QStringLiteral(".trashinfo");
+    const QString infoPath =
+        infoFolder + QLatin1Char('/') + trashed.fileName() + QStringLiteral(".trashinfo");
     QFile file(infoPath);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         return false;

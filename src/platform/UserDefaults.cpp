@@ -1,6 +1,7 @@
 #include "UserDefaults.h"
 
 #include "Bundle.h"
+#include "FileNames.h"
 #include "PropertyList.h"
 #include "StandardFolders.h"
 
@@ -9,26 +10,33 @@
 
 #include <memory>
 
+#include <sys/stat.h>
+#include <time.h>
+
 namespace {
+
+// See load(): how close to "now" a file's times must be for its reading not to be kept.
+constexpr qint64 kRacyWindowNs = 100'000'000;
 
 std::mutex g_standardMutex;
 std::unique_ptr<UserDefaults> g_standard;
 
 QString preferencesFile(int domain, const QString &identifier)
 {
-    const QStringList library = StandardFolders::searchPaths(StandardFolders::LibraryDirectory, domain);
+    const QStringList library =
+        StandardFolders::searchPaths(StandardFolders::LibraryDirectory, domain);
     if (library.isEmpty()) {
         return QString();
     }
-    return library.first() + QStringLiteral("/Preferences/") + identifier + QStringLiteral(".plist");
+    return library.first() + QStringLiteral("/Preferences/") + identifier +
+           QStringLiteral(".plist");
 }
 
 } // namespace
 
 UserDefaults::UserDefaults(const QString &userFile, const QString &machineFile)
     : m_userFile(userFile), m_machineFile(machineFile)
-{
-}
+{}
 
 UserDefaults &UserDefaults::standardUserDefaults()
 {
@@ -61,14 +69,29 @@ void UserDefaults::registerDefaults(const PlistDict &defaults)
 
 const PlistDict &UserDefaults::load(const QString &path, CachedFile &cache)
 {
-    const QFileInfo info(path);
-    const QDateTime modified = info.exists() ? info.lastModified() : QDateTime();
-    const qint64 size = info.exists() ? info.size() : -1;
-    if (modified != cache.modified || size != cache.size) {
-        cache.modified = modified;
-        cache.size = size;
-        cache.values = path.isEmpty() ? PlistDict()
-                                      : PropertyList::readDictionary(path).value_or(PlistDict());
+    FileStamp stamp;
+    struct stat st
+    {};
+    if (!path.isEmpty() && ::stat(FileNames::encode(path).constData(), &st) == 0) {
+        stamp.exists = true;
+        stamp.device = st.st_dev;
+        stamp.inode = st.st_ino;
+        stamp.size = st.st_size;
+        stamp.modifiedNs = qint64(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+        stamp.changedNs = qint64(st.st_ctim.tv_sec) * 1000000000 + st.st_ctim.tv_nsec;
+    }
+    if (!cache.valid || !(stamp == cache.stamp)) {
+        struct timespec now
+        {};
+        clock_gettime(CLOCK_REALTIME, &now);
+        const qint64 nowNs = qint64(now.tv_sec) * 1000000000 + now.tv_nsec;
+        cache.stamp = stamp;
+        cache.values =
+            stamp.exists ? PropertyList::readDictionary(path).value_or(PlistDict()) : PlistDict();
+        // File times come from a coarse clock: a file changed within the last moments may
+        // change again without its times moving, so such a reading is not kept.
+        cache.valid = !stamp.exists || (stamp.modifiedNs < nowNs - kRacyWindowNs &&
+                                        stamp.changedNs < nowNs - kRacyWindowNs);
     }
     return cache.values;
 }
@@ -127,7 +150,7 @@ bool UserDefaults::setObject(const PlistValue &value, const QString &key)
 {
     std::lock_guard<std::recursive_mutex> lock(m_mutex);
     const bool ok = update(m_userFile, key, &value);
-    m_user.size = -2; // force a reread
+    m_user.valid = false; // force a reread
     return ok;
 }
 
@@ -135,7 +158,7 @@ bool UserDefaults::removeObjectForKey(const QString &key)
 {
     std::lock_guard<std::recursive_mutex> lock(m_mutex);
     const bool ok = update(m_userFile, key, nullptr);
-    m_user.size = -2;
+    m_user.valid = false;
     return ok;
 }
 
@@ -143,13 +166,13 @@ bool UserDefaults::setObjectForAnyUser(const PlistValue &value, const QString &k
 {
     std::lock_guard<std::recursive_mutex> lock(m_mutex);
     const bool ok = update(m_machineFile, key, &value);
-    m_machine.size = -2;
+    m_machine.valid = false;
     return ok;
 }
 
 void UserDefaults::synchronize()
 {
     std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    m_user.size = -2;
-    m_machine.size = -2;
+    m_user.valid = false;
+    m_machine.valid = false;
 }

@@ -2,7 +2,6 @@
 
 #include "PlistDict.h"
 
-#include <QDateTime>
 #include <QString>
 
 #include <mutex>
@@ -42,10 +41,23 @@ public:
     QString machineFile() const { return m_machineFile; }
 
 private:
+    // What the file was when it was last read: its identity, size and times (an atomic
+    // write by anyone gives the file a new inode, so a change is seen even when size and
+    // modification time stay the same).
+    struct FileStamp
+    {
+        bool exists = false;
+        quint64 device = 0;
+        quint64 inode = 0;
+        qint64 size = 0;
+        qint64 modifiedNs = 0;
+        qint64 changedNs = 0;
+        bool operator==(const FileStamp &) const = default;
+    };
     struct CachedFile
     {
-        QDateTime modified;
-        qint64 size = -1;
+        bool valid = false;
+        FileStamp stamp;
         PlistDict values;
     };
     static const PlistDict &load(const QString &path, CachedFile &cache);

@@ -2,12 +2,12 @@
 
 #include "Bundle.h"
 #include "Environment.h"
+#include "FileNames.h"
 #include "ProcessSpawner.h"
 #include "StandardFolders.h"
 
 #include <QDesktopServices>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QHash>
@@ -16,22 +16,84 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QSet>
+#include <QThread>
 
 #include <mutex>
+#include <vector>
+
+#include <sys/stat.h>
+#include <time.h>
 
 namespace {
 
-// A lookup that misses rescans the folders, but the same identifier missing again within
-// this time does not (a thousand job files of a removed application cost one rescan).
-constexpr qint64 kMissMemoryMs = 2000;
+// What a file or folder was when the index was built. The index holds as long as every
+// folder it walked and every bundle's Info.plist it read are unchanged: adding, removing or
+// renaming an entry changes its folder; rewriting an Info.plist changes the file.
+struct Stamp
+{
+    QByteArray path;
+    bool exists = false;
+    quint64 inode = 0;
+    qint64 size = 0;
+    qint64 modifiedNs = 0;
+    qint64 changedNs = 0;
+    bool operator==(const Stamp &) const = default;
+};
 
+Stamp stampOfNative(const QByteArray &path)
+{
+    Stamp stamp;
+    stamp.path = path;
+    struct stat st
+    {};
+    if (::stat(path.constData(), &st) == 0) {
+        stamp.exists = true;
+        stamp.inode = st.st_ino;
+        stamp.size = st.st_size;
+        stamp.modifiedNs = qint64(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+        stamp.changedNs = qint64(st.st_ctim.tv_sec) * 1000000000 + st.st_ctim.tv_nsec;
+    }
+    return stamp;
+}
+
+Stamp stampOf(const QString &path)
+{
+    return stampOfNative(FileNames::encode(path));
+}
+
+bool unchanged(const Stamp &stamp)
+{
+    return stampOfNative(stamp.path) == stamp;
+}
+
+qint64 nowNs()
+{
+    struct timespec ts
+    {};
+    clock_gettime(CLOCK_REALTIME, &ts);
+    return qint64(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+// File times come from a coarse clock: a change made within the same tick as the one a
+// stamp recorded leaves the time as it was. A stamp whose times are this close to the
+// moment it was taken proves nothing, and the index built with it is rebuilt next time.
+constexpr qint64 kRacyWindowNs = 100'000'000;
+
+// Every bundle identifier found in the search folders, with the first bundle that has it.
+// Each lookup first checks that nothing the index was built from has changed (a stat per
+// folder and bundle, far cheaper than reading every Info.plist again) and rebuilds it
+// otherwise, so a lookup always answers for the folders as they are: a bundle installed,
+// moved, deleted or given another identifier since the last lookup is seen at once.
 struct AppIndex
 {
     std::mutex mutex;
-    QHash<QString, QString> paths;  // bundle identifier -> first bundle found
-    QHash<QString, qint64> misses;  // bundle identifier -> clock reading of its last miss
-    QElapsedTimer clock;
     bool built = false;
+    bool racy = false;             // built right after a change: not to be trusted
+    QStringList folders;           // the search folders the index was built from
+    QHash<QString, QString> paths; // bundle identifier -> first bundle found
+    QHash<QString, int> stampOf;   // bundle identifier -> its Info.plist's place in stamps
+    std::vector<Stamp> stamps;     // every folder walked and every Info.plist read, in order
+    std::vector<bool> isFolder;    // which of the stamps are folders
 };
 
 AppIndex &appIndex()
@@ -65,8 +127,10 @@ QStringList searchFolders()
                                         StandardFolders::UserDomain | StandardFolders::LocalDomain);
 }
 
-void indexFolder(const QString &folder, QHash<QString, QString> &paths, QSet<QString> &visited)
+void indexFolder(const QString &folder, AppIndex &index, QSet<QString> &visited)
 {
+    index.stamps.push_back(stampOf(folder));
+    index.isFolder.push_back(true);
     const QString canonical = QFileInfo(folder).canonicalFilePath();
     if (canonical.isEmpty() || visited.contains(canonical)) {
         return;
@@ -78,35 +142,91 @@ void indexFolder(const QString &folder, QHash<QString, QString> &paths, QSet<QSt
     for (const QString &name : names) {
         const QString path = folder + QLatin1Char('/') + name;
         if (Bundle::isPackage(path)) {
+            index.stamps.push_back(stampOf(path + QStringLiteral("/Contents/Info.plist")));
+            index.isFolder.push_back(false);
             if (auto bundle = Bundle::atPath(path)) {
-                if (auto id = bundle->bundleIdentifier(); id && !paths.contains(*id)) {
-                    paths.insert(*id, path);
+                if (auto id = bundle->bundleIdentifier(); id && !index.paths.contains(*id)) {
+                    index.paths.insert(*id, path);
+                    index.stampOf.insert(*id, static_cast<int>(index.stamps.size()) - 1);
                 }
             }
             continue;
         }
-        indexFolder(path, paths, visited);
+        indexFolder(path, index, visited);
     }
 }
 
-void rebuild(AppIndex &index)
+void rebuild(AppIndex &index, const QStringList &folders)
 {
-    QHash<QString, QString> paths;
+    index.paths.clear();
+    index.stampOf.clear();
+    index.stamps.clear();
+    index.isFolder.clear();
+    index.folders = folders;
+    const qint64 started = nowNs();
     QSet<QString> visited;
-    for (const QString &folder : searchFolders()) {
-        indexFolder(folder, paths, visited);
-    }
-    index.paths = std::move(paths);
-    if (!index.clock.isValid()) {
-        index.clock.start();
+    for (const QString &folder : folders) {
+        indexFolder(folder, index, visited);
     }
     index.built = true;
+    index.racy = false;
+    for (const Stamp &stamp : index.stamps) {
+        if (stamp.exists && (stamp.modifiedNs >= started - kRacyWindowNs ||
+                             stamp.changedNs >= started - kRacyWindowNs)) {
+            index.racy = true;
+            break;
+        }
+    }
 }
 
-bool stillMatches(const QString &path, const QString &bundleID)
+bool indexIsTrusted(const AppIndex &index, const QStringList &folders)
 {
-    const auto bundle = Bundle::atPath(path);
-    return bundle && bundle->bundleIdentifier() == bundleID;
+    return index.built && !index.racy && index.folders == folders;
+}
+
+bool indexIsCurrent(const AppIndex &index, const QStringList &folders)
+{
+    if (!indexIsTrusted(index, folders)) {
+        return false;
+    }
+    for (const Stamp &stamp : index.stamps) {
+        if (!unchanged(stamp)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// A found bundle still answers when its Info.plist is unchanged and no folder walked
+// before it changed (a bundle installed earlier in the search order changes one of
+// them). Checking only these keeps a lookup cheap when thousands of jobs are read.
+bool hitIsCurrent(const AppIndex &index, int stampIndex)
+{
+    for (int i = 0; i < stampIndex; ++i) {
+        if (index.isFolder[static_cast<size_t>(i)] &&
+            !unchanged(index.stamps[static_cast<size_t>(i)])) {
+            return false;
+        }
+    }
+    return unchanged(index.stamps[static_cast<size_t>(stampIndex)]);
+}
+
+// The image scaled to fit the size, keeping its proportions, centred on a transparent
+// square of exactly that size.
+QImage fitted(const QImage &image, const QSize &size)
+{
+    QImage scaled = image.scaled(size, Qt::KeepAspectRatio, Qt::SmoothTransformation)
+                        .convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    if (scaled.size() == size) {
+        return scaled;
+    }
+    QImage canvas(size, QImage::Format_ARGB32_Premultiplied);
+    canvas.fill(Qt::transparent);
+    QPainter painter(&canvas);
+    painter.drawImage((size.width() - scaled.width()) / 2, (size.height() - scaled.height()) / 2,
+                      scaled);
+    painter.end();
+    return canvas;
 }
 
 QImage loadImage(const QString &file, const QSize &size)
@@ -126,8 +246,7 @@ QImage loadImage(const QString &file, const QSize &size)
     if (best.isNull()) {
         return best;
     }
-    return best.scaled(size, Qt::KeepAspectRatio, Qt::SmoothTransformation)
-        .convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    return fitted(best, size);
 }
 
 QImage bundleIcon(const QString &path, const QSize &size)
@@ -136,7 +255,8 @@ QImage bundleIcon(const QString &path, const QSize &size)
     if (!bundle) {
         return QImage();
     }
-    const QString iconFile = bundle->objectForInfoDictionaryKey(QStringLiteral("CFBundleIconFile")).string();
+    const QString iconFile =
+        bundle->objectForInfoDictionaryKey(QStringLiteral("CFBundleIconFile")).string();
     if (iconFile.isEmpty() || iconFile.contains(QLatin1Char('/'))) {
         return QImage();
     }
@@ -157,12 +277,15 @@ QImage bundleIcon(const QString &path, const QSize &size)
 // plain drawn tile, so that headless runs never depend on a theme.
 QImage genericIcon(const QSize &size)
 {
-    if (qobject_cast<QGuiApplication *>(QCoreApplication::instance())) {
+    // Icon themes and pixmaps belong to the GUI thread; elsewhere (the discovery of client
+    // applications runs on its own thread) the drawn tile stands in.
+    QCoreApplication *app = QCoreApplication::instance();
+    if (qobject_cast<QGuiApplication *>(app) && QThread::currentThread() == app->thread()) {
         const QIcon themed = QIcon::fromTheme(QStringLiteral("application-x-executable"));
         if (!themed.isNull()) {
             const QImage image = themed.pixmap(size).toImage();
             if (!image.isNull()) {
-                return image.scaled(size, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+                return fitted(image, size);
             }
         }
     }
@@ -188,30 +311,23 @@ std::optional<QString> Workspace::absolutePathForAppBundleWithIdentifier(const Q
     if (bundleID.isEmpty()) {
         return std::nullopt;
     }
+    const QStringList folders = searchFolders();
     AppIndex &index = appIndex();
     std::lock_guard<std::mutex> lock(index.mutex);
-    bool fresh = false;
-    if (!index.built) {
-        rebuild(index);
-        fresh = true;
-    }
-    auto hit = index.paths.constFind(bundleID);
-    if (hit != index.paths.constEnd() && stillMatches(*hit, bundleID)) {
-        return *hit;
-    }
-    const auto missed = index.misses.constFind(bundleID);
-    const bool missedLately = missed != index.misses.constEnd() &&
-                              index.clock.elapsed() - *missed < kMissMemoryMs;
-    if (!fresh && (!missedLately || hit != index.paths.constEnd())) {
-        rebuild(index);
-        hit = index.paths.constFind(bundleID);
-        if (hit != index.paths.constEnd()) {
-            index.misses.remove(bundleID);
-            return *hit;
+    if (indexIsTrusted(index, folders)) {
+        const auto place = index.stampOf.constFind(bundleID);
+        if (place != index.stampOf.constEnd() ? hitIsCurrent(index, *place)
+                                              : indexIsCurrent(index, folders)) {
+            const auto hit = index.paths.constFind(bundleID);
+            return hit == index.paths.constEnd() ? std::nullopt : std::optional<QString>(*hit);
         }
     }
-    index.misses.insert(bundleID, index.clock.elapsed());
-    return std::nullopt;
+    rebuild(index, folders);
+    const auto hit = index.paths.constFind(bundleID);
+    if (hit == index.paths.constEnd()) {
+        return std::nullopt;
+    }
+    return *hit;
 }
 
 QImage Workspace::iconForFile(const QString &path, const QSize &size)
@@ -276,7 +392,7 @@ void Workspace::invalidateCaches()
         AppIndex &index = appIndex();
         std::lock_guard<std::mutex> lock(index.mutex);
         index.paths.clear();
-        index.misses.clear();
+        index.stamps.clear();
         index.built = false;
     }
     IconCache &cache = iconCache();

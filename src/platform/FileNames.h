@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+// File names are bytes on Linux, and not every byte string is UTF-8. Qt decodes names as
+// UTF-8 and turns the bytes that are not into U+FFFD, after which the file cannot be
+// opened under its name. These functions keep every byte: a byte that is not part of
+// valid UTF-8 becomes the lone surrogate U+DC80..U+DCFF ("surrogate escape") and turns
+// back into the same byte. For names that are valid UTF-8 they give what Qt gives.
+class FileNames
+{
+public:
+    static QString decode(const QByteArray &native);
+    static QByteArray encode(const QString &path);
+    // The names in a folder (without "." and ".."), decoded losslessly, sorted; empty when
+    // the folder cannot be read.
+    static QStringList entryList(const QString &folder);
+};
