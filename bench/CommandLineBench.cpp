@@ -115,6 +115,9 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     QTemporaryDir sandbox;
+    // COMMANDLINEBENCH_KEEP=1 keeps the sandbox and prints how to rerun a command in it.
+    const bool keep = qEnvironmentVariableIsSet("COMMANDLINEBENCH_KEEP");
+    sandbox.setAutoRemove(!keep);
     const QString home = sandbox.path() + QStringLiteral("/home");
     const QString root = sandbox.path() + QStringLiteral("/root");
     const QString applications = root + QStringLiteral("/Applications");
@@ -171,5 +174,11 @@ int main(int argc, char **argv)
                 base);
     std::printf("  (-tasks - start-up) / baseline = %.2f (goal: at most 3.00) %s\n", ratio,
                 ratio <= 3.0 && listed == static_cast<int>(files.size()) ? "OK" : "MISSED");
+    if (keep) {
+        std::printf(
+            "  sandbox kept: HOME=%s VT_LOCAL_ROOT=%s VT_CONSOLE_USER=bench VT_CONSOLE_HOME=%s "
+            "VT_LAUNCHCTL=/bin/true DBUS_SESSION_BUS_ADDRESS=disabled:\n",
+            qPrintable(home), qPrintable(root), qPrintable(home));
+    }
     return 0;
 }

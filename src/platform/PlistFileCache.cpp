@@ -1,5 +1,6 @@
 #include "PlistFileCache.h"
 
+#include "FileNames.h"
 #include "PropertyList.h"
 
 #include <QFile>
@@ -8,10 +9,14 @@
 #include <mutex>
 
 #include <sys/stat.h>
+#include <time.h>
 
 namespace {
 
 constexpr int kCapacity = 256;
+// File times come from a coarse clock: a file changed within this window of being read
+// could change again without its times moving, so it is not kept.
+constexpr qint64 kRacyWindowNs = 100'000'000;
 
 struct Stamp
 {
@@ -53,7 +58,7 @@ std::optional<Stamp> stampOf(const QString &path)
 {
     struct stat info
     {};
-    if (::stat(QFile::encodeName(path).constData(), &info) != 0) {
+    if (::stat(FileNames::encode(path).constData(), &info) != 0) {
         return std::nullopt;
     }
     return Stamp{info.st_dev, info.st_ino, info.st_size, info.st_mtim, info.st_ctim};
@@ -77,8 +82,13 @@ std::optional<PlistDict> PlistFileCache::readDictionary(const QString &path)
         }
     }
     std::optional<PlistDict> value = PropertyList::readDictionary(path);
-    // A file changed while it was read is not kept: the next call reads it again.
-    if (stampOf(path) != stamp) {
+    // A file changed while it was read, or just before, is not kept: the next call reads
+    // it again.
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const auto ns = [](const timespec &t) { return qint64(t.tv_sec) * 1000000000 + t.tv_nsec; };
+    if (stampOf(path) != stamp || ns(stamp->modified) >= ns(now) - kRacyWindowNs ||
+        ns(stamp->changed) >= ns(now) - kRacyWindowNs) {
         return value;
     }
     std::lock_guard<std::mutex> lock(c.mutex);

@@ -49,9 +49,7 @@ bool mayDelete(const QString &path)
 VTScheduledTask::Ptr JobFileReader::taskWithFilename(const QString &path)
 {
     auto task = std::make_shared<VTScheduledTask>();
-    if (!QFileInfo::exists(path)) {
-        return nullptr;
-    }
+    // A missing file reads as no dictionary: both give no task, without a message.
     const auto job = PropertyList::readDictionary(path);
     if (!job) {
         return nullptr;

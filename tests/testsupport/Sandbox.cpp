@@ -9,9 +9,43 @@
 #include <QFileInfo>
 
 #include <cstdlib>
+#include <cstring>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// Removes a tree by its byte names: Qt cannot name files whose names are not UTF-8, and
+// some tests make exactly those.
+void removeTree(int parent, const char *name)
+{
+    const int fd = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd >= 0) {
+        if (DIR *dir = ::fdopendir(fd)) {
+            while (const dirent *entry = ::readdir(dir)) {
+                if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
+                    removeTree(::dirfd(dir), entry->d_name);
+                }
+            }
+            ::closedir(dir);
+        } else {
+            ::close(fd);
+        }
+        ::chmod(name, 0700);
+        ::unlinkat(parent, name, AT_REMOVEDIR);
+        return;
+    }
+    ::unlinkat(parent, name, 0);
+}
+
+} // namespace
 
 Sandbox::Sandbox() : m_dir(QDir::tempPath() + QStringLiteral("/kairo-test-XXXXXX"))
 {
+    m_dir.setAutoRemove(false);
     QDir().mkpath(home());
     QDir().mkpath(localRoot());
     setEnv("HOME", home());
@@ -47,6 +81,7 @@ Sandbox::~Sandbox()
     UserDefaults::resetStandardUserDefaults();
     Workspace::invalidateCaches();
     Bundle::setMainBundlePath(std::nullopt);
+    removeTree(AT_FDCWD, QFile::encodeName(m_dir.path()).constData());
 }
 
 QString Sandbox::home() const
