@@ -7,10 +7,14 @@
 
 #include <QString>
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <thread>
 #include <vector>
+
+struct VTDiscoveryState;
 
 // The application's controller: the store of scheduled tasks found in the job folders,
 // the installed client applications, and the operations on them. The windowed application
@@ -48,6 +52,20 @@ public:
     std::optional<VTClientApplication> taskApplicationForBundleID(const QString &bundleID) const;
     std::optional<QStringList> taskArgumentsForDescription(const QString &description) const;
 
+    // Discovery of the installed client applications. The walk runs once per windowed launch
+    // on its own thread; the view hears of it only on the main thread, which the thread
+    // waits for.
+    void startDiscoveryThread();
+    void populateVTApps();
+    bool isDiscovering() const;
+    // Every client application at any depth below the folder, in walk order; none after a
+    // listing error or a link that loops back into the Applications folder.
+    std::optional<ClientList> appsForFolder(const QString &folder) const;
+    static bool isFileBlacklisted(const QString &path);
+    // Installs the list and selects its first application (or none); main thread only.
+    void setupApps(const std::optional<ClientList> &apps);
+    std::optional<VTClientApplication> VTAppItemWithBundleID(const QString &bundleID) const;
+
     // The job file names that belong to the store.
     static bool isJobFileName(const QString &name);
     // The main bundle's version, as the upgrade rewrite compares it.
@@ -57,6 +75,12 @@ private:
     AppController(AppControllerView *view, bool gui);
     std::optional<TaskList> scanFolder(const QString &folder, bool root) const;
     void rewriteAfterUpgrade();
+    // One folder of the walk: false for a looping link or a listing error.
+    bool appendAppsInFolder(const QByteArray &folder, bool isLink, const QString &applications,
+                            ClientList &apps) const;
+    void appendApplication(const QByteArray &bundle, ClientList &apps) const;
+    // Runs on the main thread and waits for it; gives up when the controller is going away.
+    void performOnMainThread(const std::function<void()> &work);
 
     AppControllerView *m_view = nullptr;
     bool m_hasGUI = false;
@@ -64,4 +88,6 @@ private:
     mutable std::mutex m_mutex;
     TaskList m_dataArray;
     ClientList m_taskArray;
+    std::shared_ptr<VTDiscoveryState> m_discovery;
+    std::thread m_discoveryThread;
 };

@@ -1,0 +1,324 @@
+#include "app/AppController.h"
+#include "app/AppControllerView.h"
+#include "platform/PathString.h"
+#include "support/VTLog.h"
+#include "testsupport/ClientApps.h"
+#include "testsupport/FakeIdentity.h"
+#include "testsupport/Sandbox.h"
+#include "testsupport/TestFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QThread>
+
+#include <unistd.h>
+
+// Readable failure messages for Qt strings.
+inline void PrintTo(const QString &string, std::ostream *os)
+{
+    *os << '"' << string.toStdString() << '"';
+}
+
+namespace {
+
+// A view that records what the controller tells it, and on which thread.
+class RecordingView : public AppControllerView
+{
+public:
+    QStringList calls;
+    bool offMainThread = false;
+    AppController *controller = nullptr;
+    std::optional<VTClientApplication> selected;
+
+    void note(const QString &call)
+    {
+        if (QThread::currentThread() != QCoreApplication::instance()->thread()) {
+            offMainThread = true;
+        }
+        calls.append(call);
+    }
+    void applySortingForTableView() override {}
+    void updateEnableDisableToolbar() override {}
+    QString enableDisableAllLabel() const override { return QString(); }
+    void setEnableDisableAllItem(const QString &, const QString &) override {}
+    int selectedTaskRow() const override { return -1; }
+    std::optional<int> selectedClientIndex() const override { return std::nullopt; }
+    void startProgress() override { note("startProgress"); }
+    void endProgress() override { note("endProgress"); }
+    void selectItem(const std::optional<VTClientApplication> &item) override
+    {
+        selected = item;
+        note(item ? "selectItem " + item->bundleid : QStringLiteral("selectItem none"));
+    }
+    void clientApplicationsChanged() override
+    {
+        note(QStringLiteral("clientApplicationsChanged %1").arg(controller->taskArray().size()));
+    }
+};
+
+PlistValue oneTask(const QString &id = QStringLiteral("backup"))
+{
+    return PlistValue(PlistArray{ClientApps::entry(id, {"-" + id}, "Task " + id)});
+}
+
+bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 10000)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() > timeoutMs) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+    return true;
+}
+
+} // namespace
+
+class DiscoveryTest : public ::testing::Test
+{
+protected:
+    Sandbox sandbox;
+    FakeIdentity::Scoped identity;
+    QString applications;
+    RecordingView view;
+    std::unique_ptr<AppController> controller;
+
+    void SetUp() override
+    {
+        identity->home = sandbox.home();
+        applications = sandbox.mkdir(QStringLiteral("root/Applications"));
+        VTLog::createNewLog(QStringLiteral("Kairo Planner"));
+        controller = AppController::init(&view);
+        view.controller = controller.get();
+    }
+
+    void TearDown() override { controller.reset(); }
+
+    QString app(const QString &folder, const QString &name, const QString &bundleID,
+                const PlistValue &tasks = oneTask())
+    {
+        return ClientApps::make(sandbox.mkdir("root/Applications/" + folder), name, bundleID,
+                                tasks);
+    }
+
+    QStringList logText()
+    {
+        VTLog::finishWriting();
+        return QString::fromUtf8(TestFiles::read(VTLog::currentLogPath())).split('\n');
+    }
+
+    static QStringList identifiers(const std::optional<AppController::ClientList> &apps)
+    {
+        QStringList out;
+        for (const VTClientApplication &client : apps.value_or(AppController::ClientList())) {
+            out.append(client.bundleid);
+        }
+        return out;
+    }
+};
+
+TEST_F(DiscoveryTest, TheBlacklistAsTheMakerWroteIt)
+{
+    for (const char *name : {".hidden",
+                             ".Trash",
+                             "Application Backups",
+                             "MAMP",
+                             "Help",
+                             "docs",
+                             "cocumentation",
+                             "HTML",
+                             "Adobe Photoshop",
+                             "My ADOBE things",
+                             "Apple Utilities",
+                             "Pineapple",
+                             "Microsoft Office",
+                             "David",
+                             "Avid Media",
+                             "Blender",
+                             "DivX Player",
+                             "doc",
+                             "FileMaker Pro",
+                             "Flip4Mac",
+                             "Hewlett-Packard",
+                             "lib",
+                             "License",
+                             "Pacifist",
+                             "Tutorial",
+                             "Wacom Tablet",
+                             "font book.app",
+                             "Address Book.app",
+                             "Safari.app"}) {
+        EXPECT_TRUE(AppController::isFileBlacklisted("/Applications/" + QString(name))) << name;
+    }
+    for (const char *name :
+         {"Documentation", "Utilities", "Vantreel", "Quill.app", "wac", "libs", "docs2",
+          "QuickTime Player.app", "quicktime player.app", "Final Cut Pro Additional"}) {
+        EXPECT_FALSE(AppController::isFileBlacklisted("/Applications/" + QString(name))) << name;
+    }
+    // The last component decides, whatever the folders above it.
+    EXPECT_FALSE(AppController::isFileBlacklisted("/Applications/Adobe/Vantreel"));
+}
+
+TEST_F(DiscoveryTest, TheWalkFindsTheMakersApplicationsWithCataloguesAtAnyDepth)
+{
+    app("", "Quill", "com.vantreel.Quill");
+    app("Vantreel/Tools", "Inkwell", "com.vantreel.Inkwell", oneTask("spell"));
+    app("Documentation", "Manual", "com.vantreel.Manual");
+    app("", "Loose", "com.vantreelLoose");
+    // Not found: hidden, blacklisted, in a folder with an extension, in a package, without
+    // a catalogue, with an empty one, of another maker, or with the catalogue in Info.plist.
+    app(".Hidden", "Hidden", "com.vantreel.Hidden");
+    app("Adobe Things", "Adobe", "com.vantreel.Adobe");
+    app("David", "Davids", "com.vantreel.Davids");
+    app("Games.localized", "Localized", "com.vantreel.Localized");
+    app("Quill.app/Contents/Helpers", "Inner", "com.vantreel.Inner");
+    TestFiles::makeBundle(applications, "NoCatalogue",
+                          PlistDict{{"CFBundleIdentifier", "com.vantreel.NoCatalogue"}});
+    app("", "Empty", "com.vantreel.Empty", PlistValue(PlistArray{}));
+    app("", "Other", "org.example.Other");
+    ClientApps::make(applications, "Tessel", "com.vantreel.Tessel", oneTask(), true);
+    // A folder named like a package that is a plain file is no folder at all.
+    TestFiles::write(applications + "/Fake.app", "not a bundle");
+
+    const auto apps = controller->appsForFolder(applications);
+    ASSERT_TRUE(apps);
+    EXPECT_EQ(identifiers(apps), QStringList({"com.vantreel.Manual", "com.vantreelLoose",
+                                              "com.vantreel.Quill", "com.vantreel.Inkwell"}));
+    const VTClientApplication &inkwell = apps->back();
+    EXPECT_EQ(inkwell.name, QStringLiteral("Inkwell"));
+    EXPECT_EQ(inkwell.icon.size(), QSize(48, 48));
+    EXPECT_EQ(inkwell.tasks, oneTask("spell"));
+}
+
+TEST_F(DiscoveryTest, TheOldDictionaryCatalogueCounts)
+{
+    app("", "Older", "com.vantreel.Older",
+        PlistValue(PlistDict{{"-backup ### -quiet", "Back up quietly"}}));
+    EXPECT_EQ(identifiers(controller->appsForFolder(applications)),
+              QStringList({"com.vantreel.Older"}));
+}
+
+TEST_F(DiscoveryTest, ALinkBackIntoTheApplicationsFolderEndsOnlyItsBranch)
+{
+    app("", "Quill", "com.vantreel.Quill");
+    app("Vantreel", "Inkwell", "com.vantreel.Inkwell");
+    ASSERT_EQ(::symlink(applications.toLocal8Bit().constData(),
+                        (applications + "/Vantreel/Loop").toLocal8Bit().constData()),
+              0);
+    ASSERT_EQ(::symlink("..", (applications + "/Vantreel/Up").toLocal8Bit().constData()), 0);
+
+    EXPECT_EQ(identifiers(controller->appsForFolder(applications)),
+              QStringList({"com.vantreel.Quill", "com.vantreel.Inkwell"}));
+    EXPECT_EQ(logText().filter("Warning: Symbolic link links back to itself.").size(), 2);
+    // The link itself, walked on its own, gives none.
+    EXPECT_FALSE(controller->appsForFolder(applications + "/Vantreel/Loop"));
+}
+
+TEST_F(DiscoveryTest, AFolderThatCannotBeListedEndsOnlyItsBranch)
+{
+    app("", "Quill", "com.vantreel.Quill");
+    // Deeper than any path can be: even root cannot list it.
+    const QString part(200, QLatin1Char('d'));
+    struct RemoveDeepTree
+    {
+        QString path;
+        ~RemoveDeepTree() { QProcess::execute("/bin/rm", {"-rf", path}); }
+    } cleanup{applications + "/" + part};
+    const QString start = QDir::currentPath();
+    ASSERT_EQ(::chdir(applications.toLocal8Bit().constData()), 0);
+    for (int level = 0; level < 22; ++level) {
+        ASSERT_TRUE(QDir().mkdir(part));
+        ASSERT_EQ(::chdir(part.toLocal8Bit().constData()), 0);
+    }
+    ASSERT_EQ(::chdir(start.toLocal8Bit().constData()), 0);
+
+    const auto apps = controller->appsForFolder(applications);
+    EXPECT_EQ(identifiers(apps), QStringList({"com.vantreel.Quill"}));
+    EXPECT_EQ(
+        logText().filter("Unable to get contents of directory " + applications + "/" + part).size(),
+        1);
+    EXPECT_FALSE(controller->appsForFolder(applications + "/missing"));
+}
+
+TEST_F(DiscoveryTest, AnUnreadableFolderIsReportedWithItsReason)
+{
+    if (::geteuid() == 0) {
+        GTEST_SKIP() << "root reads every folder";
+    }
+    app("", "Quill", "com.vantreel.Quill");
+    const QString locked = sandbox.mkdir("root/Applications/Locked");
+    QFile::setPermissions(locked, QFileDevice::Permissions());
+    const auto apps = controller->appsForFolder(applications);
+    QFile::setPermissions(locked,
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    EXPECT_EQ(identifiers(apps), QStringList({"com.vantreel.Quill"}));
+    EXPECT_EQ(logText()
+                  .filter("Unable to get contents of directory " + locked + " - Permission denied")
+                  .size(),
+              1);
+}
+
+TEST_F(DiscoveryTest, SetupAppsInstallsTheListAndSelectsItsFirstApplication)
+{
+    VTClientApplication quill;
+    quill.name = "Quill";
+    quill.bundleid = "com.vantreel.Quill";
+    VTClientApplication inkwell;
+    inkwell.name = "Inkwell";
+    inkwell.bundleid = "com.vantreel.Inkwell";
+    controller->setupApps(AppController::ClientList{quill, inkwell});
+    EXPECT_EQ(view.calls,
+              QStringList({"clientApplicationsChanged 2", "selectItem com.vantreel.Quill"}));
+    EXPECT_EQ(controller->VTAppItemWithBundleID("com.vantreel.Inkwell")->name, "Inkwell");
+    EXPECT_FALSE(controller->VTAppItemWithBundleID("com.vantreel.inkwell"));
+
+    view.calls.clear();
+    controller->setupApps(std::nullopt);
+    EXPECT_EQ(view.calls, QStringList({"clientApplicationsChanged 0", "selectItem none"}));
+    EXPECT_TRUE(controller->taskArray().empty());
+}
+
+TEST_F(DiscoveryTest, TheThreadReportsOnTheMainThreadInOrder)
+{
+    app("", "Quill", "com.vantreel.Quill");
+    app("Vantreel", "Inkwell", "com.vantreel.Inkwell");
+    controller->startDiscoveryThread();
+    EXPECT_TRUE(controller->isDiscovering());
+    ASSERT_TRUE(waitUntil([&] { return !controller->isDiscovering(); }));
+    QCoreApplication::processEvents();
+    EXPECT_EQ(view.calls, QStringList({"startProgress", "clientApplicationsChanged 2",
+                                       "selectItem com.vantreel.Quill", "endProgress"}));
+    EXPECT_FALSE(view.offMainThread);
+    EXPECT_EQ(controller->taskArray().size(), 2u);
+}
+
+TEST_F(DiscoveryTest, WithoutApplicationsNothingIsSelected)
+{
+    controller->startDiscoveryThread();
+    ASSERT_TRUE(waitUntil([&] { return !controller->isDiscovering(); }));
+    EXPECT_EQ(view.calls, QStringList({"startProgress", "clientApplicationsChanged 0",
+                                       "selectItem none", "endProgress"}));
+}
+
+TEST_F(DiscoveryTest, AControllerGoingAwayStopsTheWalkWithoutWaitingForIt)
+{
+    // A tree big enough that the walk is still going when the controller ends.
+    for (int i = 0; i < 300; ++i) {
+        sandbox.mkdir(QStringLiteral("root/Applications/F%1/G/H").arg(i));
+    }
+    QElapsedTimer timer;
+    timer.start();
+    controller->startDiscoveryThread();
+    controller.reset();
+    EXPECT_LT(timer.elapsed(), 5000);
+    // Nothing is left for the event loop to deliver to the view.
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(view.calls.contains("endProgress"));
+}

@@ -1,0 +1,424 @@
+#include "WindowFixture.h"
+
+#include "platform/Bundle.h"
+#include "platform/PropertyList.h"
+#include "platform/UserDefaults.h"
+#include "testsupport/TestFiles.h"
+#include "ui/MainWindow.h"
+#include "ui/PreferencesWindow.h"
+#include "ui/TaskEditorSheet.h"
+#include "ui/TaskTableModel.h"
+#include "ui/VTImageTextCell.h"
+#include "ui/VTShortcutKeyContainerView.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QDesktopServices>
+#include <QFileInfo>
+#include <QHeaderView>
+#include <QPushButton>
+#include <QTabWidget>
+#include <QTableView>
+#include <QTest>
+#include <QUrl>
+
+namespace {
+
+const QString kColTask = QStringLiteral("colTask");
+const QString kColEnabled = QStringLiteral("colEnabled");
+const QString kColFrequency = QStringLiteral("colFrequency");
+
+// Receives the addresses the desktop would open.
+class UrlRecorder : public QObject
+{
+    Q_OBJECT
+
+public:
+    QList<QUrl> urls;
+
+public Q_SLOTS:
+    void open(const QUrl &url) { urls.append(url); }
+};
+
+} // namespace
+
+class MainWindowTest : public WindowFixture
+{
+protected:
+    UserDefaults &defaults() { return UserDefaults::standardUserDefaults(); }
+
+    // Three tasks whose descriptions, states and schedules sort differently.
+    void makeThreeTasks()
+    {
+        makeTask(QStringLiteral("com.vantreel.Quill"),
+                 {QStringLiteral("-clean"), QStringLiteral("-quiet")},
+                 ScheduleDaily); // Once a day
+        makeTask(QStringLiteral("com.vantreel.Inkwell"), {QStringLiteral("-spelling")},
+                 ScheduleHourly, PlistDict(), false); // Once an hour
+        makeTask(QStringLiteral("com.vantreel.Quill"), {QStringLiteral("-backup")},
+                 ScheduleWeekly); // Once a week
+    }
+
+    QHeaderView *header() const { return window->tableView()->horizontalHeader(); }
+
+    void clickHeader(int column)
+    {
+        QHeaderView *h = header();
+        click(h->viewport(), QPoint(h->sectionViewportPosition(column) + h->sectionSize(column) / 2,
+                                    h->height() / 2));
+    }
+
+    void clickCheckbox(int row)
+    {
+        QTableView *table = window->tableView();
+        click(table->viewport(), centerOf(table, row, TaskTableModel::ColumnEnabled));
+    }
+
+    QString sortedColumn()
+    {
+        return defaults().stringForKey(QStringLiteral("sortedColumn")).value_or(QString());
+    }
+    PlistValue sortedDescending()
+    {
+        return defaults().objectForKey(QStringLiteral("sortedDescending"));
+    }
+};
+
+TEST_F(MainWindowTest, WithoutAStoredColumnTheListIsSortedAscendingByTheSecondColumn)
+{
+    makeThreeTasks();
+    openWindow();
+    EXPECT_EQ(tableDescriptions(),
+              QStringList({"Back up the library", "Clean caches", "Update spelling"}));
+    EXPECT_EQ(window->indicatorImageName(kColTask), QStringLiteral("NSAscendingSortIndicator"));
+    EXPECT_EQ(header()->sortIndicatorSection(), TaskTableModel::ColumnTask);
+    // Applying the order writes nothing back.
+    EXPECT_FALSE(defaults().objectForKey(QStringLiteral("sortedColumn")).isValid());
+    EXPECT_FALSE(sortedDescending().isValid());
+    EXPECT_TRUE(window->isVisible());
+}
+
+TEST_F(MainWindowTest, HeaderClicksSortAscendingThenDescendingAndAreRemembered)
+{
+    makeThreeTasks();
+    openWindow();
+
+    // "Once a day", "Once a week", "Once an hour".
+    clickHeader(TaskTableModel::ColumnFrequency);
+    EXPECT_EQ(tableDescriptions(),
+              QStringList({"Clean caches", "Back up the library", "Update spelling"}));
+    EXPECT_EQ(sortedColumn(), kColFrequency);
+    EXPECT_EQ(sortedDescending(), PlistValue(false));
+    EXPECT_EQ(window->indicatorImageName(kColFrequency),
+              QStringLiteral("NSAscendingSortIndicator"));
+    EXPECT_EQ(header()->sortIndicatorSection(), TaskTableModel::ColumnFrequency);
+
+    clickHeader(TaskTableModel::ColumnFrequency);
+    EXPECT_EQ(tableDescriptions(),
+              QStringList({"Update spelling", "Back up the library", "Clean caches"}));
+    EXPECT_EQ(sortedDescending(), PlistValue(true));
+    EXPECT_EQ(window->indicatorImageName(kColFrequency),
+              QStringLiteral("NSDescendingSortIndicator"));
+    const Qt::SortOrder descendingOrder = header()->sortIndicatorOrder();
+
+    // Another column starts ascending, and the first one loses its indicator.
+    clickHeader(TaskTableModel::ColumnEnabled);
+    EXPECT_EQ(tableDescriptions().first(), QStringLiteral("Update spelling"));
+    EXPECT_EQ(sortedColumn(), kColEnabled);
+    EXPECT_EQ(sortedDescending(), PlistValue(false));
+    EXPECT_TRUE(window->indicatorImageName(kColFrequency).isEmpty());
+    EXPECT_EQ(header()->sortIndicatorSection(), TaskTableModel::ColumnEnabled);
+    EXPECT_NE(header()->sortIndicatorOrder(), descendingOrder);
+}
+
+TEST_F(MainWindowTest, TheStoredOrderIsAppliedAgainAfterEveryReload)
+{
+    makeThreeTasks();
+    defaults().setObject(PlistValue(kColTask), QStringLiteral("sortedColumn"));
+    defaults().setObject(PlistValue(true), QStringLiteral("sortedDescending"));
+    openWindow();
+    EXPECT_EQ(tableDescriptions(),
+              QStringList({"Update spelling", "Clean caches", "Back up the library"}));
+
+    makeTask(QStringLiteral("com.vantreel.Quill"), {QStringLiteral("-repair")}, ScheduleMonthly);
+    window->controller()->populateScheduledTasks();
+    EXPECT_EQ(tableDescriptions(), QStringList({"Update spelling", "Repair permissions",
+                                                "Clean caches", "Back up the library"}));
+}
+
+TEST_F(MainWindowTest, AnUnknownStoredColumnSortsBySchedulesWithoutAnIndicator)
+{
+    makeThreeTasks();
+    defaults().setObject(PlistValue(QStringLiteral("colNothing")), QStringLiteral("sortedColumn"));
+    openWindow();
+    EXPECT_EQ(tableDescriptions(),
+              QStringList({"Clean caches", "Back up the library", "Update spelling"}));
+    EXPECT_EQ(header()->sortIndicatorSection(), -1);
+}
+
+TEST_F(MainWindowTest, TheCheckboxSavesTheTaskAndTurnsTheToolbarItemAtOnce)
+{
+    makeTask(QStringLiteral("com.vantreel.Quill"), {QStringLiteral("-backup")}, ScheduleDaily);
+    makeTask(QStringLiteral("com.vantreel.Quill"),
+             {QStringLiteral("-clean"), QStringLiteral("-quiet")}, ScheduleWeekly);
+    openWindow();
+    EXPECT_EQ(window->enableDisableAllLabel(), QStringLiteral("Disable All Tasks"));
+    EXPECT_EQ(window->enableDisableAllImageName(), QStringLiteral("disableall.png"));
+
+    const QString file = *window->taskModel()->taskAt(0)->filename();
+    launchctl->clear();
+    clickCheckbox(0);
+    EXPECT_EQ(readJob(file).value(QStringLiteral("Disabled")), PlistValue(true));
+    EXPECT_EQ(launchctl->calls(), QStringList({"unload " + file, "load " + file}));
+    EXPECT_EQ(window->taskModel()->index(0, 0).data(Qt::CheckStateRole).toInt(), Qt::Unchecked);
+    EXPECT_EQ(window->enableDisableAllLabel(), QStringLiteral("Enable All Tasks"));
+    EXPECT_EQ(window->enableDisableAllImageName(), QStringLiteral("KairoPlanner.icns"));
+
+    clickCheckbox(0);
+    EXPECT_FALSE(readJob(file).contains(QStringLiteral("Disabled")));
+    EXPECT_EQ(window->enableDisableAllLabel(), QStringLiteral("Disable All Tasks"));
+}
+
+TEST_F(MainWindowTest, EnableAndDisableAllFollowTheToolbarLabel)
+{
+    makeThreeTasks();
+    openWindow();
+    ASSERT_EQ(window->enableDisableAllLabel(), QStringLiteral("Enable All Tasks"));
+
+    window->toolbarEnableDisableAll()->trigger();
+    for (const QString &file : jobFiles()) {
+        EXPECT_FALSE(readJob(file).contains(QStringLiteral("Disabled"))) << file.toStdString();
+    }
+    EXPECT_EQ(window->enableDisableAllLabel(), QStringLiteral("Disable All Tasks"));
+    EXPECT_EQ(window->enableDisableAllImageName(), QStringLiteral("disableall.png"));
+
+    window->toolbarEnableDisableAll()->trigger();
+    for (const QString &file : jobFiles()) {
+        EXPECT_EQ(readJob(file).value(QStringLiteral("Disabled")), PlistValue(true));
+    }
+    EXPECT_EQ(window->enableDisableAllLabel(), QStringLiteral("Enable All Tasks"));
+    EXPECT_EQ(window->enableDisableAllImageName(), QStringLiteral("KairoPlanner.icns"));
+    for (int row = 0; row < 3; ++row) {
+        EXPECT_EQ(window->taskModel()->index(row, 0).data(Qt::CheckStateRole).toInt(),
+                  Qt::Unchecked);
+    }
+}
+
+TEST_F(MainWindowTest, AnEmptyListOffersToEnableAllWithTheApplicationImage)
+{
+    openWindow();
+    EXPECT_EQ(window->taskModel()->rowCount(), 0);
+    EXPECT_EQ(window->enableDisableAllLabel(), QStringLiteral("Enable All Tasks"));
+    EXPECT_EQ(window->enableDisableAllImageName(), QStringLiteral("KairoPlanner.icns"));
+    EXPECT_FALSE(window->toolbarEnableDisableAll()->icon().isNull());
+}
+
+TEST_F(MainWindowTest, DeleteAsksFirstAndMovesTheJobFileToTheTrash)
+{
+    makeThreeTasks();
+    openWindow();
+    QAction *remove = window->findChild<QAction *>(QStringLiteral("toolbarDeleteTask"));
+    ASSERT_TRUE(remove);
+    EXPECT_FALSE(remove->isEnabled());
+    window->deleteTask();
+    EXPECT_TRUE(alerts->asked.empty());
+
+    window->tableView()->selectRow(1);
+    EXPECT_TRUE(remove->isEnabled());
+    const QString file = *window->taskModel()->taskAt(1)->filename();
+    alerts->answer = VTAlert::AlternateReturn;
+    remove->trigger();
+    ASSERT_EQ(alerts->asked.size(), 1u);
+    EXPECT_EQ(alerts->asked[0].messageText,
+              QStringLiteral("Are you sure you wish to delete this task?"));
+    EXPECT_EQ(alerts->asked[0].informativeText, QStringLiteral("This cannot be undone."));
+    EXPECT_EQ(alerts->asked[0].defaultButton, QStringLiteral("Delete"));
+    EXPECT_EQ(alerts->asked[0].alternateButton, QStringLiteral("Cancel"));
+    EXPECT_TRUE(QFileInfo::exists(file));
+
+    alerts->answer = VTAlert::DefaultReturn;
+    remove->trigger();
+    EXPECT_FALSE(QFileInfo::exists(file));
+    const QString trashed =
+        sandbox.home() + "/.local/share/Trash/files/" + QFileInfo(file).fileName();
+    EXPECT_TRUE(QFileInfo::exists(trashed));
+    EXPECT_TRUE(launchctl->calls().contains("unload " + file));
+    EXPECT_EQ(tableDescriptions(), QStringList({"Back up the library", "Update spelling"}));
+}
+
+TEST_F(MainWindowTest, DoubleClickingARowOpensTheEditorOnIt)
+{
+    makeThreeTasks();
+    openWindow();
+    QTableView *table = window->tableView();
+    const QPoint point = centerOf(table, 2, TaskTableModel::ColumnTask);
+    QTest::mouseClick(table->viewport(), Qt::LeftButton, Qt::NoModifier, point);
+    QTest::mouseDClick(table->viewport(), Qt::LeftButton, Qt::NoModifier, point);
+    TaskEditorSheet *sheet = window->taskWindow();
+    ASSERT_TRUE(waitUntil([&] { return sheet->isVisible(); }));
+    EXPECT_EQ(sheet->findChild<QPushButton *>(QStringLiteral("addTaskBtn"))->text(),
+              QStringLiteral("Edit Task"));
+    EXPECT_TRUE(window->controller()->editMode());
+    EXPECT_EQ(sheet->windowModality(), Qt::WindowModal);
+    EXPECT_EQ(sheet->parentWidget(), window.get());
+}
+
+TEST_F(MainWindowTest, TheTaskCellGetsEachTasksIconAt18Points)
+{
+    makeThreeTasks();
+    openWindow();
+    VTImageTextCell *cell = window->taskCell();
+    cell->setImage(QImage());
+    window->willDisplayCell(*cell, TaskTableModel::ColumnTask, 0);
+    ASSERT_FALSE(cell->image().isNull());
+    EXPECT_EQ(cell->image().deviceIndependentSize(), QSizeF(18, 18));
+    // The task's own image keeps its size.
+    const QImage own = *window->taskModel()->taskAt(0)->icon();
+    EXPECT_EQ(own.devicePixelRatio(), 1.0);
+
+    // A task without an icon leaves the image of the row before.
+    const QImage previous = cell->image();
+    window->taskModel()->taskAt(1)->setIcon(std::nullopt);
+    window->willDisplayCell(*cell, TaskTableModel::ColumnTask, 1);
+    EXPECT_EQ(cell->image(), previous);
+    window->tableView()->viewport()->repaint();
+}
+
+TEST_F(MainWindowTest, RequiredAdministratorPasswordThatFailsEndsTheApplication)
+{
+    PropertyList::writeXml(
+        PlistValue(PlistDict{{"requireAdminPassword", 1}}),
+        sandbox.file("root/Library/Preferences/com.vantreel.KairoPlanner.plist"));
+    makeThreeTasks();
+    window = std::make_unique<MainWindow>();
+    EXPECT_FALSE(window->awakeFromNib());
+    EXPECT_TRUE(window->terminated());
+    EXPECT_FALSE(window->isVisible());
+    EXPECT_TRUE(window->preferencesWindow()->prefsAdminPass()->isChecked());
+    EXPECT_EQ(window->taskModel()->rowCount(), 0);
+}
+
+TEST_F(MainWindowTest, WithoutTheSettingNoPasswordIsAskedAndTheCheckboxIsOff)
+{
+    const QString asked = sandbox.file("elevate.log");
+    sandbox.setEnv("VT_ELEVATE", TestFiles::writeScript(sandbox.file("bin/elevate"),
+                                                        "echo asked >> '" + asked + "'\nexit 1"));
+    defaults().setObject(PlistValue(0), QStringLiteral("requireAdminPassword"));
+    openWindow();
+    EXPECT_FALSE(window->terminated());
+    EXPECT_FALSE(window->preferencesWindow()->prefsAdminPass()->isChecked());
+    EXPECT_FALSE(QFileInfo::exists(asked));
+}
+
+TEST_F(MainWindowTest, TheAdministratorCheckboxWritesTheMachineWideSetting)
+{
+    const QString asked = sandbox.file("elevate.log");
+    sandbox.setEnv("VT_ELEVATE", TestFiles::writeScript(sandbox.file("bin/elevate"),
+                                                        "echo asked >> '" + asked + "'\nexit 1"));
+    const QString machine =
+        sandbox.localRoot() + "/Library/Preferences/com.vantreel.KairoPlanner.plist";
+    openWindow();
+    QCheckBox *box = window->preferencesWindow()->prefsAdminPass();
+    window->showPreferences();
+
+    // On: no password.
+    click(box, box->rect().center());
+    EXPECT_TRUE(box->isChecked());
+    EXPECT_EQ(PropertyList::readDictionary(machine)->value("requireAdminPassword"), PlistValue(1));
+    EXPECT_FALSE(QFileInfo::exists(asked));
+
+    // Off: the authentication is refused, so the box goes back on and nothing changes.
+    click(box, box->rect().center());
+    EXPECT_TRUE(box->isChecked());
+    EXPECT_TRUE(QFileInfo::exists(asked));
+    EXPECT_EQ(PropertyList::readDictionary(machine)->value("requireAdminPassword"), PlistValue(1));
+
+    // As the administrator, off is written.
+    identity->uid = 0;
+    click(box, box->rect().center());
+    EXPECT_FALSE(box->isChecked());
+    EXPECT_EQ(PropertyList::readDictionary(machine)->value("requireAdminPassword"), PlistValue(0));
+}
+
+TEST_F(MainWindowTest, ThePreferencesHoldTheKeyboardShortcuts)
+{
+    openWindow();
+    PreferencesWindow *preferences = window->preferencesWindow();
+    EXPECT_FALSE(preferences->findChild<VTShortcutKeyContainerView *>());
+    window->showPreferences();
+    auto *tabs = preferences->findChild<QTabWidget *>(QStringLiteral("prefsTabs"));
+    ASSERT_TRUE(tabs);
+    EXPECT_EQ(tabs->tabText(1), QStringLiteral("Keyboard Shortcuts"));
+    tabs->setCurrentIndex(1);
+    auto *container = preferences->findChild<VTShortcutKeyContainerView *>();
+    ASSERT_TRUE(container);
+    EXPECT_TRUE(container->isVisible());
+}
+
+TEST_F(MainWindowTest, TheUpdateCheckLaunchesTheUpdaterUnlessTheSharedSwitchIsOff)
+{
+    const QString record = sandbox.file("updater.log");
+    TestFiles::makeBundle(applications, "Software Update",
+                          PlistDict{{"CFBundleIdentifier", "com.vantreel.SoftwareUpdate"},
+                                    {"CFBundleExecutable", "Software Update"}},
+                          "echo \"run: $*\" >> '" + record + "'");
+    const QString own =
+        TestFiles::makeBundle(sandbox.mkdir("elsewhere"), "Kairo Planner",
+                              PlistDict{{"CFBundleIdentifier", "com.vantreel.KairoPlanner"},
+                                        {"CFBundleShortVersionString", "2.5"}});
+    Bundle::setMainBundlePath(own);
+    openWindow();
+
+    const QString global = sandbox.home() + "/Library/Preferences/com.vantreel.global.plist";
+    PropertyList::writeXml(PlistValue(PlistDict{{"SUCheckAtStartup", false}}), global);
+    window->applicationDidFinishLaunching();
+    QTest::qWait(300);
+    EXPECT_FALSE(QFileInfo::exists(record));
+
+    // A missing key counts as "check", whatever the application's own defaults say.
+    defaults().setObject(PlistValue(false), QStringLiteral("SUCheckAtStartup"));
+    PropertyList::writeXml(PlistValue(PlistDict{{"disable-logging", "0"}}), global);
+    window->applicationDidFinishLaunching();
+    ASSERT_TRUE(waitUntil([&] { return !TestFiles::lines(record).isEmpty(); }));
+    EXPECT_EQ(TestFiles::lines(record), QStringList({"run: -checkpath " + own}));
+
+    // The menu item starts it with no arguments.
+    QFile::remove(record);
+    window->menuSoftwareUpdate();
+    ASSERT_TRUE(waitUntil([&] { return !TestFiles::lines(record).isEmpty(); }));
+    EXPECT_EQ(TestFiles::lines(record), QStringList({"run: "}));
+}
+
+TEST_F(MainWindowTest, HelpItemsOpenTheMakersPagesOnTheConfiguredHost)
+{
+    const QString own =
+        TestFiles::makeBundle(sandbox.mkdir("elsewhere"), "Kairo Planner",
+                              PlistDict{{"CFBundleIdentifier", "com.vantreel.KairoPlanner"},
+                                        {"CFBundleShortVersionString", "2.5"}});
+    Bundle::setMainBundlePath(own);
+    UrlRecorder recorder;
+    QDesktopServices::setUrlHandler(QStringLiteral("https"), &recorder, "open");
+    openWindow();
+
+    for (const char *name :
+         {"helpUserManual", "helpReportBug", "helpSuggestFeature", "helpVTHome"}) {
+        QAction *action = window->findChild<QAction *>(QLatin1String(name));
+        ASSERT_TRUE(action) << name;
+        action->trigger();
+    }
+    EXPECT_EQ(
+        recorder.urls,
+        QList<QUrl>(
+            {QUrl("https://www.vantreel.com/software_bugreport.htm?app=kairo_planner&version=2.5"),
+             QUrl("https://www.vantreel.com/software_featurerequest.htm?app=kairo_planner"),
+             QUrl("https://www.vantreel.com/")}));
+
+    recorder.urls.clear();
+    defaults().setObject(PlistValue(QStringLiteral("https://mirror.example.org/vt")),
+                         QStringLiteral("VTWebHost"));
+    window->helpVTHome();
+    EXPECT_EQ(recorder.urls, QList<QUrl>({QUrl("https://mirror.example.org/vt/")}));
+    QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
+}
+
+#include "MainWindowTest.moc"

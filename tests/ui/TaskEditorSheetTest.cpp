@@ -1,0 +1,469 @@
+#include "WindowFixture.h"
+
+#include "app/AppController.h"
+#include "platform/PropertyList.h"
+#include "testsupport/ClientApps.h"
+#include "testsupport/TestFiles.h"
+#include "ui/IconViewBox.h"
+#include "ui/MainWindow.h"
+#include "ui/TaskEditorSheet.h"
+#include "ui/TaskTableModel.h"
+
+#include <QComboBox>
+#include <QFileInfo>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QPushButton>
+#include <QTableView>
+#include <QTest>
+
+#include <map>
+
+class TaskEditorSheetTest : public WindowFixture
+{
+protected:
+    TaskEditorSheet *sheet() const { return window->taskWindow(); }
+
+    template <typename T>
+    T *part(const char *name) const
+    {
+        T *widget = sheet()->findChild<T *>(QLatin1String(name));
+        EXPECT_TRUE(widget) << name;
+        return widget;
+    }
+    QLineEdit *field(const char *name) const { return part<QLineEdit>(name); }
+    QWidget *taskBox() const { return part<QWidget>("taskBox"); }
+
+    // Picks the schedule as a user does, with the arrow keys on the pop-up.
+    void chooseSchedule(const QString &title)
+    {
+        QComboBox *popup = part<QComboBox>("taskBoxRunPopUp");
+        const int target = popup->findText(title);
+        ASSERT_GE(target, 0) << title.toStdString();
+        while (popup->currentIndex() != target) {
+            QTest::keyClick(popup, popup->currentIndex() < target ? Qt::Key_Down : Qt::Key_Up);
+        }
+    }
+
+    void type(const char *name, const QString &text)
+    {
+        QLineEdit *edit = field(name);
+        edit->clear();
+        QTest::keyClicks(edit, text);
+    }
+
+    void clearIntervalFields()
+    {
+        for (const char *name :
+             {"intervalMinuteText", "intervalHourText", "intervalDayText", "intervalWeekdayText",
+              "intervalMonthText", "intervalSecondsText", "intervalDirectoryPath"}) {
+            field(name)->clear();
+        }
+    }
+
+    void pressAdd() { QTest::mouseClick(part<QPushButton>("addTaskBtn"), Qt::LeftButton); }
+
+    // Adds a task of the first application's first catalogue entry with the calendar
+    // fields typed in; the new job file.
+    QString addCalendarTask(const std::map<const char *, QString> &fields)
+    {
+        window->newTask();
+        chooseSchedule(QStringLiteral("At specific interval"));
+        clearIntervalFields();
+        for (const auto &[name, text] : fields) {
+            type(name, text);
+        }
+        const QStringList before = jobFiles();
+        pressAdd();
+        const QStringList after = jobFiles();
+        EXPECT_EQ(after.size(), before.size() + 1);
+        for (const QString &file : after) {
+            if (!before.contains(file)) {
+                return file;
+            }
+        }
+        return QString();
+    }
+
+    static PlistDict interval(std::initializer_list<std::pair<const char *, qint64>> values)
+    {
+        PlistDict out;
+        for (const auto &[key, value] : values) {
+            out.insert(QLatin1String(key), value);
+        }
+        return out;
+    }
+
+    // Dictionaries compared without regard to key order.
+    static std::map<QString, qint64> asMap(const PlistDict &dict)
+    {
+        std::map<QString, qint64> out;
+        for (const auto &entry : dict) {
+            out[entry.key] = entry.value.integerValue();
+        }
+        return out;
+    }
+};
+
+TEST_F(TaskEditorSheetTest, TheSheetGrowsAndShrinksByTheIntervalBoxHeight)
+{
+    openWindow();
+    window->newTask();
+    ASSERT_TRUE(sheet()->isVisible());
+    EXPECT_EQ(sheet()->windowModality(), Qt::WindowModal);
+    QWidget *boxes[] = {part<QWidget>("intervalBox"), part<QWidget>("secondIntervalBox"),
+                        part<QWidget>("thirdIntervalBox")};
+    const int H = boxes[0]->height();
+    ASSERT_GT(H, 0);
+    // The first schedule type has no interval: the sheet starts collapsed.
+    for (QWidget *box : boxes) {
+        EXPECT_TRUE(box->isHidden());
+    }
+    const int sheetHeight = sheet()->height();
+    const int boxHeight = taskBox()->height();
+    const int top = sheet()->y();
+    QPushButton *add = part<QPushButton>("addTaskBtn");
+    const int buttonMargin = sheet()->height() - add->geometry().bottom();
+
+    auto expectLayout = [&](int grown, QWidget *shown) {
+        EXPECT_EQ(sheet()->height(), sheetHeight + grown);
+        EXPECT_EQ(taskBox()->height(), boxHeight + grown);
+        EXPECT_EQ(sheet()->y(), top);
+        EXPECT_EQ(sheet()->height() - add->geometry().bottom(), buttonMargin);
+        for (QWidget *box : boxes) {
+            EXPECT_EQ(!box->isHidden(), box == shown) << box->objectName().toStdString();
+        }
+    };
+
+    chooseSchedule(QStringLiteral("Every x seconds"));
+    expectLayout(H, boxes[1]);
+    EXPECT_EQ(boxes[1]->geometry(), boxes[0]->geometry());
+    chooseSchedule(QStringLiteral("At specific interval"));
+    expectLayout(H, boxes[0]);
+    chooseSchedule(QStringLiteral("Once a day"));
+    expectLayout(0, nullptr);
+    chooseSchedule(QStringLiteral("Whenever a directory changes"));
+    expectLayout(H, boxes[2]);
+    EXPECT_EQ(boxes[2]->geometry(), boxes[0]->geometry());
+    chooseSchedule(QStringLiteral("When a new disk is mounted"));
+    expectLayout(0, nullptr);
+}
+
+TEST_F(TaskEditorSheetTest, TheScheduleMenuListsTheTypesInOrder)
+{
+    openWindow();
+    QComboBox *popup = part<QComboBox>("taskBoxRunPopUp");
+    QStringList titles;
+    for (int i = 0; i < popup->count(); ++i) {
+        titles.append(popup->itemText(i));
+    }
+    EXPECT_EQ(titles,
+              QStringList({"Run at system startup", "When a new disk is mounted", "Once an hour",
+                           "Once a day", "Once a week", "Once a month", "Every x seconds",
+                           "At specific interval", "Whenever a directory changes"}));
+}
+
+TEST_F(TaskEditorSheetTest, TheTaskBoxAppearsWithAnApplicationAndGoesWithout)
+{
+    QDir(applications).removeRecursively();
+    QDir().mkpath(applications);
+    openWindow();
+    EXPECT_TRUE(taskBox()->isHidden());
+    const int collapsed = sheet()->height();
+    const int B = taskBox()->height();
+
+    VTClientApplication app;
+    app.name = QStringLiteral("Quill");
+    app.bundleid = QStringLiteral("com.vantreel.Quill");
+    app.tasks = PlistValue(PlistArray{ClientApps::entry("backup", {"-backup"}, "Back up")});
+    window->controller()->setupApps(AppController::ClientList{app});
+    EXPECT_FALSE(taskBox()->isHidden());
+    EXPECT_EQ(sheet()->height(), collapsed + B);
+    EXPECT_EQ(part<QGroupBox>("taskBox")->title(), QStringLiteral("Quill"));
+
+    window->controller()->setupApps(AppController::ClientList{});
+    EXPECT_TRUE(taskBox()->isHidden());
+    EXPECT_EQ(sheet()->height(), collapsed);
+    // The pop-up keeps what it had.
+    EXPECT_EQ(part<QComboBox>("taskBoxTaskPopUp")->currentText(), QStringLiteral("Back up"));
+}
+
+TEST_F(TaskEditorSheetTest, AClickOnAGridItemSelectsItsApplicationAndFillsTheTaskMenu)
+{
+    PlistDict noID{{"command", PlistValue(QStringList{"-z"})}, {"description", "Without id"}};
+    ClientApps::make(
+        applications, "Tessera", "com.vantreelTessera",
+        PlistValue(PlistArray{ClientApps::entry("12", {"-a"}, "Numbered"), PlistValue(noID)}));
+    openWindow();
+    window->newTask();
+    QListView *grid = part<QListView>("taskCollectionView");
+    ASSERT_EQ(grid->model()->rowCount(), 3);
+    // The first application is selected once they are found.
+    EXPECT_EQ(part<QGroupBox>("taskBox")->title(), QStringLiteral("Quill"));
+    QComboBox *tasks = part<QComboBox>("taskBoxTaskPopUp");
+    EXPECT_EQ(tasks->count(), 3);
+    EXPECT_EQ(tasks->itemText(2), QStringLiteral("Repair permissions"));
+    EXPECT_EQ(sheet()->representedObject(2)->value("root"), PlistValue(true));
+
+    // Walk order: Quill.app, Tessera.app, then Vantreel/Inkwell.app.
+    const QModelIndex tessera = grid->model()->index(1, 0);
+    auto *box = qobject_cast<IconViewBox *>(grid->indexWidget(tessera));
+    ASSERT_TRUE(box);
+    EXPECT_EQ(box->title(), QStringLiteral("Tessera"));
+    const QPoint point = box->geometry().topLeft() + QPoint(10, 10);
+    // The box never takes the click: the grid beneath does.
+    EXPECT_EQ(grid->viewport()->childAt(point), nullptr);
+    click(grid->viewport(), point);
+    EXPECT_EQ(window->selectedClientIndex(), std::optional<int>(1));
+    EXPECT_EQ(part<QGroupBox>("taskBox")->title(), QStringLiteral("Tessera"));
+    ASSERT_EQ(tasks->count(), 2);
+    EXPECT_EQ(tasks->itemText(0), QStringLiteral("Numbered"));
+    EXPECT_EQ(tasks->itemData(0).toLongLong(), 12);
+    EXPECT_EQ(tasks->itemData(1).toLongLong(), -1);
+    EXPECT_EQ(sheet()->representedObject(1)->value("description"), PlistValue("Without id"));
+}
+
+TEST_F(TaskEditorSheetTest, EveryValidationAlertLeavesTheSheetOpenAndWritesNothing)
+{
+    openWindow();
+    window->newTask();
+    struct Case
+    {
+        QString schedule;
+        const char *field;
+        QString text;
+        QString alert;
+    };
+    const Case cases[] = {
+        {"Every x seconds", "intervalSecondsText", "", "You must specify an interval."},
+        {"Every x seconds", "intervalSecondsText", "0", "You must set an interval of 1 or above."},
+        {"Every x seconds", "intervalSecondsText", "-5", "You must set an interval of 1 or above."},
+        {"At specific interval", "intervalHourText", "",
+         "You must complete at least one of the boxes in the interval field."},
+        {"Whenever a directory changes", "intervalDirectoryPath", "",
+         "You must specify a directory."},
+    };
+    for (const Case &c : cases) {
+        clearIntervalFields();
+        chooseSchedule(c.schedule);
+        type(c.field, c.text);
+        alerts->asked.clear();
+        pressAdd();
+        ASSERT_EQ(alerts->asked.size(), 1u) << c.alert.toStdString();
+        EXPECT_EQ(alerts->asked[0].messageText, c.alert);
+        EXPECT_TRUE(alerts->asked[0].informativeText.isEmpty());
+        EXPECT_TRUE(alerts->asked[0].alternateButton.isEmpty());
+        EXPECT_TRUE(alerts->asked[0].otherButton.isEmpty());
+        EXPECT_TRUE(sheet()->isVisible());
+        EXPECT_EQ(field(c.field)->text(), c.text);
+    }
+    EXPECT_TRUE(jobFiles().isEmpty());
+    EXPECT_EQ(window->taskModel()->rowCount(), 0);
+}
+
+TEST_F(TaskEditorSheetTest, WithoutASelectedApplicationAddDoesNothing)
+{
+    openWindow();
+    window->newTask();
+    part<QListView>("taskCollectionView")->selectionModel()->clearSelection();
+    EXPECT_TRUE(taskBox()->isHidden());
+    pressAdd();
+    EXPECT_TRUE(alerts->asked.empty());
+    EXPECT_TRUE(sheet()->isVisible());
+    EXPECT_TRUE(jobFiles().isEmpty());
+}
+
+TEST_F(TaskEditorSheetTest, CoarserIntervalFieldsOverwriteFinerOnes)
+{
+    openWindow();
+    QString file = addCalendarTask({{"intervalHourText", "14"}, {"intervalMinuteText", "30"}});
+    EXPECT_EQ(asMap(calendarOf(file)), asMap(interval({{"Hour", 14}, {"Minute", 0}})));
+    EXPECT_FALSE(sheet()->isVisible());
+
+    file = addCalendarTask({{"intervalDayText", "5"}, {"intervalHourText", "14"}});
+    EXPECT_EQ(asMap(calendarOf(file)), asMap(interval({{"Day", 5}, {"Hour", 8}, {"Minute", 0}})));
+
+    file = addCalendarTask({{"intervalMonthText", "3"}});
+    EXPECT_EQ(asMap(calendarOf(file)),
+              asMap(interval({{"Month", 3}, {"Day", 1}, {"Hour", 8}, {"Minute", 0}})));
+
+    file = addCalendarTask({{"intervalMinuteText", "45"}});
+    EXPECT_EQ(asMap(calendarOf(file)), asMap(interval({{"Minute", 45}})));
+
+    // Every new task is in the table, which is sorted again.
+    EXPECT_EQ(window->taskModel()->rowCount(), 4);
+    EXPECT_EQ(readJob(file).value("ProgramArguments").stringList(),
+              QStringList({"Quill", "-backup"}));
+}
+
+TEST_F(TaskEditorSheetTest, TypingIntoTheIntervalFieldsKeepsThemInRangeAndDescribesThem)
+{
+    openWindow();
+    window->newTask();
+    chooseSchedule(QStringLiteral("At specific interval"));
+    clearIntervalFields();
+    QLabel *label = part<QLabel>("intervalFriendlyLabel");
+
+    type("intervalHourText", "0");
+    EXPECT_EQ(field("intervalHourText")->text(), QStringLiteral("1"));
+    EXPECT_EQ(field("intervalMinuteText")->text(), QStringLiteral("00"));
+    type("intervalHourText", "24");
+    EXPECT_EQ(field("intervalHourText")->text(), QStringLiteral("23"));
+    type("intervalHourText", "7");
+    EXPECT_EQ(label->text(), QStringLiteral("Every day at 7:00"));
+
+    type("intervalMinuteText", "75");
+    EXPECT_EQ(field("intervalMinuteText")->text(), QStringLiteral("59"));
+    type("intervalDayText", "40");
+    EXPECT_EQ(field("intervalDayText")->text(), QStringLiteral("31"));
+    type("intervalWeekdayText", "9");
+    EXPECT_EQ(field("intervalWeekdayText")->text(), QStringLiteral("7"));
+    type("intervalMonthText", "13");
+    EXPECT_EQ(field("intervalMonthText")->text(), QStringLiteral("12"));
+    EXPECT_EQ(label->text(),
+              VTScheduledTask::friendlyIntervalDescription("59", "7", "31", "7", "12"));
+
+    // A day typed with no minute puts "00" there.
+    clearIntervalFields();
+    type("intervalDayText", "5");
+    EXPECT_EQ(field("intervalMinuteText")->text(), QStringLiteral("00"));
+    EXPECT_EQ(label->text(), VTScheduledTask::friendlyIntervalDescription("00", "", "5", "", ""));
+
+    // The seconds field never changes the description.
+    const QString before = label->text();
+    chooseSchedule(QStringLiteral("Every x seconds"));
+    type("intervalSecondsText", "99");
+    EXPECT_EQ(label->text(), before);
+}
+
+TEST_F(TaskEditorSheetTest, TheLimitsOfTheIntervalFields)
+{
+    struct Case
+    {
+        const char *key;
+        const char *text;
+        std::optional<QString> expected;
+    };
+    const Case cases[] = {
+        {"Minute", "-1", "0"},
+        {"Minute", "0", std::nullopt},
+        {"Minute", "59", std::nullopt},
+        {"Minute", "60", "59"},
+        {"Hour", "0", "1"},
+        {"Hour", "1", std::nullopt},
+        {"Hour", "23", std::nullopt},
+        {"Hour", "24", "23"},
+        {"Day", "0", "1"},
+        {"Day", "31", std::nullopt},
+        {"Day", "32", "31"},
+        {"Weekday", "-1", "0"},
+        {"Weekday", "7", std::nullopt},
+        {"Weekday", "8", "7"},
+        {"Month", "0", "1"},
+        {"Month", "12", std::nullopt},
+        {"Month", "13", "12"},
+        {"Hour", "x", "1"},
+    };
+    for (const Case &c : cases) {
+        EXPECT_EQ(TaskEditorSheet::clampedIntervalText(c.key, c.text), c.expected)
+            << c.key << " " << c.text;
+    }
+}
+
+TEST_F(TaskEditorSheetTest, SecondsAndFoldersAreSavedAsTyped)
+{
+    openWindow();
+    window->newTask();
+    clearIntervalFields();
+    chooseSchedule(QStringLiteral("Every x seconds"));
+    type("intervalSecondsText", "45");
+    pressAdd();
+    ASSERT_EQ(jobFiles().size(), 1);
+    EXPECT_EQ(readJob(jobFiles()[0]).value("StartInterval"), PlistValue(45));
+
+    for (const auto &[typed, saved] :
+         {std::pair<QString, QString>{"~/Watched", sandbox.home() + "/Watched"},
+          std::pair<QString, QString>{"srv/data", "/srv/data"}}) {
+        const QStringList before = jobFiles();
+        window->newTask();
+        chooseSchedule(QStringLiteral("Whenever a directory changes"));
+        type("intervalDirectoryPath", typed);
+        pressAdd();
+        QStringList added = jobFiles();
+        for (const QString &file : before) {
+            added.removeAll(file);
+        }
+        ASSERT_EQ(added.size(), 1);
+        EXPECT_EQ(readJob(added[0]).value("WatchPaths").stringList(), QStringList({saved}));
+    }
+}
+
+TEST_F(TaskEditorSheetTest, ATaskThatCannotBeCreatedIsReportedAndTheSheetClosesAnyway)
+{
+    // A file where the system's job folder should be: no root task can be made.
+    TestFiles::write(sandbox.file("root/Library/LaunchDaemons"), "in the way");
+    openWindow();
+    window->newTask();
+    chooseSchedule(QStringLiteral("Once a day"));
+    part<QComboBox>("taskBoxTaskPopUp")->setCurrentIndex(2); // Repair permissions, as root
+    pressAdd();
+    EXPECT_EQ(alerts->messages(), QStringList({"Unable to add scheduled task"}));
+    EXPECT_FALSE(sheet()->isVisible());
+    EXPECT_EQ(window->taskModel()->rowCount(), 0);
+}
+
+TEST_F(TaskEditorSheetTest, EditingFillsTheSheetAndRewritesTheSameJobFile)
+{
+    const VTScheduledTask::Ptr task =
+        makeTask("com.vantreel.Quill", {"-clean", "-quiet"}, ScheduleCalendar,
+                 interval({{"Minute", 30}, {"Hour", 2}}));
+    openWindow();
+    window->tableView()->selectRow(0);
+    window->editTask();
+    ASSERT_TRUE(sheet()->isVisible());
+    EXPECT_EQ(part<QPushButton>("addTaskBtn")->text(), QStringLiteral("Edit Task"));
+    EXPECT_EQ(part<QComboBox>("taskBoxTaskPopUp")->currentText(), QStringLiteral("Clean caches"));
+    EXPECT_EQ(part<QComboBox>("taskBoxRunPopUp")->currentIndex(), int(ScheduleCalendar));
+    EXPECT_EQ(field("intervalHourText")->text(), QStringLiteral("2"));
+    EXPECT_EQ(field("intervalMinuteText")->text(), QStringLiteral("30"));
+    EXPECT_TRUE(field("intervalDayText")->text().isEmpty());
+    EXPECT_EQ(part<QLabel>("intervalFriendlyLabel")->text(), QStringLiteral("Every day at 2:30"));
+    EXPECT_FALSE(part<QWidget>("intervalBox")->isHidden());
+
+    type("intervalHourText", "5");
+    pressAdd();
+    EXPECT_FALSE(sheet()->isVisible());
+    ASSERT_EQ(jobFiles(), QStringList({*task->filename()}));
+    EXPECT_EQ(asMap(calendarOf(*task->filename())), asMap(interval({{"Hour", 5}, {"Minute", 0}})));
+    EXPECT_EQ(readJob(*task->filename()).value("ProgramArguments").stringList(),
+              QStringList({"Quill", "-clean", "-quiet"}));
+    EXPECT_EQ(window->taskModel()->rowCount(), 1);
+    EXPECT_EQ(window->taskModel()->index(0, TaskTableModel::ColumnFrequency).data().toString(),
+              QStringLiteral("Every day at 5:00"));
+
+    // A new task afterwards is added, not edited.
+    window->newTask();
+    EXPECT_EQ(part<QPushButton>("addTaskBtn")->text(), QStringLiteral("Add Task"));
+    EXPECT_FALSE(window->controller()->editMode());
+}
+
+TEST_F(TaskEditorSheetTest, EditingATaskOfAnUndiscoveredApplicationHidesTheTaskBox)
+{
+    // The catalogue in Info.plist only: the task reads back, but discovery passes it by.
+    ClientApps::make(applications, "Tessel", "com.vantreel.Tessel",
+                     PlistValue(PlistArray{ClientApps::entry("thumbs", {"-thumbs"}, "Thumbnails")}),
+                     true);
+    makeTask("com.vantreel.Tessel", {"-thumbs"}, ScheduleHourly);
+    openWindow();
+    ASSERT_EQ(window->taskModel()->rowCount(), 1);
+    ASSERT_FALSE(taskBox()->isHidden());
+    const int height = sheet()->height();
+    const int B = taskBox()->height();
+    window->tableView()->selectRow(0);
+    window->editTask();
+    EXPECT_TRUE(sheet()->isVisible());
+    EXPECT_TRUE(taskBox()->isHidden());
+    EXPECT_EQ(sheet()->height(), height - B);
+}

@@ -1,0 +1,148 @@
+#include "WindowFixture.h"
+
+#include "platform/PropertyList.h"
+#include "support/VTAuthorization.h"
+#include "testsupport/ClientApps.h"
+#include "ui/MainWindow.h"
+#include "ui/TaskEditorSheet.h"
+#include "ui/TaskTableModel.h"
+
+#include <QAbstractItemView>
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QTableView>
+#include <QTest>
+
+int RecordingAlerts::runModal(const VTAlertRequest &request)
+{
+    asked.push_back(request);
+    return answer;
+}
+
+QStringList RecordingAlerts::messages() const
+{
+    QStringList out;
+    for (const VTAlertRequest &request : asked) {
+        out.append(request.messageText);
+    }
+    return out;
+}
+
+void WindowFixture::SetUp()
+{
+    identity->home = sandbox.home();
+    identity->homes.insert(QStringLiteral("anna"), sandbox.home());
+    applications = sandbox.mkdir(QStringLiteral("root/Applications"));
+    launchctl = std::make_unique<LaunchctlRecorder>(sandbox);
+    VTAlert::setPresenter(alerts);
+    VTAuthorization::resetForTesting();
+    TaskEditorSheet::setAnimationDuration(0);
+
+    quill = ClientApps::make(
+        applications, QStringLiteral("Quill"), QStringLiteral("com.vantreel.Quill"),
+        PlistValue(
+            PlistArray{ClientApps::entry(QStringLiteral("backup"), {QStringLiteral("-backup")},
+                                         QStringLiteral("Back up the library")),
+                       ClientApps::entry(QStringLiteral("clean"),
+                                         {QStringLiteral("-clean"), QStringLiteral("-quiet")},
+                                         QStringLiteral("Clean caches")),
+                       ClientApps::entry(QStringLiteral("repair"), {QStringLiteral("-repair")},
+                                         QStringLiteral("Repair permissions"), true)}));
+    inkwell = ClientApps::make(sandbox.mkdir(QStringLiteral("root/Applications/Vantreel")),
+                               QStringLiteral("Inkwell"), QStringLiteral("com.vantreel.Inkwell"),
+                               PlistValue(PlistArray{ClientApps::entry(
+                                   QStringLiteral("spellcheck"), {QStringLiteral("-spelling")},
+                                   QStringLiteral("Update spelling"))}));
+}
+
+void WindowFixture::TearDown()
+{
+    window.reset();
+    VTAlert::setPresenter(nullptr);
+    VTAuthorization::resetForTesting();
+}
+
+VTScheduledTask::Ptr WindowFixture::makeTask(const QString &bundleID, const QStringList &arguments,
+                                             qint64 type, const PlistDict &interval, bool enabled)
+{
+    VTScheduledTask::Ptr task = VTScheduledTask::taskWithBundleID(
+        bundleID, arguments, type, qint64(10), interval, std::optional<bool>(false));
+    EXPECT_TRUE(task) << bundleID.toStdString();
+    if (task && !enabled) {
+        task->setEnabled(false);
+        task->saveData();
+    }
+    return task;
+}
+
+void WindowFixture::openWindow()
+{
+    window = std::make_unique<MainWindow>();
+    ASSERT_TRUE(window->awakeFromNib());
+    ASSERT_TRUE(waitUntil([&] { return !window->controller()->isDiscovering(); }));
+}
+
+QString WindowFixture::agents() const
+{
+    return sandbox.home() + QStringLiteral("/Library/LaunchAgents");
+}
+
+PlistDict WindowFixture::readJob(const QString &path) const
+{
+    return PropertyList::readDictionary(path).value_or(PlistDict());
+}
+
+PlistDict WindowFixture::calendarOf(const QString &path) const
+{
+    PlistDict merged;
+    const PlistValue calendar = readJob(path).value(QStringLiteral("StartCalendarInterval"));
+    for (const PlistValue &element : calendar.array()) {
+        for (const auto &entry : element.dict()) {
+            merged.insert(entry.key, entry.value);
+        }
+    }
+    return merged;
+}
+
+QStringList WindowFixture::jobFiles() const
+{
+    QStringList files;
+    for (const QString &name : QDir(agents()).entryList(QDir::Files, QDir::Name)) {
+        files.append(agents() + QLatin1Char('/') + name);
+    }
+    return files;
+}
+
+QStringList WindowFixture::tableDescriptions() const
+{
+    QStringList out;
+    TaskTableModel *model = window->taskModel();
+    for (int row = 0; row < model->rowCount(); ++row) {
+        out.append(model->index(row, TaskTableModel::ColumnTask).data().toString());
+    }
+    return out;
+}
+
+bool WindowFixture::waitUntil(const std::function<bool()> &condition, int timeoutMs)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() > timeoutMs) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+    return true;
+}
+
+void WindowFixture::click(QWidget *widget, const QPoint &point)
+{
+    QTest::mouseClick(widget, Qt::LeftButton, Qt::NoModifier, point);
+}
+
+QPoint WindowFixture::centerOf(QAbstractItemView *view, int row, int column)
+{
+    return view->visualRect(view->model()->index(row, column)).center();
+}
