@@ -1,33 +1,12 @@
 #include "Console.h"
 
 #include "Clock.h"
+#include "PosixFile.h"
 
 #include <QByteArray>
 #include <QFileInfo>
 
-#include <cerrno>
 #include <unistd.h>
-
-namespace {
-
-void writeAll(int fd, const QByteArray &bytes)
-{
-    const char *p = bytes.constData();
-    qsizetype left = bytes.size();
-    while (left > 0) {
-        const ssize_t n = ::write(fd, p, static_cast<size_t>(left));
-        if (n < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return;
-        }
-        p += n;
-        left -= n;
-    }
-}
-
-} // namespace
 
 QString Console::processName()
 {
@@ -49,10 +28,10 @@ void Console::log(const QString &message)
     line += '[' + QByteArray::number(static_cast<qint64>(::getpid())) + "] ";
     line += message.toUtf8();
     line += '\n';
-    writeAll(STDERR_FILENO, line);
+    PosixFile::writeAll(STDERR_FILENO, line);
 }
 
 void Console::print(const QString &text)
 {
-    writeAll(STDOUT_FILENO, text.toUtf8());
+    PosixFile::writeAll(STDOUT_FILENO, text.toUtf8());
 }

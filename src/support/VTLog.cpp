@@ -5,6 +5,7 @@
 #include "platform/Clock.h"
 #include "platform/Console.h"
 #include "platform/Identity.h"
+#include "platform/PosixFile.h"
 #include "platform/PropertyList.h"
 
 #include <QDir>
@@ -31,25 +32,9 @@ QString dateDescription(const QDateTime &date)
     const int minutes = std::abs(offset) / 60;
     return date.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss ")) +
            (offset < 0 ? QLatin1Char('-') : QLatin1Char('+')) +
-           QStringLiteral("%1%2").arg(minutes / 60, 2, 10, QLatin1Char('0')).arg(minutes % 60, 2, 10, QLatin1Char('0'));
-}
-
-bool writeAll(int fd, const QByteArray &bytes)
-{
-    const char *p = bytes.constData();
-    qsizetype left = bytes.size();
-    while (left > 0) {
-        const ssize_t n = ::write(fd, p, static_cast<size_t>(left));
-        if (n < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return false;
-        }
-        p += n;
-        left -= n;
-    }
-    return true;
+           QStringLiteral("%1%2")
+               .arg(minutes / 60, 2, 10, QLatin1Char('0'))
+               .arg(minutes % 60, 2, 10, QLatin1Char('0'));
 }
 
 } // namespace
@@ -207,13 +192,15 @@ QString VTLog::header() const
     QString text = VTFormat::string(QStringLiteral("Log started: %@\n"),
                                     dateDescription(Clock::current().now()));
     if (auto main = Bundle::mainBundle()) {
-        const PlistValue version = main->objectForInfoDictionaryKey(QStringLiteral("CFBundleVersion"));
+        const PlistValue version =
+            main->objectForInfoDictionaryKey(QStringLiteral("CFBundleVersion"));
         if (version.isValid()) {
             text += VTFormat::string(QStringLiteral("Version: %@\n"), version);
         }
         text += VTFormat::string(QStringLiteral("Path: %@\n"), main->executablePath());
     }
-    struct utsname system {};
+    struct utsname system
+    {};
     uname(&system);
     const double ram = static_cast<double>(sysconf(_SC_PHYS_PAGES)) *
                        static_cast<double>(sysconf(_SC_PAGESIZE)) / 1024.0 / 1024.0 / 1024.0;
@@ -236,7 +223,8 @@ void VTLog::startNewLog(const std::optional<QString> &name)
 
     const auto prefs = VTLocalPaths::prefsDirectory(true);
     if (prefs) {
-        const auto global = PropertyList::readDictionary(*prefs + QStringLiteral("/com.vantreel.global.plist"));
+        const auto global =
+            PropertyList::readDictionary(*prefs + QStringLiteral("/com.vantreel.global.plist"));
         if (global && global->value(QStringLiteral("disable-logging")).isSwitchOn()) {
             Console::log(QStringLiteral("Logging is disabled"));
             m_loggingDisabled = true;
@@ -266,7 +254,8 @@ void VTLog::startNewLog(const std::optional<QString> &name)
             QFile::remove(generation(5));
         }
         for (int i = 4; i >= 1; --i) {
-            if (QFileInfo::exists(generation(i)) && !QFile::rename(generation(i), generation(i + 1))) {
+            if (QFileInfo::exists(generation(i)) &&
+                !QFile::rename(generation(i), generation(i + 1))) {
                 Console::log(VTFormat::string(QStringLiteral("Unable to move file %@ to %@"),
                                               generation(i), generation(i + 1)));
                 return;
@@ -276,8 +265,8 @@ void VTLog::startNewLog(const std::optional<QString> &name)
 
     QSaveFile saver(file);
     const QByteArray header = this->header().toUtf8();
-    if (file.isEmpty() || !saver.open(QIODevice::WriteOnly) || saver.write(header) != header.size() ||
-        !saver.commit()) {
+    if (file.isEmpty() || !saver.open(QIODevice::WriteOnly) ||
+        saver.write(header) != header.size() || !saver.commit()) {
         Console::log(VTFormat::string(QStringLiteral("Unable to create log file %@ - %@"),
                                       file.isEmpty() ? QStringLiteral("(null)") : file,
                                       saver.errorString()));
@@ -303,16 +292,17 @@ void VTLog::appendLogOnThread(const QString &text)
             m_fileHandle = ::open(QFile::encodeName(file).constData(), O_WRONLY | O_CLOEXEC);
         }
         if (m_fileHandle < 0) {
-            Console::log(VTFormat::string(QStringLiteral("Unable to log the following information: %@"), text));
+            Console::log(VTFormat::string(
+                QStringLiteral("Unable to log the following information: %@"), text));
             Console::log(QStringLiteral("Unable to open log for output"));
         }
     }
     if (m_fileHandle >= 0) {
         ::lseek(m_fileHandle, 0, SEEK_END);
-        const QByteArray line =
-            VTFormat::string(QStringLiteral("%@ - %@\n"), dateDescription(Clock::current().now()), text)
-                .toUtf8();
-        if (writeAll(m_fileHandle, line)) {
+        const QByteArray line = VTFormat::string(QStringLiteral("%@ - %@\n"),
+                                                 dateDescription(Clock::current().now()), text)
+                                    .toUtf8();
+        if (PosixFile::writeAll(m_fileHandle, line)) {
             m_bytesWritten += static_cast<quint64>(line.size());
             written = true;
         } else {
