@@ -4,6 +4,7 @@
 #include "app/AppController.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -34,6 +35,7 @@ int main(int argc, char **argv)
     QTemporaryDir sandbox;
     const QString root = sandbox.path() + QStringLiteral("/root");
     const QString applications = root + QStringLiteral("/Applications");
+    QDir().mkpath(root + QStringLiteral("/Library/Logs/Vantreel"));
     setenv("HOME", (sandbox.path() + QStringLiteral("/home")).toLocal8Bit().constData(), 1);
     setenv("VT_LOCAL_ROOT", root.toLocal8Bit().constData(), 1);
     setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 1);
