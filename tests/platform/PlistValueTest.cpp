@@ -63,54 +63,6 @@ TEST(PlistValueTest, DefaultIsNoValue)
     EXPECT_NE(v, PlistValue(""));
 }
 
-TEST(PlistValueTest, EachTypeKeepsItsValue)
-{
-    const QDateTime date(QDate(2011, 3, 4), QTime(5, 6, 7), QTimeZone::utc());
-    const QByteArray bytes("\x00\x01\xff", 3);
-
-    EXPECT_EQ(PlistValue(QStringLiteral("text")).type(), PlistValue::Type::String);
-    EXPECT_EQ(PlistValue("utf8 \xc3\xa9").string(), QString::fromUtf8("utf8 \xc3\xa9"));
-    EXPECT_EQ(PlistValue(42).type(), PlistValue::Type::Integer);
-    EXPECT_EQ(PlistValue(qint64(-9000000000LL)).integerValue(), -9000000000LL);
-    EXPECT_EQ(PlistValue(std::numeric_limits<qint64>::min()).integerValue(),
-              std::numeric_limits<qint64>::min());
-    EXPECT_EQ(PlistValue(quint64(7)).integerValue(), 7);
-    EXPECT_EQ(PlistValue(2.5).type(), PlistValue::Type::Real);
-    EXPECT_DOUBLE_EQ(PlistValue(2.5).doubleValue(), 2.5);
-    EXPECT_EQ(PlistValue(true).type(), PlistValue::Type::Boolean);
-    EXPECT_EQ(PlistValue(date).type(), PlistValue::Type::Date);
-    EXPECT_EQ(PlistValue(date).date(), date);
-    EXPECT_EQ(PlistValue(bytes).type(), PlistValue::Type::Data);
-    EXPECT_EQ(PlistValue(bytes).data(), bytes);
-
-    const PlistValue strings(QStringList{QStringLiteral("a"), QStringLiteral("b")});
-    ASSERT_TRUE(strings.isArray());
-    EXPECT_EQ(strings.stringList(), (QStringList{QStringLiteral("a"), QStringLiteral("b")}));
-
-    const PlistValue mixed(PlistArray{PlistValue("x"), PlistValue(1), PlistValue("y")});
-    EXPECT_EQ(mixed.stringList(), (QStringList{QStringLiteral("x"), QStringLiteral("y")}));
-
-    const PlistValue dict(PlistDict{{QStringLiteral("k"), PlistValue(1)}});
-    ASSERT_TRUE(dict.isDictionary());
-    EXPECT_EQ(dict.dict().value(QStringLiteral("k")).integerValue(), 1);
-
-    // Exact accessors of another type give an empty value of the asked type.
-    EXPECT_TRUE(PlistValue(5).string().isEmpty());
-    EXPECT_FALSE(PlistValue("x").date().isValid());
-    EXPECT_TRUE(PlistValue("x").data().isEmpty());
-    EXPECT_TRUE(PlistValue("x").array().empty());
-    EXPECT_TRUE(PlistValue("x").dict().isEmpty());
-}
-
-TEST(PlistValueTest, NumbersAreIntegerRealOrBoolean)
-{
-    EXPECT_TRUE(PlistValue(1).isNumber());
-    EXPECT_TRUE(PlistValue(1.0).isNumber());
-    EXPECT_TRUE(PlistValue(false).isNumber());
-    EXPECT_FALSE(PlistValue("1").isNumber());
-    EXPECT_FALSE(PlistValue(QDateTime::currentDateTimeUtc()).isNumber());
-}
-
 TEST(PlistValueTest, IntegerValueOfStringsFollowsFoundation)
 {
     EXPECT_EQ(PlistValue(" 42abc").integerValue(), 42);
