@@ -1,5 +1,7 @@
 #include "HelperProtocol.h"
 
+#include <signal.h>
+
 namespace {
 
 bool isPlain(unsigned char c)
@@ -99,4 +101,16 @@ std::optional<std::vector<std::string>> HelperProtocol::fields(const std::string
         }
         start = space + 1;
     }
+}
+
+void HelperProtocol::initSpawnAttributes(posix_spawnattr_t *attributes)
+{
+    posix_spawnattr_init(attributes);
+    sigset_t none;
+    sigemptyset(&none);
+    posix_spawnattr_setsigmask(attributes, &none);
+    sigset_t all;
+    sigfillset(&all);
+    posix_spawnattr_setsigdefault(attributes, &all);
+    posix_spawnattr_setflags(attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 }

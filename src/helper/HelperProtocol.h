@@ -1,5 +1,7 @@
 #pragma once
 
+#include <spawn.h>
+
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -38,4 +40,8 @@ public:
     static std::string line(const std::vector<std::string> &fields);
     // The decoded fields of a line given without its newline; no value when any is malformed.
     static std::optional<std::vector<std::string>> fields(const std::string &line);
+
+    // Both sides start programs with posix_spawn: the child gets an empty signal mask and
+    // every signal at its default action, whatever the parent ignores or catches.
+    static void initSpawnAttributes(posix_spawnattr_t *attributes);
 };

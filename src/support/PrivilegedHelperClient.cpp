@@ -89,14 +89,7 @@ PrivilegedHelperClient::Start PrivilegedHelperClient::start(const QString &progr
     posix_spawn_file_actions_adddup2(&actions, pair[1], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, pair[1], STDOUT_FILENO);
     posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    sigset_t none;
-    sigemptyset(&none);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    sigset_t all;
-    sigfillset(&all);
-    posix_spawnattr_setsigdefault(&attributes, &all);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    HelperProtocol::initSpawnAttributes(&attributes);
 
     pid_t pid = -1;
     const int result =
