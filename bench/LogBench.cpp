@@ -68,7 +68,8 @@ int main(int argc, char **argv)
         while (!file.atEnd()) {
             const QByteArray line = file.readLine();
             const int dash = line.indexOf(" - ");
-            if (dash < 0 || line.size() < dash + 11 || line.mid(dash + 3).startsWith("Log truncated")) {
+            if (dash < 0 || line.size() < dash + 11 ||
+                line.mid(dash + 3).startsWith("Log truncated")) {
                 continue;
             }
             bool ok = false;

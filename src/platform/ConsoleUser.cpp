@@ -21,7 +21,8 @@ std::optional<QString> ConsoleUser::query()
         result = QStringLiteral("loginwindow");
     } else {
         char buffer[16384];
-        struct passwd entry {};
+        struct passwd entry
+        {};
         struct passwd *found = nullptr;
         if (getpwuid_r(uid, &entry, buffer, sizeof buffer, &found) == 0 && found) {
             result = QString::fromLocal8Bit(found->pw_name);

@@ -58,10 +58,8 @@ PlistValue::PlistValue(bool boolean) : m_value(boolean) {}
 PlistValue::PlistValue(const QDateTime &date) : m_value(date) {}
 PlistValue::PlistValue(const QByteArray &data) : m_value(data) {}
 PlistValue::PlistValue(const PlistArray &array) : m_value(std::make_shared<PlistArray>(array)) {}
-PlistValue::PlistValue(PlistArray &&array)
-    : m_value(std::make_shared<PlistArray>(std::move(array)))
-{
-}
+PlistValue::PlistValue(PlistArray &&array) : m_value(std::make_shared<PlistArray>(std::move(array)))
+{}
 PlistValue::PlistValue(const PlistDict &dict) : m_value(std::make_shared<PlistDict>(dict)) {}
 PlistValue::PlistValue(PlistDict &&dict) : m_value(std::make_shared<PlistDict>(std::move(dict))) {}
 

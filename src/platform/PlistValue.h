@@ -19,7 +19,18 @@ using PlistArray = std::vector<PlistValue>;
 class PlistValue
 {
 public:
-    enum class Type { None, String, Integer, Real, Boolean, Date, Data, Array, Dictionary };
+    enum class Type
+    {
+        None,
+        String,
+        Integer,
+        Real,
+        Boolean,
+        Date,
+        Data,
+        Array,
+        Dictionary
+    };
 
     PlistValue() = default;
     PlistValue(const QString &string);
@@ -79,8 +90,8 @@ public:
     bool operator!=(const PlistValue &other) const { return !(*this == other); }
 
 private:
-    using Storage = std::variant<std::monostate, QString, qint64, double, bool, QDateTime,
-                                 QByteArray, std::shared_ptr<PlistArray>,
-                                 std::shared_ptr<PlistDict>>;
+    using Storage =
+        std::variant<std::monostate, QString, qint64, double, bool, QDateTime, QByteArray,
+                     std::shared_ptr<PlistArray>, std::shared_ptr<PlistDict>>;
     Storage m_value;
 };

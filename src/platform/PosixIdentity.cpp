@@ -21,7 +21,8 @@ std::optional<PasswdEntry> lookup(const char *name, std::optional<uid_t> uid)
 {
     long size = sysconf(_SC_GETPW_R_SIZE_MAX);
     std::vector<char> buffer(static_cast<size_t>(size > 0 ? size : 16384));
-    struct passwd entry {};
+    struct passwd entry
+    {};
     struct passwd *result = nullptr;
     const int rc = name ? getpwnam_r(name, &entry, buffer.data(), buffer.size(), &result)
                         : getpwuid_r(*uid, &entry, buffer.data(), buffer.size(), &result);

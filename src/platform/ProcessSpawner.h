@@ -30,7 +30,8 @@ public:
     virtual void kill() = 0;
 };
 
-enum class ProcessOutput {
+enum class ProcessOutput
+{
     Discard,              // standard output and error to the null device
     Collect,              // both collected; standard input an open, empty pipe
     StreamStandardOutput, // standard output read in pieces; standard error discarded
@@ -44,8 +45,8 @@ public:
 
     // A running process, or null when the launch failed (the reason in *error).
     virtual std::shared_ptr<ChildProcess> start(const QString &program,
-                                                const QStringList &arguments,
-                                                ProcessOutput output, QString *error) = 0;
+                                                const QStringList &arguments, ProcessOutput output,
+                                                QString *error) = 0;
     // Starts a process that is never waited for (and never left a zombie).
     virtual bool startDetached(const QString &program, const QStringList &arguments) = 0;
 

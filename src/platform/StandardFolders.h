@@ -8,7 +8,8 @@
 class StandardFolders
 {
 public:
-    enum Directory {
+    enum Directory
+    {
         ApplicationDirectory = 1,
         AdminApplicationDirectory = 4,
         LibraryDirectory = 5,
@@ -18,7 +19,8 @@ public:
         CachesDirectory = 13,
         ApplicationSupportDirectory = 14,
     };
-    enum Domain {
+    enum Domain
+    {
         UserDomain = 1,
         LocalDomain = 2,
         SystemDomain = 8,

@@ -11,8 +11,7 @@
 VTException::VTException(QString name, QString reason)
     : m_name(std::move(name)), m_reason(std::move(reason)),
       m_what((m_name + QStringLiteral(": ") + m_reason).toUtf8())
-{
-}
+{}
 
 QString VTException::nameOf(const std::exception &exception)
 {
@@ -55,9 +54,9 @@ QString VTException::logCurrentException(const char *method)
     } catch (const std::exception &e) {
         return logException(e, method);
     } catch (...) {
-        return logException(VTException(QStringLiteral("NSGenericException"),
-                                        QStringLiteral("Unknown exception")),
-                            method);
+        return logException(
+            VTException(QStringLiteral("NSGenericException"), QStringLiteral("Unknown exception")),
+            method);
     }
 }
 

@@ -204,18 +204,30 @@ bool VTLocalPaths::isPathSystemDirectory(const QString &path, bool exactMatch)
         p.truncate(p.size() - 2);
     }
     const std::optional<QString> exact[] = {
-        applicationDirectory(true),      applicationDirectory(false),
-        adminApplicationDirectory(true), adminApplicationDirectory(false),
-        documentDirectory(true),         documentDirectory(false),
-        libraryDirectory(true),          libraryDirectory(false),
-        prefsDirectory(true),            prefsDirectory(false),
-        cacheDirectory(true),            cacheDirectory(false),
-        appSupportDirectory(true),       appSupportDirectory(false),
-        desktopDirectory(),              userDirectory(),
-        systemLibraryDirectory(),        localDocumentationDirectory(),
-        QStringLiteral("/Users/Shared"), QStringLiteral("/Volumes"),
-        QStringLiteral("/home"),         QStringLiteral("/media"),
-        QStringLiteral("/mnt"),          QStringLiteral("/run/media"),
+        applicationDirectory(true),
+        applicationDirectory(false),
+        adminApplicationDirectory(true),
+        adminApplicationDirectory(false),
+        documentDirectory(true),
+        documentDirectory(false),
+        libraryDirectory(true),
+        libraryDirectory(false),
+        prefsDirectory(true),
+        prefsDirectory(false),
+        cacheDirectory(true),
+        cacheDirectory(false),
+        appSupportDirectory(true),
+        appSupportDirectory(false),
+        desktopDirectory(),
+        userDirectory(),
+        systemLibraryDirectory(),
+        localDocumentationDirectory(),
+        QStringLiteral("/Users/Shared"),
+        QStringLiteral("/Volumes"),
+        QStringLiteral("/home"),
+        QStringLiteral("/media"),
+        QStringLiteral("/mnt"),
+        QStringLiteral("/run/media"),
     };
     for (const auto &protectedPath : exact) {
         if (protectedPath && p == *protectedPath) {
@@ -226,9 +238,9 @@ bool VTLocalPaths::isPathSystemDirectory(const QString &path, bool exactMatch)
         return false;
     }
     // Plain string prefixes, not path components: "/variant" lies under "/var".
-    static const char *const prefixes[] = {"/usr", "/var", "/private/var", "/System", "/etc",
-                                           "/bin", "/sbin", "/lib",         "/boot",   "/dev",
-                                           "/proc", "/sys", "/run"};
+    static const char *const prefixes[] = {"/usr",  "/var",  "/private/var", "/System", "/etc",
+                                           "/bin",  "/sbin", "/lib",         "/boot",   "/dev",
+                                           "/proc", "/sys",  "/run"};
     for (const char *prefix : prefixes) {
         if (p.startsWith(QLatin1String(prefix))) {
             return true;

@@ -14,7 +14,13 @@
 #include <thread>
 
 // Text encodings by their platform numbers.
-enum class VTStringEncoding : int { ASCII = 1, UTF8 = 4, ISOLatin1 = 5, Unicode = 10 };
+enum class VTStringEncoding : int
+{
+    ASCII = 1,
+    UTF8 = 4,
+    ISOLatin1 = 5,
+    Unicode = 10
+};
 
 // Runs external programs: run and wait, exit status, collected output, no wait, with a
 // time limit, or streamed to a callback. Programs are started directly, never through a
@@ -25,12 +31,14 @@ public:
     // Where a caller may keep the running process so that another thread can stop it.
     using TaskSlot = std::shared_ptr<ChildProcess>;
     // Called with each piece of streamed output, this run and the caller's object.
-    using Delegate = std::function<void(const QByteArray &data, VTTask *task, const QVariant &object)>;
+    using Delegate =
+        std::function<void(const QByteArray &data, VTTask *task, const QVariant &object)>;
 
     static std::shared_ptr<VTTask> create();
     ~VTTask();
 
-    static bool runTask(const QString &path, const QStringList &arguments, TaskSlot *task = nullptr);
+    static bool runTask(const QString &path, const QStringList &arguments,
+                        TaskSlot *task = nullptr);
     static void runTaskAndReturn(const QString &path, const QStringList &arguments);
     static qint64 terminationCodeFromTask(const QString &path, const QStringList &arguments,
                                           TaskSlot *task = nullptr);
@@ -44,8 +52,8 @@ public:
     static void runTask(const QString &path, const QStringList &arguments, double timeout);
     static qint64 terminationCodeFromTask(const QString &path, const QStringList &arguments,
                                           double timeout);
-    static std::optional<QByteArray> dataFromTask(const QString &path,
-                                                  const QStringList &arguments, double timeout);
+    static std::optional<QByteArray> dataFromTask(const QString &path, const QStringList &arguments,
+                                                  double timeout);
     static QString stringFromTask(const QString &path, const QStringList &arguments,
                                   VTStringEncoding encoding, double timeout);
     static QString stringFromTask(const QString &path, const QStringList &arguments,
@@ -63,8 +71,8 @@ public:
 
     // Streamed run: returns at once; the delegate gets each piece of standard output on a
     // reading thread, then once more with empty data at the end.
-    void asyncDataFromTask(const QString &path, const QStringList &arguments,
-                           Delegate delegate, const QVariant &object = QVariant());
+    void asyncDataFromTask(const QString &path, const QStringList &arguments, Delegate delegate,
+                           const QVariant &object = QVariant());
     void launchAsyncTask();
     void asyncTaskReturnData(const QByteArray &data);
     void terminateAsyncTask();

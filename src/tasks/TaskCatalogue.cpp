@@ -24,8 +24,8 @@ std::optional<int> elementCount(const PlistValue &value)
 
 std::optional<PlistDict> TaskCatalogue::read(const QString &bundlePath)
 {
-    if (auto tasks =
-            PlistFileCache::readDictionary(bundlePath + QStringLiteral("/Contents/VTTasks.plist"))) {
+    if (auto tasks = PlistFileCache::readDictionary(bundlePath +
+                                                    QStringLiteral("/Contents/VTTasks.plist"))) {
         return tasks;
     }
     return PlistFileCache::readDictionary(bundlePath + QStringLiteral("/Contents/Info.plist"));

@@ -1,5 +1,5 @@
-#include "platform/PlistDict.h"
 #include "support/VTFormat.h"
+#include "platform/PlistDict.h"
 
 #include <gtest/gtest.h>
 
@@ -51,6 +51,7 @@ TEST(VTFormatTest, PercentSignsAndMissingArguments)
 
 TEST(VTFormatTest, NonAsciiTextPassesThrough)
 {
-    EXPECT_EQ(VTFormat::string(QStringLiteral("Whenever %@ changes"), QStringLiteral("~/Dokumente/Ünï")),
-              QStringLiteral("Whenever ~/Dokumente/Ünï changes"));
+    EXPECT_EQ(
+        VTFormat::string(QStringLiteral("Whenever %@ changes"), QStringLiteral("~/Dokumente/Ünï")),
+        QStringLiteral("Whenever ~/Dokumente/Ünï changes"));
 }

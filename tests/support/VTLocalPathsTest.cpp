@@ -30,7 +30,8 @@ protected:
     }
 
     // Root, with its own home where the platform puts it and anna at the console.
-    void becomeRoot(const QString &rootHome, const std::optional<QString> &console = QStringLiteral("anna"))
+    void becomeRoot(const QString &rootHome,
+                    const std::optional<QString> &console = QStringLiteral("anna"))
     {
         identity->uid = 0;
         identity->name = QStringLiteral("root");
@@ -48,8 +49,10 @@ TEST_F(VTLocalPathsTest, OrdinaryUserGetsTheFoldersOfHisHome)
     EXPECT_EQ(VTLocalPaths::prefsDirectory(false), some(root + "/Library/Preferences"));
     EXPECT_EQ(VTLocalPaths::logDirectory(true), some(annaHome + "/Library/Logs"));
     EXPECT_EQ(VTLocalPaths::applicationDirectory(false), some(root + "/Applications"));
-    EXPECT_EQ(VTLocalPaths::adminApplicationDirectory(true), some(annaHome + "/Applications/Utilities"));
-    EXPECT_EQ(VTLocalPaths::appSupportDirectory(false), some(root + "/Library/Application Support"));
+    EXPECT_EQ(VTLocalPaths::adminApplicationDirectory(true),
+              some(annaHome + "/Applications/Utilities"));
+    EXPECT_EQ(VTLocalPaths::appSupportDirectory(false),
+              some(root + "/Library/Application Support"));
     EXPECT_EQ(VTLocalPaths::cacheDirectory(true), some(annaHome + "/Library/Caches"));
     EXPECT_EQ(VTLocalPaths::systemLibraryDirectory(), some(root + "/System/Library"));
     EXPECT_EQ(VTLocalPaths::localDocumentationDirectory(), some(root + "/Library/Documentation"));
@@ -87,7 +90,8 @@ TEST_F(VTLocalPathsTest, RootIsRedirectedIntoTheConsoleUsersHome)
 
     // A sandboxed root home is stripped the same way.
     becomeRoot(sandbox.path() + "/roothome");
-    EXPECT_EQ(VTLocalPaths::appSupportDirectory(true), some(annaHome + "/Library/Application Support"));
+    EXPECT_EQ(VTLocalPaths::appSupportDirectory(true),
+              some(annaHome + "/Library/Application Support"));
 }
 
 TEST_F(VTLocalPathsTest, PrivateVarRootKeepsItsLastLetter)
@@ -158,7 +162,8 @@ TEST_F(VTLocalPathsTest, SystemDirectoryGuard)
     };
     for (const Case &c : cases) {
         EXPECT_EQ(VTLocalPaths::isPathSystemDirectory(c.path), c.loose) << c.path.toStdString();
-        EXPECT_EQ(VTLocalPaths::isPathSystemDirectory(c.path, true), c.exact) << c.path.toStdString();
+        EXPECT_EQ(VTLocalPaths::isPathSystemDirectory(c.path, true), c.exact)
+            << c.path.toStdString();
     }
 }
 

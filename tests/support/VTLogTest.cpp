@@ -1,6 +1,6 @@
+#include "support/VTLog.h"
 #include "platform/Bundle.h"
 #include "platform/PropertyList.h"
-#include "support/VTLog.h"
 #include "testsupport/FakeIdentity.h"
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
@@ -46,9 +46,9 @@ protected:
 
 TEST_F(VTLogTest, NewLogStartsWithTheMachineHeader)
 {
-    const QString bundle = TestFiles::makeBundle(
-        sandbox.path(), QStringLiteral("Kairo Planner"),
-        {{QStringLiteral("CFBundleVersion"), QStringLiteral("42")}});
+    const QString bundle =
+        TestFiles::makeBundle(sandbox.path(), QStringLiteral("Kairo Planner"),
+                              {{QStringLiteral("CFBundleVersion"), QStringLiteral("42")}});
     Bundle::setMainBundlePath(bundle);
 
     VTLog::createNewLog(QStringLiteral("Test"));
@@ -66,10 +66,11 @@ TEST_F(VTLogTest, NewLogStartsWithTheMachineHeader)
                     .hasMatch())
         << lines[3].toStdString();
     EXPECT_EQ(lines[4], QStringLiteral("Running in 64-bit mode"));
-    EXPECT_TRUE(QRegularExpression(
-                    R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4} - Task bundle ID: com\.vantreel\.Quill\.\.\.$)")
-                    .match(lines[5])
-                    .hasMatch())
+    EXPECT_TRUE(
+        QRegularExpression(
+            R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4} - Task bundle ID: com\.vantreel\.Quill\.\.\.$)")
+            .match(lines[5])
+            .hasMatch())
         << lines[5].toStdString();
 }
 
@@ -121,7 +122,8 @@ TEST_F(VTLogTest, GlobalSwitchTurnsLoggingOff)
         EXPECT_TRUE(VTLog::sharedController().loggingDisabled());
         EXPECT_FALSE(QFileInfo::exists(generation(1)));
     }
-    for (const PlistValue &on : {PlistValue(QStringLiteral("yes")), PlistValue(0), PlistValue(false)}) {
+    for (const PlistValue &on :
+         {PlistValue(QStringLiteral("yes")), PlistValue(0), PlistValue(false)}) {
         VTLog::resetForTesting();
         setGlobal(on);
         VTLog::createNewLog(QStringLiteral("Test"));
@@ -239,7 +241,8 @@ TEST_F(VTLogTest, WithoutALogFileTheMessageGoesToTheConsole)
     VTLog::appendLog(QStringLiteral("nowhere to go"));
     VTLog::finishWriting();
     const QString printed = console.finish();
-    EXPECT_TRUE(printed.contains(QStringLiteral("Unable to log the following information: nowhere to go")));
+    EXPECT_TRUE(
+        printed.contains(QStringLiteral("Unable to log the following information: nowhere to go")));
     EXPECT_TRUE(printed.contains(QStringLiteral("Unable to open log for output")));
 }
 
