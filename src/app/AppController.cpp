@@ -2,6 +2,7 @@
 
 #include "platform/Bundle.h"
 #include "platform/Clock.h"
+#include "platform/LookupSnapshot.h"
 #include "platform/PathString.h"
 #include "platform/PropertyList.h"
 #include "platform/Trash.h"
@@ -266,10 +267,15 @@ void AppController::populateScheduledTasks(bool userOnly)
         if (!ensureFolder(agents) || !ensureFolder(daemons)) {
             return;
         }
-        TaskList tasks = *scanFolder(agents, false);
-        if (!userOnly) {
-            TaskList rootTasks = *scanFolder(daemons, true);
-            tasks.insert(tasks.end(), rootTasks.begin(), rootTasks.end());
+        TaskList tasks;
+        {
+            // One look at each application and catalogue for the whole scan.
+            const LookupSnapshot snapshot;
+            tasks = *scanFolder(agents, false);
+            if (!userOnly) {
+                TaskList rootTasks = *scanFolder(daemons, true);
+                tasks.insert(tasks.end(), rootTasks.begin(), rootTasks.end());
+            }
         }
         setDataArray(tasks);
         if (m_hasGUI && m_view) {

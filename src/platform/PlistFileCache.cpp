@@ -1,6 +1,7 @@
 #include "PlistFileCache.h"
 
 #include "FileNames.h"
+#include "LookupSnapshot.h"
 #include "PropertyList.h"
 
 #include <QFile>
@@ -67,6 +68,21 @@ std::optional<Stamp> stampOf(const QString &path)
 } // namespace
 
 std::optional<PlistDict> PlistFileCache::readDictionary(const QString &path)
+{
+    LookupSnapshot *snapshot = LookupSnapshot::current();
+    if (snapshot) {
+        if (auto remembered = snapshot->dictionary(path)) {
+            return *remembered;
+        }
+    }
+    std::optional<PlistDict> value = readChecked(path);
+    if (snapshot) {
+        snapshot->rememberDictionary(path, value);
+    }
+    return value;
+}
+
+std::optional<PlistDict> PlistFileCache::readChecked(const QString &path)
 {
     const auto stamp = stampOf(path);
     if (!stamp) {

@@ -8,9 +8,11 @@
 
 namespace {
 
-QString indent(int level)
+void appendIndent(QString &out, int level)
 {
-    return QString(level * 4, QLatin1Char(' '));
+    for (int i = 0; i < level; ++i) {
+        out += QLatin1String("    ");
+    }
 }
 
 // Characters that may stand unquoted in old-style text.
@@ -40,11 +42,17 @@ QString dateText(const QDateTime &date)
 
 QString PlistText::quoted(const QString &string)
 {
-    if (isPlainWord(string)) {
-        return string;
-    }
     QString out;
-    out.reserve(string.size() + 2);
+    appendQuoted(out, string);
+    return out;
+}
+
+void PlistText::appendQuoted(QString &out, const QString &string)
+{
+    if (isPlainWord(string)) {
+        out += string;
+        return;
+    }
     out += QLatin1Char('"');
     for (QChar c : string) {
         const char16_t u = c.unicode();
@@ -66,14 +74,17 @@ QString PlistText::quoted(const QString &string)
             break;
         default:
             if (u < 0x20 || u >= 0x7f) {
-                out += QStringLiteral("\\U%1").arg(static_cast<uint>(u), 4, 16, QLatin1Char('0'));
+                static const char hex[] = "0123456789abcdef";
+                out += QLatin1String("\\U");
+                for (int shift = 12; shift >= 0; shift -= 4) {
+                    out += QLatin1Char(hex[(u >> shift) & 0xf]);
+                }
             } else {
                 out += c;
             }
         }
     }
     out += QLatin1Char('"');
-    return out;
 }
 
 void PlistText::append(QString &out, const PlistValue &value, int level)
@@ -83,7 +94,7 @@ void PlistText::append(QString &out, const PlistValue &value, int level)
         out += QLatin1String("(null)");
         break;
     case PlistValue::Type::String:
-        out += quoted(value.string());
+        appendQuoted(out, value.string());
         break;
     case PlistValue::Type::Integer:
     case PlistValue::Type::Boolean:
@@ -93,7 +104,7 @@ void PlistText::append(QString &out, const PlistValue &value, int level)
         out += QString::number(value.doubleValue(), 'g', QLocale::FloatingPointShortest);
         break;
     case PlistValue::Type::Date:
-        out += quoted(dateText(value.date()));
+        appendQuoted(out, dateText(value.date()));
         break;
     case PlistValue::Type::Data:
         out += QLatin1Char('<') + QString::fromLatin1(value.data().toHex()) + QLatin1Char('>');
@@ -102,15 +113,16 @@ void PlistText::append(QString &out, const PlistValue &value, int level)
         out += QLatin1String("(\n");
         const PlistArray &array = value.array();
         for (size_t i = 0; i < array.size(); ++i) {
-            out += indent(level + 1);
+            appendIndent(out, level + 1);
             // A nested container is set off by its own indentation here as well.
             if (array[i].isArray() || array[i].isDictionary()) {
-                out += indent(level + 1);
+                appendIndent(out, level + 1);
             }
             append(out, array[i], level + 1);
             out += i + 1 < array.size() ? QLatin1String(",\n") : QLatin1String("\n");
         }
-        out += indent(level) + QLatin1Char(')');
+        appendIndent(out, level);
+        out += QLatin1Char(')');
         break;
     }
     case PlistValue::Type::Dictionary: {
@@ -125,16 +137,19 @@ void PlistText::append(QString &out, const PlistValue &value, int level)
             [](const PlistDict::Entry *a, const PlistDict::Entry *b) { return a->key < b->key; });
         out += QLatin1String("{\n");
         for (const PlistDict::Entry *entry : sorted) {
-            out += indent(level + 1) + quoted(entry->key) + QLatin1String(" = ");
+            appendIndent(out, level + 1);
+            appendQuoted(out, entry->key);
+            out += QLatin1String(" = ");
             // Nested containers start on the same line, set off by their own indentation,
             // the way a dictionary has always described itself.
             if (entry->value.isArray() || entry->value.isDictionary()) {
-                out += indent(level + 1);
+                appendIndent(out, level + 1);
             }
             append(out, entry->value, level + 1);
             out += QLatin1String(";\n");
         }
-        out += indent(level) + QLatin1Char('}');
+        appendIndent(out, level);
+        out += QLatin1Char('}');
         break;
     }
     }
@@ -143,6 +158,7 @@ void PlistText::append(QString &out, const PlistValue &value, int level)
 QString PlistText::render(const PlistValue &value)
 {
     QString out;
+    out.reserve(4096);
     append(out, value, 0);
     return out;
 }

@@ -30,4 +30,5 @@ public:
 
 private:
     static void append(QString &out, const PlistValue &value, int level);
+    static void appendQuoted(QString &out, const QString &string);
 };

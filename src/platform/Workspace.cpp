@@ -1,5 +1,7 @@
 #include "Workspace.h"
 
+#include "LookupSnapshot.h"
+
 #include "Bundle.h"
 #include "Environment.h"
 #include "FileNames.h"
@@ -311,6 +313,21 @@ std::optional<QString> Workspace::absolutePathForAppBundleWithIdentifier(const Q
     if (bundleID.isEmpty()) {
         return std::nullopt;
     }
+    LookupSnapshot *snapshot = LookupSnapshot::current();
+    if (snapshot) {
+        if (auto remembered = snapshot->applicationPath(bundleID)) {
+            return *remembered;
+        }
+    }
+    std::optional<QString> path = lookUpApplication(bundleID);
+    if (snapshot) {
+        snapshot->rememberApplicationPath(bundleID, path);
+    }
+    return path;
+}
+
+std::optional<QString> Workspace::lookUpApplication(const QString &bundleID)
+{
     const QStringList folders = searchFolders();
     AppIndex &index = appIndex();
     std::lock_guard<std::mutex> lock(index.mutex);

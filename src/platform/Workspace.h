@@ -32,4 +32,7 @@ public:
 
     // Forgets cached lookups and icons.
     static void invalidateCaches();
+
+private:
+    static std::optional<QString> lookUpApplication(const QString &bundleID);
 };

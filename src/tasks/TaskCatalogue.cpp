@@ -20,6 +20,20 @@ std::optional<int> elementCount(const PlistValue &value)
     return std::nullopt;
 }
 
+// Element by element, as strings compare.
+bool sameArguments(const PlistArray &command, const QStringList &arguments)
+{
+    if (command.size() != static_cast<size_t>(arguments.size())) {
+        return false;
+    }
+    for (size_t i = 0; i < command.size(); ++i) {
+        if (!command[i].isString() || command[i].string() != arguments[static_cast<qsizetype>(i)]) {
+            return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 std::optional<PlistDict> TaskCatalogue::read(const QString &bundlePath)
@@ -102,7 +116,17 @@ std::optional<QString> TaskCatalogue::descriptionFromArguments(VTScheduledTask &
     if (!appPath) {
         return std::nullopt;
     }
-    const auto catalogue = read(*appPath);
+    return descriptionFromArguments(task, *appPath);
+}
+
+std::optional<QString> TaskCatalogue::descriptionFromArguments(VTScheduledTask &task,
+                                                               const QString &appPath)
+{
+    const auto &arguments = task.taskArguments();
+    if (!arguments || arguments->isEmpty() || !task.taskBundleID()) {
+        return std::nullopt;
+    }
+    const auto catalogue = read(appPath);
     if (!catalogue) {
         return std::nullopt;
     }
@@ -117,10 +141,9 @@ std::optional<QString> TaskCatalogue::descriptionFromArguments(VTScheduledTask &
     if (!tasks.isArray()) {
         return std::nullopt;
     }
-    const PlistValue wanted(*arguments);
     for (const PlistValue &entry : tasks.array()) {
         const PlistValue command = entry.dict().value(QStringLiteral("command"));
-        if (command.isArray() && command == wanted) {
+        if (command.isArray() && sameArguments(command.array(), *arguments)) {
             const PlistValue id = entry.dict().value(QStringLiteral("id"));
             if (id.isString()) {
                 task.setTaskID(id.string());

@@ -1,5 +1,7 @@
 // Workspace: finding applications by bundle identifier, their icons, and starting them.
 #include "platform/Workspace.h"
+#include "platform/LookupSnapshot.h"
+#include "platform/PlistFileCache.h"
 #include "platform/PropertyList.h"
 
 #include "PrintQt.h"
@@ -15,6 +17,8 @@
 #include <QThread>
 
 #include <gtest/gtest.h>
+
+#include <thread>
 
 namespace {
 
@@ -160,6 +164,54 @@ TEST_F(WorkspaceTest, MovedOrDeletedBundlesAreNotReturnedStale)
 
     ASSERT_TRUE(QDir(moved).removeRecursively());
     EXPECT_FALSE(lookup("com.vantreel.QuillPro"));
+}
+
+static bool writeVersion(const QString &file, const char *version)
+{
+    return PropertyList::writeXml(PlistValue(PlistDict{{QStringLiteral("version"),
+                                                        PlistValue(QString::fromLatin1(version))}}),
+                                  file);
+}
+
+// A scan sees one picture: what it found first stays found until the snapshot ends,
+// misses included, on its own thread only.
+TEST_F(WorkspaceTest, ASnapshotKeepsItsAnswersUntilItEnds)
+{
+    const QString original = TestFiles::makeBundle(userApps(), QStringLiteral("Quill"),
+                                                   info(QStringLiteral("com.vantreel.Quill")));
+    const QString catalogue = original + QStringLiteral("/Contents/VTTasks.plist");
+    ASSERT_TRUE(writeVersion(catalogue, "1"));
+    const QString moved = m_sandbox.mkdir(QStringLiteral("home/anna/Applications/Moved")) +
+                          QStringLiteral("/Quill.app");
+    {
+        const LookupSnapshot snapshot;
+        ASSERT_EQ(lookup("com.vantreel.Quill"), std::optional<QString>(original));
+        EXPECT_FALSE(lookup("com.vantreel.Tessel"));
+        ASSERT_TRUE(PlistFileCache::readDictionary(catalogue));
+
+        TestFiles::makeBundle(userApps(), QStringLiteral("Tessel"),
+                              info(QStringLiteral("com.vantreel.Tessel")));
+        ASSERT_TRUE(writeVersion(catalogue, "2"));
+        {
+            const LookupSnapshot nested;
+            EXPECT_FALSE(lookup("com.vantreel.Tessel"));
+            EXPECT_EQ(PlistFileCache::readDictionary(catalogue)->value(QStringLiteral("version")),
+                      PlistValue(QStringLiteral("1")));
+        }
+        ASSERT_TRUE(QDir().rename(original, moved));
+        EXPECT_EQ(lookup("com.vantreel.Quill"), std::optional<QString>(original))
+            << "the end of a nested snapshot ends nothing";
+
+        std::optional<QString> elsewhere;
+        std::thread other([&] { elsewhere = lookup("com.vantreel.Quill"); });
+        other.join();
+        EXPECT_EQ(elsewhere, std::optional<QString>(moved));
+    }
+    EXPECT_EQ(lookup("com.vantreel.Quill"), std::optional<QString>(moved));
+    EXPECT_TRUE(lookup("com.vantreel.Tessel"));
+    EXPECT_EQ(PlistFileCache::readDictionary(moved + QStringLiteral("/Contents/VTTasks.plist"))
+                  ->value(QStringLiteral("version")),
+              PlistValue(QStringLiteral("2")));
 }
 
 TEST_F(WorkspaceTest, BundleInstalledAfterALookupIsFound)
