@@ -1,4 +1,5 @@
 #include "AppTree.h"
+#include "BenchClient.h"
 
 #include "platform/PlistDict.h"
 #include "platform/PropertyList.h"
@@ -13,34 +14,10 @@ namespace {
 void makeBundle(const QString &folder, int number, bool client)
 {
     const QString name = QStringLiteral("App%1").arg(number);
-    const QString bundle = folder + QLatin1Char('/') + name + QStringLiteral(".app");
-    QDir().mkpath(bundle + QStringLiteral("/Contents/MacOS"));
-    QDir().mkpath(bundle + QStringLiteral("/Contents/Resources"));
-    PlistDict info;
-    info.insert(QStringLiteral("CFBundleIdentifier"),
-                (client ? QStringLiteral("com.vantreel.") : QStringLiteral("org.example.")) + name);
-    info.insert(QStringLiteral("CFBundleName"), name);
-    PropertyList::writeXml(PlistValue(info), bundle + QStringLiteral("/Contents/Info.plist"));
-    QFile exe(bundle + QStringLiteral("/Contents/MacOS/") + name);
-    exe.open(QIODevice::WriteOnly);
-    exe.write("#!/bin/sh\n");
-    exe.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    if (!client) {
-        return;
-    }
-    PlistArray tasks;
-    for (int t = 0; t < 3; ++t) {
-        PlistDict entry;
-        entry.insert(QStringLiteral("id"), QStringLiteral("task%1").arg(t));
-        entry.insert(QStringLiteral("command"),
-                     PlistValue(QStringList{QStringLiteral("-task"), QString::number(t)}));
-        entry.insert(QStringLiteral("description"), QStringLiteral("%1 task %2").arg(name).arg(t));
-        tasks.emplace_back(entry);
-    }
-    PlistDict catalogue;
-    catalogue.insert(QStringLiteral("VTTasks"), PlistValue(tasks));
-    PropertyList::writeXml(PlistValue(catalogue),
-                           bundle + QStringLiteral("/Contents/VTTasks.plist"));
+    BenchClient::write(folder, name,
+                       (client ? QStringLiteral("com.vantreel.") : QStringLiteral("org.example.")) +
+                           name,
+                       client ? 3 : 0);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 // start-up under 60 ms. The ratios use CPU time (the child's user and system time, the
 // loop's own), the least of several runs, so that a busy machine does not decide them;
 // wall times are printed beside them.
+#include "BenchClient.h"
 #include "platform/PropertyList.h"
 
 #include <QCoreApplication>
@@ -98,30 +99,7 @@ void writeClients(const QString &applications)
 {
     for (int c = 0; c < kClients; ++c) {
         const QString name = QStringLiteral("Client%1").arg(c);
-        const QString bundle = applications + QLatin1Char('/') + name + QStringLiteral(".app");
-        QDir().mkpath(bundle + QStringLiteral("/Contents/MacOS"));
-        PlistDict info;
-        info.insert(QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.vantreel.") + name);
-        info.insert(QStringLiteral("CFBundleName"), name);
-        PropertyList::writeXml(PlistValue(info), bundle + QStringLiteral("/Contents/Info.plist"));
-        QFile exe(bundle + QStringLiteral("/Contents/MacOS/") + name);
-        exe.open(QIODevice::WriteOnly);
-        exe.write("#!/bin/sh\n");
-        exe.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        PlistArray tasks;
-        for (int t = 0; t < 5; ++t) {
-            PlistDict entry;
-            entry.insert(QStringLiteral("id"), QStringLiteral("task%1").arg(t));
-            entry.insert(QStringLiteral("command"),
-                         PlistValue(QStringList{QStringLiteral("-task"), QString::number(t)}));
-            entry.insert(QStringLiteral("description"),
-                         QStringLiteral("%1 task %2").arg(name).arg(t));
-            tasks.emplace_back(entry);
-        }
-        PlistDict catalogue;
-        catalogue.insert(QStringLiteral("VTTasks"), PlistValue(tasks));
-        PropertyList::writeXml(PlistValue(catalogue),
-                               bundle + QStringLiteral("/Contents/VTTasks.plist"));
+        BenchClient::write(applications, name, QStringLiteral("com.vantreel.") + name, 5);
     }
 }
 

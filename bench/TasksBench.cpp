@@ -1,5 +1,6 @@
 // Writing and reading back 1,000 scheduled tasks. The reader's cost per file is compared
 // with what libplist alone needs to parse the same files; the goal is at most twice that.
+#include "BenchClient.h"
 #include "platform/PropertyList.h"
 #include "support/VTAlert.h"
 #include "tasks/VTScheduledTask.h"
@@ -42,33 +43,6 @@ double cpuSeconds()
     return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) / 1e9;
 }
 
-void writeClient(const QString &applications)
-{
-    const QString bundle = applications + QStringLiteral("/Quill.app");
-    QDir().mkpath(bundle + QStringLiteral("/Contents/MacOS"));
-    PlistDict info;
-    info.insert(QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.vantreel.Quill"));
-    info.insert(QStringLiteral("CFBundleName"), QStringLiteral("Quill"));
-    PropertyList::writeXml(PlistValue(info), bundle + QStringLiteral("/Contents/Info.plist"));
-    QFile exe(bundle + QStringLiteral("/Contents/MacOS/Quill"));
-    exe.open(QIODevice::WriteOnly);
-    exe.write("#!/bin/sh\n");
-    exe.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    PlistArray tasks;
-    for (int i = 0; i < 20; ++i) {
-        PlistDict entry;
-        entry.insert(QStringLiteral("id"), QStringLiteral("task%1").arg(i));
-        entry.insert(QStringLiteral("command"),
-                     PlistValue(QStringList{QStringLiteral("-run"), QString::number(i)}));
-        entry.insert(QStringLiteral("description"), QStringLiteral("Task number %1").arg(i));
-        tasks.emplace_back(entry);
-    }
-    PlistDict catalogue;
-    catalogue.insert(QStringLiteral("VTTasks"), PlistValue(tasks));
-    PropertyList::writeXml(PlistValue(catalogue),
-                           bundle + QStringLiteral("/Contents/VTTasks.plist"));
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -88,7 +62,8 @@ int main(int argc, char **argv)
     // As root the user's folders are the console user's: make that the sandbox's user.
     setenv("VT_CONSOLE_USER", "bench", 1);
     setenv("VT_CONSOLE_HOME", home.toLocal8Bit().constData(), 1);
-    writeClient(applications);
+    BenchClient::write(applications, QStringLiteral("Quill"), QStringLiteral("com.vantreel.Quill"),
+                       20);
 
     const QString agents = home + QStringLiteral("/Library/LaunchAgents");
     QDir().mkpath(agents);
@@ -98,7 +73,7 @@ int main(int argc, char **argv)
         VTScheduledTask task;
         task.setFilename(agents + QStringLiteral("/com.vantreel.ScheduledTask%1.plist").arg(i + 1));
         task.setTaskBundleID(QStringLiteral("com.vantreel.Quill"));
-        task.setTaskArguments(QStringList{QStringLiteral("-run"), QString::number(i % 20)});
+        task.setTaskArguments(QStringList{QStringLiteral("-task"), QString::number(i % 20)});
         task.setTaskID(QStringLiteral("task%1").arg(i % 20));
         task.setScheduleType(i % 9);
         task.setIntervalSeconds(60);

@@ -6,6 +6,7 @@
 //   bundles: the longest gap between 5 ms timer ticks on the main thread while it runs
 //   (goal: at most 50 ms, so the window is never blocked by it).
 #include "AppTree.h"
+#include "BenchClient.h"
 #include "app/AppController.h"
 #include "platform/PropertyList.h"
 #include "tasks/VTScheduledTask.h"
@@ -58,36 +59,15 @@ public:
 
 bool writeJobs(const QString &applications, const QString &agents)
 {
-    const QString bundle = applications + QStringLiteral("/Quill.app");
-    QDir().mkpath(bundle + QStringLiteral("/Contents/MacOS"));
-    PlistDict info;
-    info.insert(QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.vantreel.Quill"));
-    info.insert(QStringLiteral("CFBundleName"), QStringLiteral("Quill"));
-    PropertyList::writeXml(PlistValue(info), bundle + QStringLiteral("/Contents/Info.plist"));
-    QFile exe(bundle + QStringLiteral("/Contents/MacOS/Quill"));
-    exe.open(QIODevice::WriteOnly);
-    exe.write("#!/bin/sh\n");
-    exe.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    PlistArray tasks;
-    for (int i = 0; i < 20; ++i) {
-        PlistDict entry;
-        entry.insert(QStringLiteral("id"), QStringLiteral("task%1").arg(i));
-        entry.insert(QStringLiteral("command"),
-                     PlistValue(QStringList{QStringLiteral("-run"), QString::number(i)}));
-        entry.insert(QStringLiteral("description"), QStringLiteral("Task number %1").arg(i));
-        tasks.emplace_back(entry);
-    }
-    PlistDict catalogue;
-    catalogue.insert(QStringLiteral("VTTasks"), PlistValue(tasks));
-    PropertyList::writeXml(PlistValue(catalogue),
-                           bundle + QStringLiteral("/Contents/VTTasks.plist"));
+    BenchClient::write(applications, QStringLiteral("Quill"), QStringLiteral("com.vantreel.Quill"),
+                       20);
 
     QDir().mkpath(agents);
     for (int i = 0; i < kTasks; ++i) {
         VTScheduledTask task;
         task.setFilename(agents + QStringLiteral("/com.vantreel.ScheduledTask%1.plist").arg(i + 1));
         task.setTaskBundleID(QStringLiteral("com.vantreel.Quill"));
-        task.setTaskArguments(QStringList{QStringLiteral("-run"), QString::number(i % 20)});
+        task.setTaskArguments(QStringList{QStringLiteral("-task"), QString::number(i % 20)});
         task.setTaskID(QStringLiteral("task%1").arg(i % 20));
         task.setScheduleType(i % 9);
         task.setIntervalSeconds(60 + i);

@@ -4,6 +4,7 @@
 #include "support/VTLog.h"
 #include "testsupport/ClientApps.h"
 #include "testsupport/FakeIdentity.h"
+#include "testsupport/Poll.h"
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
 
@@ -64,19 +65,6 @@ public:
 PlistValue oneTask(const QString &id = QStringLiteral("backup"))
 {
     return PlistValue(PlistArray{ClientApps::entry(id, {"-" + id}, "Task " + id)});
-}
-
-bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 10000)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeoutMs) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    }
-    return true;
 }
 
 } // namespace
@@ -291,7 +279,8 @@ TEST_F(DiscoveryTest, TheThreadReportsOnTheMainThreadInOrder)
     app("Vantreel", "Inkwell", "com.vantreel.Inkwell");
     controller->startDiscoveryThread();
     EXPECT_TRUE(controller->isDiscovering());
-    ASSERT_TRUE(waitUntil([&] { return !controller->isDiscovering(); }));
+    ASSERT_TRUE(
+        Poll::until([&] { return !controller->isDiscovering(); }, std::chrono::seconds(10)));
     QCoreApplication::processEvents();
     EXPECT_EQ(view.calls, QStringList({"startProgress", "clientApplicationsChanged 2",
                                        "selectItem com.vantreel.Quill", "endProgress"}));
@@ -302,7 +291,8 @@ TEST_F(DiscoveryTest, TheThreadReportsOnTheMainThreadInOrder)
 TEST_F(DiscoveryTest, WithoutApplicationsNothingIsSelected)
 {
     controller->startDiscoveryThread();
-    ASSERT_TRUE(waitUntil([&] { return !controller->isDiscovering(); }));
+    ASSERT_TRUE(
+        Poll::until([&] { return !controller->isDiscovering(); }, std::chrono::seconds(10)));
     EXPECT_EQ(view.calls, QStringList({"startProgress", "clientApplicationsChanged 0",
                                        "selectItem none", "endProgress"}));
 }

@@ -1,6 +1,7 @@
 #include "helper/HelperProtocol.h"
 #include "support/PrivilegedHelperClient.h"
 
+#include "testsupport/Poll.h"
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
 
@@ -26,19 +27,6 @@ namespace {
 const QString kHelper =
     QStringLiteral(KAIRO_BINARY_DIR "/Kairo Planner.app/Contents/MacOS/kairo-helper");
 using Kind = PrivilegedHelperClient::Reply::Kind;
-
-template <typename F>
-bool waitUntil(F &&condition, std::chrono::milliseconds limit = 5000ms)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return condition();
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
 
 std::string joined(const QStringList &lines)
 {
@@ -170,14 +158,14 @@ TEST_F(PrivilegedHelperTest, SpawnedToolsRunWithoutWaitingAndAreReaped)
             client.spawn("/bin/mkdir", {"-p", path("spawned/") + QByteArray::number(i)});
         EXPECT_EQ(reply.kind, Kind::Started);
     }
-    EXPECT_TRUE(waitUntil([&] {
+    EXPECT_TRUE(Poll::until([&] {
         return QDir(m_sandbox.path() + QStringLiteral("/spawned"))
                    .entryList(QDir::Dirs | QDir::NoDotAndDotDot)
                    .size() == 5;
     }));
     // No child of the helper is left behind, not even a zombie.
     const QString children = QStringLiteral("/proc/%1/task/%1/children").arg(helperPid);
-    EXPECT_TRUE(waitUntil([&] { return TestFiles::read(children).trimmed().isEmpty(); }))
+    EXPECT_TRUE(Poll::until([&] { return TestFiles::read(children).trimmed().isEmpty(); }))
         << TestFiles::read(children).toStdString();
     EXPECT_TRUE(client.isRunning());
 }

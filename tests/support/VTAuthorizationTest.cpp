@@ -5,6 +5,8 @@
 #include "support/VTLog.h"
 #include "testsupport/FakeIdentity.h"
 #include "testsupport/MockClock.h"
+#include "testsupport/Poll.h"
+#include "testsupport/RecordingSpawner.h"
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
 
@@ -31,90 +33,20 @@ const QString kPassword = QStringLiteral("open sesame %20");
 const QDateTime kNow(QDate(2011, 3, 4), QTime(12, 0, 5));
 const QString kStamp = QStringLiteral("20110304120005");
 
-template <typename F>
-bool waitUntil(F &&condition, std::chrono::milliseconds limit = 5000ms)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return condition();
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
-
 bool appears(const QString &path)
 {
-    return waitUntil([&] { return QFileInfo::exists(path); });
+    return Poll::until([&] { return QFileInfo::exists(path); });
 }
 
 bool disappears(const QString &path)
 {
-    return waitUntil([&] { return !QFileInfo::exists(path); });
+    return Poll::until([&] { return !QFileInfo::exists(path); });
 }
 
 std::string joined(const QStringList &lines)
 {
     return lines.join(QLatin1Char('|')).toStdString();
 }
-
-// Records what would be started, and starts nothing: for the tools that run as root.
-class RecordingSpawner : public ProcessSpawner
-{
-public:
-    struct Call
-    {
-        QString program;
-        QStringList arguments;
-        bool detached;
-    };
-
-    std::shared_ptr<ChildProcess> start(const QString &program, const QStringList &arguments,
-                                        ProcessOutput, QString *) override
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_calls.push_back({program, arguments, false});
-        return std::make_shared<Finished>();
-    }
-
-    bool startDetached(const QString &program, const QStringList &arguments) override
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_calls.push_back({program, arguments, true});
-        return true;
-    }
-
-    // "program arg arg" per call, "&" at the end of one not waited for.
-    QStringList calls() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        QStringList out;
-        for (const auto &call : m_calls) {
-            out.append((QStringList{call.program} + call.arguments).join(QLatin1Char(' ')) +
-                       (call.detached ? QStringLiteral(" &") : QString()));
-        }
-        return out;
-    }
-
-private:
-    class Finished : public ChildProcess
-    {
-    public:
-        qint64 processId() const override { return 4242; }
-        void waitForFinished() override {}
-        QByteArray readStandardOutputChunk() override { return {}; }
-        QByteArray standardOutput() override { return {}; }
-        QByteArray standardError() override { return {}; }
-        int terminationStatus() const override { return 0; }
-        bool isRunning() const override { return false; }
-        void terminate() override {}
-        void kill() override {}
-    };
-
-    mutable std::mutex m_mutex;
-    std::vector<Call> m_calls;
-};
 
 // An ordinary user, anna, whose home is the sandbox's; pkexec is played by a script that
 // records how it was called and starts the real helper.
@@ -305,7 +237,7 @@ TEST_F(VTAuthorizationTest, ADeadHelperIsStartedOnceMore)
     VTAuthorization &auth = VTAuthorization::sharedController();
     ASSERT_TRUE(auth.authStart());
     ASSERT_EQ(::kill(static_cast<pid_t>(lastHelperPid()), SIGKILL), 0);
-    EXPECT_TRUE(waitUntil([&] { return !auth.isAuthorized(); }));
+    EXPECT_TRUE(Poll::until([&] { return !auth.isAuthorized(); }));
 
     const QString folder = m_sandbox.path() + QStringLiteral("/after restart");
     EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/mkdir"), {folder}, false), 0);
@@ -520,7 +452,7 @@ TEST_F(VTAuthorizationTest, FolderContentsMoveEntryByEntryHiddenOnesToo)
                                 QStringLiteral("sub folder/inner")}) {
         EXPECT_TRUE(appears(destination + QLatin1Char('/') + name)) << name.toStdString();
     }
-    EXPECT_TRUE(waitUntil([&] {
+    EXPECT_TRUE(Poll::until([&] {
         return QDir(source).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
     }));
     EXPECT_TRUE(QFileInfo(source).isDir());
@@ -579,7 +511,7 @@ TEST_F(VTAuthorizationTest, TrashingFolderContentsTrashesEveryEntry)
     EXPECT_TRUE(appears(files + QStringLiteral("/a.plist")));
     EXPECT_TRUE(appears(files + QStringLiteral("/b_") + kStamp + QStringLiteral(".plist")));
     EXPECT_TRUE(appears(files + QStringLiteral("/.c")));
-    EXPECT_TRUE(waitUntil([&] {
+    EXPECT_TRUE(Poll::until([&] {
         return QDir(folder).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
     }));
     EXPECT_EQ(QDir(trash() + QStringLiteral("/info")).entryList(QDir::Files | QDir::Hidden).size(),

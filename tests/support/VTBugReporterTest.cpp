@@ -7,6 +7,7 @@
 #include "support/VTLog.h"
 #include "testsupport/FakeIdentity.h"
 #include "testsupport/MockClock.h"
+#include "testsupport/RecordingSpawner.h"
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
 
@@ -32,64 +33,6 @@ void PrintTo(const QString &text, std::ostream *os)
 }
 
 namespace {
-
-class FinishedProcess : public ChildProcess
-{
-public:
-    qint64 processId() const override { return 0; }
-    void waitForFinished() override {}
-    QByteArray readStandardOutputChunk() override { return {}; }
-    QByteArray standardOutput() override { return {}; }
-    QByteArray standardError() override { return {}; }
-    int terminationStatus() const override { return 0; }
-    bool isRunning() const override { return false; }
-    void terminate() override {}
-    void kill() override {}
-};
-
-// Records the programs that would be started; starts none.
-class RecordingSpawner : public ProcessSpawner
-{
-public:
-    struct Call
-    {
-        QString program;
-        QStringList arguments;
-        bool detached;
-    };
-
-    std::shared_ptr<ChildProcess> start(const QString &program, const QStringList &arguments,
-                                        ProcessOutput, QString *) override
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_calls.push_back({program, arguments, false});
-        return std::make_shared<FinishedProcess>();
-    }
-
-    bool startDetached(const QString &program, const QStringList &arguments) override
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_calls.push_back({program, arguments, true});
-        return true;
-    }
-
-    // "program arg arg..." of each call of the kind.
-    QStringList calls(bool detached)
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        QStringList lines;
-        for (const Call &call : m_calls) {
-            if (call.detached == detached) {
-                lines.append((QStringList{call.program} + call.arguments).join(QLatin1Char(' ')));
-            }
-        }
-        return lines;
-    }
-
-private:
-    std::mutex m_mutex;
-    std::vector<Call> m_calls;
-};
 
 class RecordingDelegate : public VTBugReporterDelegate
 {

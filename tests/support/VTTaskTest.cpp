@@ -3,6 +3,7 @@
 #include "platform/ProcessSpawner.h"
 #include "support/VTLog.h"
 #include "testsupport/FakeIdentity.h"
+#include "testsupport/Poll.h"
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
 
@@ -21,20 +22,6 @@
 using namespace std::chrono_literals;
 
 namespace {
-
-// Polls until the condition holds or the time is up; returns the condition's last answer.
-template <typename F>
-bool waitUntil(F &&condition, std::chrono::milliseconds limit = 5000ms)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return condition();
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
 
 // Every call of a streamed run's delegate, in order.
 struct DelegateRecorder
@@ -519,7 +506,7 @@ TEST_F(VTTaskTest, RunTaskAndReturnDoesNotWait)
     const QString path = script(QStringLiteral("later"), QStringLiteral("sleep 1\ntouch \"$1\""));
     VTTask::runTaskAndReturn(path, {marker});
     EXPECT_FALSE(QFile::exists(marker));
-    EXPECT_TRUE(waitUntil([&] { return QFile::exists(marker); }, 10000ms));
+    EXPECT_TRUE(Poll::until([&] { return QFile::exists(marker); }, 10000ms));
 }
 
 // ---------------------------------------------------------------------------------------
@@ -586,7 +573,7 @@ TEST_F(VTTaskTest, FastProgramIsNotTerminatedAndTheLateWatchdogDoesNothing)
     EXPECT_EQ(VTTask::dataFromTask(fast, {}, 1.0), QByteArray());
     task.reset();
     // The watchdogs end with their runs and let the instance go.
-    EXPECT_TRUE(waitUntil([&] { return weak.expired(); }, 3000ms));
+    EXPECT_TRUE(Poll::until([&] { return weak.expired(); }, 3000ms));
     const QString console = capture.finish();
     EXPECT_FALSE(console.contains(QStringLiteral("timed out")));
     EXPECT_FALSE(logText().contains(QStringLiteral("timed out")));
@@ -616,7 +603,7 @@ TEST_F(VTTaskTest, StreamedRunCallsTheDelegatePerPieceThenOnceEmpty)
     VTTask *raw = task.get();
     task.reset(); // the reading thread keeps the instance alive
     ASSERT_TRUE(recorder.waitForEnd());
-    EXPECT_TRUE(waitUntil([&] { return weak.expired(); }, 3000ms));
+    EXPECT_TRUE(Poll::until([&] { return weak.expired(); }, 3000ms));
 
     std::lock_guard<std::mutex> lock(recorder.mutex);
     ASSERT_GE(recorder.pieces.size(), 2u);
@@ -645,7 +632,7 @@ TEST_F(VTTaskTest, StreamedRunWithoutOutputCallsTheDelegateOnceEmpty)
     task->asyncDataFromTask(path, {}, recorder.delegate());
     task.reset();
     ASSERT_TRUE(recorder.waitForEnd());
-    EXPECT_TRUE(waitUntil([&] { return weak.expired(); }, 3000ms));
+    EXPECT_TRUE(Poll::until([&] { return weak.expired(); }, 3000ms));
     std::lock_guard<std::mutex> lock(recorder.mutex);
     ASSERT_EQ(recorder.pieces.size(), 1u);
     EXPECT_TRUE(recorder.pieces[0].isEmpty());
@@ -660,7 +647,7 @@ TEST_F(VTTaskTest, StreamedRunThatCannotStartLogs)
     std::weak_ptr<VTTask> weak = task;
     task->asyncDataFromTask(missing, {}, recorder.delegate());
     task.reset();
-    EXPECT_TRUE(waitUntil([&] { return weak.expired(); }, 3000ms));
+    EXPECT_TRUE(Poll::until([&] { return weak.expired(); }, 3000ms));
     EXPECT_TRUE(logText().contains(QStringLiteral("Unable to launch async task - no task set")));
     std::lock_guard<std::mutex> lock(recorder.mutex);
     EXPECT_TRUE(recorder.pieces.empty());
@@ -674,13 +661,13 @@ TEST_F(VTTaskTest, TerminateAsyncTaskEndsARunningStream)
     auto task = VTTask::create();
     std::weak_ptr<VTTask> weak = task;
     task->asyncDataFromTask(path, {}, recorder.delegate());
-    ASSERT_TRUE(waitUntil([&] {
+    ASSERT_TRUE(Poll::until([&] {
         std::lock_guard<std::mutex> lock(recorder.mutex);
         return !recorder.pieces.empty();
     }));
     task->terminateAsyncTask(); // from another thread than the reader
     task.reset();
-    EXPECT_TRUE(waitUntil([&] { return weak.expired(); }, 5000ms));
+    EXPECT_TRUE(Poll::until([&] { return weak.expired(); }, 5000ms));
     std::lock_guard<std::mutex> lock(recorder.mutex);
     EXPECT_EQ(recorder.ends, 0); // the delegate was dropped before the end
 }
@@ -702,7 +689,7 @@ TEST_F(VTTaskTest, AsyncTaskReturnDataCallsTheDelegateDirectly)
         EXPECT_TRUE(delegate.pieces[2].isEmpty());
         EXPECT_EQ(delegate.objects[0].toInt(), 7);
     }
-    EXPECT_TRUE(waitUntil([&] {
+    EXPECT_TRUE(Poll::until([&] {
         std::lock_guard<std::mutex> lock(recorder->mutex);
         return !recorder->children.empty() && recorder->children[0]->terminates > 0;
     }));

@@ -3,6 +3,7 @@
 #include "platform/PropertyList.h"
 #include "support/VTAuthorization.h"
 #include "testsupport/ClientApps.h"
+#include "testsupport/Poll.h"
 #include "ui/MainWindow.h"
 #include "ui/TaskEditorSheet.h"
 #include "ui/TaskTableModel.h"
@@ -126,15 +127,7 @@ QStringList WindowFixture::tableDescriptions() const
 
 bool WindowFixture::waitUntil(const std::function<bool()> &condition, int timeoutMs)
 {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeoutMs) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    }
-    return true;
+    return Poll::until(condition, std::chrono::milliseconds(timeoutMs));
 }
 
 void WindowFixture::click(QWidget *widget, const QPoint &point)
