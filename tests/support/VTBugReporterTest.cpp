@@ -140,20 +140,6 @@ protected:
         return bundle;
     }
 
-    QStringList logMessages()
-    {
-        VTLog::finishWriting();
-        QStringList messages;
-        static const QRegularExpression line(
-            R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4} - (.*)$)");
-        for (const QString &text : TestFiles::lines(VTLog::currentLogPath())) {
-            if (const auto match = line.match(text); match.hasMatch()) {
-                messages.append(match.captured(1));
-            }
-        }
-        return messages;
-    }
-
     // The exit status of the crashing program, as waitpid reports it.
     static int runCrashingProgram(const QString &name, const char *how)
     {
@@ -228,7 +214,7 @@ TEST_F(VTBugReporterTest, AFatalSignalLeavesACrashLogThatTheNextStartHandsToTheR
 
     EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(path));
     EXPECT_EQ(waitForFile(opened), path + "\n");
-    EXPECT_EQ(logMessages(), QStringList({"Application crashed on last launch"}));
+    EXPECT_EQ(TestFiles::logMessages(), QStringList({"Application crashed on last launch"}));
 }
 
 TEST_F(VTBugReporterTest, EveryFatalSignalIsWrittenDownAndStillEndsTheProcess)
@@ -299,7 +285,7 @@ TEST_F(VTBugReporterTest, TheFirstRunChecksNothingAndRecordsTheLaunch)
     VTBugReporter::startBugReporter(kName, plist);
 
     EXPECT_EQ(spawner->calls(true), QStringList());
-    EXPECT_EQ(logMessages(), QStringList());
+    EXPECT_EQ(TestFiles::logMessages(), QStringList());
     EXPECT_EQ(marks().value(QStringLiteral("launch")).date().toMSecsSinceEpoch(),
               kLaunch.toMSecsSinceEpoch());
     // Written by a root process it would belong to root: it goes back to the home's user.
@@ -464,7 +450,7 @@ TEST_F(VTBugReporterTest, TheSwitchLogsTheCrashOpensNothingAndStillTellsTheDeleg
 
         EXPECT_TRUE(printed.endsWith(QStringLiteral("] Crash reporter disabled\n")))
             << printed.toStdString();
-        EXPECT_EQ(logMessages(),
+        EXPECT_EQ(TestFiles::logMessages(),
                   QStringList({"Application crashed on last launch", "Crash reporter disabled"}));
         EXPECT_EQ(spawner->calls(true), QStringList());
         ASSERT_EQ(delegate.calls.size(), 1u);

@@ -128,21 +128,6 @@ protected:
 
     QString record(const QString &name) const { return sandbox.file(name + ".calls"); }
 
-    // The messages of the log, without its header.
-    QStringList logMessages()
-    {
-        VTLog::finishWriting();
-        QStringList messages;
-        static const QRegularExpression line(
-            R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4} - (.*)$)");
-        for (const QString &text : TestFiles::lines(VTLog::currentLogPath())) {
-            if (const auto match = line.match(text); match.hasMatch()) {
-                messages.append(match.captured(1));
-            }
-        }
-        return messages;
-    }
-
     int pauses()
     {
         int n = 0;
@@ -176,7 +161,7 @@ TEST_F(VTTaskNotificationTest, WithoutABusEveryCallReturnsSilently)
     postAll();
 
     EXPECT_EQ(console.finish(), QString());
-    EXPECT_EQ(logMessages(), QStringList());
+    EXPECT_EQ(TestFiles::logMessages(), QStringList());
     EXPECT_EQ(pauses(), 0);
 }
 
@@ -189,7 +174,7 @@ TEST_F(VTTaskNotificationTest, WithNobodyListeningEveryCallReturnsSilently)
     TestFiles::CaptureStderr console;
     postAll();
     EXPECT_EQ(console.finish(), QString());
-    EXPECT_EQ(logMessages(), QStringList());
+    EXPECT_EQ(TestFiles::logMessages(), QStringList());
     EXPECT_EQ(pauses(), 0);
 }
 
@@ -210,7 +195,7 @@ TEST_F(VTTaskNotificationTest, AClientWithThePlainFormsGetsThemOneWay)
                                      "postDisconnect||noreply",
                                  }));
     EXPECT_EQ(pauses(), 5);
-    EXPECT_EQ(logMessages(), QStringList());
+    EXPECT_EQ(TestFiles::logMessages(), QStringList());
 }
 
 TEST_F(VTTaskNotificationTest, AClientWithTheRichFormsGetsOnlyThose)
@@ -247,7 +232,7 @@ TEST_F(VTTaskNotificationTest, MethodsOfAnotherInterfaceOrSignatureDoNotCount)
     EXPECT_EQ(client.received(), QStringList());
     EXPECT_EQ(pauses(), 5);
     EXPECT_EQ(console.finish(), QString());
-    EXPECT_EQ(logMessages(), QStringList());
+    EXPECT_EQ(TestFiles::logMessages(), QStringList());
 }
 
 TEST_F(VTTaskNotificationTest, TheSecondNameIsFoundWhenOnlyItIsRegistered)
@@ -296,7 +281,7 @@ TEST_F(VTTaskNotificationTest, AClientThatDoesNotAnswerIsLoggedNeverRaised)
     const QString expected = QStringLiteral(
         "Exception in VTTaskNotification::postTaskErrorString. NSPortTimeoutException - Unable "
         "to introspect com.vantreel.VTQuillClientCallback: ");
-    const QStringList messages = logMessages();
+    const QStringList messages = TestFiles::logMessages();
     ASSERT_EQ(messages.size(), 1);
     EXPECT_TRUE(messages[0].startsWith(expected)) << messages[0].toStdString();
     EXPECT_TRUE(printed.contains(expected)) << printed.toStdString();
@@ -316,7 +301,7 @@ TEST_F(VTTaskNotificationTest, AnErrorValueTheBusCannotCarryIsLogged)
     VTTaskNotification::postTaskError(QVariant());
     console.finish();
 
-    const QStringList messages = logMessages();
+    const QStringList messages = TestFiles::logMessages();
     ASSERT_EQ(messages.size(), 1);
     EXPECT_TRUE(messages[0].startsWith(QStringLiteral(
         "Exception in VTTaskNotification::postTaskError. NSPortSendException - Unable to send "

@@ -1,10 +1,12 @@
 #include "TestFiles.h"
 
 #include "platform/PropertyList.h"
+#include "support/VTLog.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QTemporaryFile>
 
 #include <fcntl.h>
@@ -85,4 +87,17 @@ QString TestFiles::CaptureStderr::finish()
         QFile::remove(m_path);
     }
     return m_text;
+}
+
+QStringList TestFiles::logMessages()
+{
+    VTLog::finishWriting();
+    static const QRegularExpression line(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4} - (.*)$)");
+    QStringList messages;
+    for (const QString &text : lines(VTLog::currentLogPath())) {
+        if (const auto match = line.match(text); match.hasMatch()) {
+            messages.append(match.captured(1));
+        }
+    }
+    return messages;
 }

@@ -21,6 +21,9 @@ public:
                               const QString &executableBody = QStringLiteral("exit 0"));
     // Lines of a text file, without the trailing empty line.
     static QStringList lines(const QString &path);
+    // The messages of the current log, once written, without their time stamps and
+    // without the log's header.
+    static QStringList logMessages();
     // Captures what the process writes to standard error while it lives.
     class CaptureStderr
     {
