@@ -5,6 +5,7 @@
 // loop's own), the least of several runs, so that a busy machine does not decide them;
 // wall times are printed beside them.
 #include "BenchClient.h"
+#include "LibplistBaseline.h"
 #include "platform/PropertyList.h"
 
 #include <QCoreApplication>
@@ -14,15 +15,12 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
-#include <plist/plist.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
 
 #include <sys/resource.h>
-#include <time.h>
 
 namespace {
 
@@ -61,9 +59,7 @@ double childrenCpuMs()
 
 double ownCpuMs()
 {
-    timespec t{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-    return static_cast<double>(t.tv_sec) * 1e3 + static_cast<double>(t.tv_nsec) / 1e6;
+    return LibplistBaseline::processCpuSeconds() * 1e3;
 }
 
 Timing timeCommand(const QStringList &arguments, QByteArray *output = nullptr)
@@ -172,14 +168,7 @@ int main(int argc, char **argv)
         const double cpuBefore = ownCpuMs();
         QElapsedTimer timer;
         timer.start();
-        for (const QString &path : files) {
-            QFile file(path);
-            file.open(QIODevice::ReadOnly);
-            const QByteArray bytes = file.readAll();
-            plist_t node = nullptr;
-            plist_from_memory(bytes.constData(), static_cast<uint32_t>(bytes.size()), &node);
-            plist_free(node);
-        }
+        LibplistBaseline::parse(files);
         baseline.add({static_cast<double>(timer.nsecsElapsed()) / 1e6, ownCpuMs() - cpuBefore});
     }
     const QDir agents(home + QStringLiteral("/Library/LaunchAgents"));

@@ -1,6 +1,7 @@
 // Writing and reading back 1,000 scheduled tasks. The reader's cost per file is compared
 // with what libplist alone needs to parse the same files; the goal is at most twice that.
 #include "BenchClient.h"
+#include "LibplistBaseline.h"
 #include "platform/PropertyList.h"
 #include "support/VTAlert.h"
 #include "tasks/VTScheduledTask.h"
@@ -10,12 +11,9 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-#include <plist/plist.h>
-
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <unistd.h>
 
 namespace {
@@ -32,15 +30,6 @@ const int kRounds = setting("TASKSBENCH_ROUNDS", 5);
 double secondsSince(std::chrono::steady_clock::time_point start)
 {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-// CPU time of this process (user and system): what the work costs, whatever else the
-// machine is doing meanwhile.
-double cpuSeconds()
-{
-    timespec t{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) / 1e9;
 }
 
 } // namespace
@@ -95,25 +84,18 @@ int main(int argc, char **argv)
     double libplistBest = 1e9;
     int read = 0;
     for (int round = 0; round < kRounds; ++round) {
-        double cpu = cpuSeconds();
+        double cpu = LibplistBaseline::processCpuSeconds();
         read = 0;
         for (const QString &file : files) {
             if (VTScheduledTask::taskWithFilename(file)) {
                 ++read;
             }
         }
-        readerBest = std::min(readerBest, cpuSeconds() - cpu);
+        readerBest = std::min(readerBest, LibplistBaseline::processCpuSeconds() - cpu);
 
-        cpu = cpuSeconds();
-        for (const QString &file : files) {
-            QFile f(file);
-            f.open(QIODevice::ReadOnly);
-            const QByteArray bytes = f.readAll();
-            plist_t root = nullptr;
-            plist_from_memory(bytes.constData(), static_cast<uint32_t>(bytes.size()), &root);
-            plist_free(root);
-        }
-        libplistBest = std::min(libplistBest, cpuSeconds() - cpu);
+        cpu = LibplistBaseline::processCpuSeconds();
+        LibplistBaseline::parse(files);
+        libplistBest = std::min(libplistBest, LibplistBaseline::processCpuSeconds() - cpu);
     }
 
     const double ratio = readerBest / libplistBest;

@@ -60,12 +60,10 @@ VTScheduledTask::Ptr JobFileReader::taskWithFilename(const QString &path)
     const PlistValue program = job->value(QStringLiteral("Program"));
     std::optional<QString> appPath;
     std::optional<QString> executable;
-    bool foundByIdentifier = false;
     if (const PlistValue *bundleID = environment.find(QStringLiteral("VTAppBundleID"))) {
         // The recorded program path is not trusted: a moved application is found again.
         task->setTaskBundleID(bundleID->isString() ? bundleID->string() : bundleID->description());
         appPath = Workspace::absolutePathForAppBundleWithIdentifier(*task->taskBundleID());
-        foundByIdentifier = appPath.has_value();
         if (appPath) {
             const QString name = program.isString()
                                      ? PathString::deletingPathExtension(
@@ -97,11 +95,7 @@ VTScheduledTask::Ptr JobFileReader::taskWithFilename(const QString &path)
                                                             : programArguments[i].description());
         }
         task->setTaskArguments(arguments);
-        // An application just found by its identifier needs no second lookup.
-        task->setTaskDescription(VTException::guard(VT_METHOD, std::optional<QString>(), [&] {
-            return foundByIdentifier ? TaskCatalogue::descriptionFromArguments(*task, *appPath)
-                                     : task->descriptionFromArguments();
-        }));
+        task->setTaskDescription(task->descriptionFromArguments());
     }
     if (const PlistValue *commandID = environment.find(QStringLiteral("VTCommandID"))) {
         task->setTaskID(commandID->isString() ? commandID->string() : commandID->description());

@@ -116,17 +116,7 @@ std::optional<QString> TaskCatalogue::descriptionFromArguments(VTScheduledTask &
     if (!appPath) {
         return std::nullopt;
     }
-    return descriptionFromArguments(task, *appPath);
-}
-
-std::optional<QString> TaskCatalogue::descriptionFromArguments(VTScheduledTask &task,
-                                                               const QString &appPath)
-{
-    const auto &arguments = task.taskArguments();
-    if (!arguments || arguments->isEmpty() || !task.taskBundleID()) {
-        return std::nullopt;
-    }
-    const auto catalogue = read(appPath);
+    const auto catalogue = read(*appPath);
     if (!catalogue) {
         return std::nullopt;
     }

@@ -22,9 +22,6 @@ public:
     static std::optional<QStringList> argumentsFromTaskID(const QString &taskID,
                                                           const QString &bundleID);
     static std::optional<QString> descriptionFromArguments(VTScheduledTask &task);
-    // The same for a task whose application the caller has just found.
-    static std::optional<QString> descriptionFromArguments(VTScheduledTask &task,
-                                                           const QString &appPath);
     // The "root" choice of the entry with this ID in Contents/VTTasks.plist; false when the
     // application, the file, the array or the entry is missing.
     static bool isRootTask(const QString &bundleID, const QString &taskID);

@@ -6,12 +6,6 @@
 #include "testsupport/PlistXml.h"
 #include "testsupport/TestFiles.h"
 
-int ScriptedAlerts::runModal(const VTAlertRequest &request)
-{
-    asked.push_back(request);
-    return answer;
-}
-
 void TasksFixture::SetUp()
 {
     identity->home = sandbox.home();
@@ -19,6 +13,8 @@ void TasksFixture::SetUp()
     applications = sandbox.mkdir(QStringLiteral("Applications"));
     sandbox.setEnv("VT_APP_SEARCH_PATH", applications);
     launchctl = std::make_unique<LaunchctlRecorder>(sandbox);
+    // Unless a test says otherwise, every alert is answered with its second button.
+    alerts->answer = VTAlert::AlternateReturn;
     VTAlert::setPresenter(alerts);
     VTAuthorization::resetForTesting();
     VTAuthorization::sharedController(false);

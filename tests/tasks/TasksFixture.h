@@ -5,6 +5,7 @@
 #include "testsupport/FakeIdentity.h"
 #include "testsupport/LaunchctlRecorder.h"
 #include "testsupport/MockClock.h"
+#include "testsupport/RecordingAlerts.h"
 #include "testsupport/Sandbox.h"
 
 #include <gtest/gtest.h>
@@ -13,15 +14,6 @@
 
 #include <memory>
 #include <vector>
-
-// An alert presenter that answers with a chosen button and remembers what it was asked.
-class ScriptedAlerts : public VTAlertPresenter
-{
-public:
-    int answer = VTAlert::AlternateReturn;
-    std::vector<VTAlertRequest> asked;
-    int runModal(const VTAlertRequest &request) override;
-};
 
 // A sandboxed machine with one client application, "Quill" (com.vantreel.Quill), whose
 // catalogue has "backup" (-backup), "clean" (-clean -quiet) and the root task "repair".
@@ -32,7 +24,7 @@ protected:
     FakeIdentity::Scoped identity;
     MockClock::Scoped clock;
     std::unique_ptr<LaunchctlRecorder> launchctl;
-    std::shared_ptr<ScriptedAlerts> alerts = std::make_shared<ScriptedAlerts>();
+    std::shared_ptr<RecordingAlerts> alerts = std::make_shared<RecordingAlerts>();
     QString applications;
     QString quill;
 

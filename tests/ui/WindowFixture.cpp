@@ -15,21 +15,6 @@
 #include <QTableView>
 #include <QTest>
 
-int RecordingAlerts::runModal(const VTAlertRequest &request)
-{
-    asked.push_back(request);
-    return answer;
-}
-
-QStringList RecordingAlerts::messages() const
-{
-    QStringList out;
-    for (const VTAlertRequest &request : asked) {
-        out.append(request.messageText);
-    }
-    return out;
-}
-
 void WindowFixture::SetUp()
 {
     identity->home = sandbox.home();

@@ -6,6 +6,7 @@
 #include "testsupport/FakeIdentity.h"
 #include "testsupport/LaunchctlRecorder.h"
 #include "testsupport/MockClock.h"
+#include "testsupport/RecordingAlerts.h"
 #include "testsupport/Sandbox.h"
 
 #include <gtest/gtest.h>
@@ -25,16 +26,6 @@ inline void PrintTo(const QString &string, std::ostream *os)
 {
     *os << '"' << string.toStdString() << '"';
 }
-
-// An alert presenter that answers with a chosen button and remembers what it was asked.
-class RecordingAlerts : public VTAlertPresenter
-{
-public:
-    int answer = VTAlert::DefaultReturn;
-    std::vector<VTAlertRequest> asked;
-    int runModal(const VTAlertRequest &request) override;
-    QStringList messages() const;
-};
 
 // The real main window on a sandboxed machine, as an ordinary user: the client
 // applications "Quill" (com.vantreel.Quill: backup, clean, and the root task repair) and
