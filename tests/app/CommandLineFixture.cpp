@@ -33,18 +33,7 @@ void CommandLineFixture::SetUp()
     client = std::make_unique<CallbackClient>(bus->address());
     ASSERT_TRUE(client->isRegistered());
     launchctl = std::make_unique<LaunchctlRecorder>(sandbox);
-    const PlistArray tasks{
-        ClientApps::entry(QStringLiteral("backup"), {QStringLiteral("-backup")},
-                          QStringLiteral("Back up the library")),
-        ClientApps::entry(QStringLiteral("clean"),
-                          {QStringLiteral("-clean"), QStringLiteral("-quiet")},
-                          QStringLiteral("Clean caches")),
-        ClientApps::entry(QStringLiteral("repair"), {QStringLiteral("-repair")},
-                          QStringLiteral("Repair permissions"), true),
-    };
-    quill = ClientApps::make(sandbox.mkdir(QStringLiteral("root/Applications")),
-                             QStringLiteral("Quill"), QStringLiteral("com.vantreel.Quill"),
-                             PlistValue(tasks));
+    quill = ClientApps::makeQuill(sandbox.mkdir(QStringLiteral("root/Applications")));
 }
 
 void CommandLineFixture::TearDown()

@@ -18,17 +18,7 @@ void TasksFixture::SetUp()
     VTAlert::setPresenter(alerts);
     VTAuthorization::resetForTesting();
     VTAuthorization::sharedController(false);
-    PlistArray tasks{
-        ClientApps::entry(QStringLiteral("backup"), {QStringLiteral("-backup")},
-                          QStringLiteral("Back up the library")),
-        ClientApps::entry(QStringLiteral("clean"),
-                          {QStringLiteral("-clean"), QStringLiteral("-quiet")},
-                          QStringLiteral("Clean caches")),
-        ClientApps::entry(QStringLiteral("repair"), {QStringLiteral("-repair")},
-                          QStringLiteral("Repair permissions"), true),
-    };
-    quill = ClientApps::make(applications, QStringLiteral("Quill"),
-                             QStringLiteral("com.vantreel.Quill"), PlistValue(tasks));
+    quill = ClientApps::makeQuill(applications);
 }
 
 void TasksFixture::TearDown()

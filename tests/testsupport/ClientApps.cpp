@@ -42,3 +42,17 @@ QString ClientApps::runLog(const QString &bundlePath)
 {
     return bundlePath + QStringLiteral("/Contents/runs.log");
 }
+
+QString ClientApps::makeQuill(const QString &folder)
+{
+    const PlistArray tasks{
+        entry(QStringLiteral("backup"), {QStringLiteral("-backup")},
+              QStringLiteral("Back up the library")),
+        entry(QStringLiteral("clean"), {QStringLiteral("-clean"), QStringLiteral("-quiet")},
+              QStringLiteral("Clean caches")),
+        entry(QStringLiteral("repair"), {QStringLiteral("-repair")},
+              QStringLiteral("Repair permissions"), true),
+    };
+    return make(folder, QStringLiteral("Quill"), QStringLiteral("com.vantreel.Quill"),
+                PlistValue(tasks));
+}

@@ -16,6 +16,10 @@ public:
     // ("VTTasks" = tasks) in Contents/VTTasks.plist, or in Info.plist when inInfoPlist.
     static QString make(const QString &folder, const QString &name, const QString &bundleID,
                         const PlistValue &tasks, bool inInfoPlist = false);
+    // "Quill" (com.vantreel.Quill) in folder, with the tasks "backup" (-backup, "Back up the
+    // library"), "clean" (-clean -quiet, "Clean caches") and the root task "repair"
+    // (-repair, "Repair permissions"); the bundle's path.
+    static QString makeQuill(const QString &folder);
     // The file the sample executables append "ARG1 ARG2 ..." lines to.
     static QString runLog(const QString &bundlePath);
 };

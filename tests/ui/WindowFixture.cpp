@@ -25,16 +25,7 @@ void WindowFixture::SetUp()
     VTAuthorization::resetForTesting();
     TaskEditorSheet::setAnimationDuration(0);
 
-    quill = ClientApps::make(
-        applications, QStringLiteral("Quill"), QStringLiteral("com.vantreel.Quill"),
-        PlistValue(
-            PlistArray{ClientApps::entry(QStringLiteral("backup"), {QStringLiteral("-backup")},
-                                         QStringLiteral("Back up the library")),
-                       ClientApps::entry(QStringLiteral("clean"),
-                                         {QStringLiteral("-clean"), QStringLiteral("-quiet")},
-                                         QStringLiteral("Clean caches")),
-                       ClientApps::entry(QStringLiteral("repair"), {QStringLiteral("-repair")},
-                                         QStringLiteral("Repair permissions"), true)}));
+    quill = ClientApps::makeQuill(applications);
     inkwell = ClientApps::make(sandbox.mkdir(QStringLiteral("root/Applications/Vantreel")),
                                QStringLiteral("Inkwell"), QStringLiteral("com.vantreel.Inkwell"),
                                PlistValue(PlistArray{ClientApps::entry(
