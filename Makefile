@@ -10,7 +10,7 @@ ARGS       ?=
 LAUNCHER := $(shell command -v ccache >/dev/null 2>&1 && echo -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 export CCACHE_BASEDIR := $(CURDIR)
 
-.PHONY: all deps configure build test test-asan run bench format format-check screenshots install clean
+.PHONY: all deps configure build test test-asan run bench format format-check screenshots install package clean
 
 all: build
 
@@ -50,6 +50,10 @@ format-check:
 
 install: build
 	@cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
+
+# The Debian package $(BUILD)/kairo-planner_VERSION_ARCH.deb: apt install ./$(BUILD)/kairo-planner_*.deb
+package: build
+	@cmake --build $(BUILD) --target package
 
 clean:
 	@rm -rf $(BUILD) build-asan

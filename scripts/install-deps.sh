@@ -10,6 +10,7 @@ libplist-dev libxkbcommon-dev libsystemd-dev
 libgtest-dev libgmock-dev libbenchmark-dev
 dbus-daemon dbus systemd
 clang-format ccache
+file dpkg-dev desktop-file-utils appstream
 xvfb xauth fonts-dejavu-core
 "
 
