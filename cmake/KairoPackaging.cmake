@@ -22,8 +22,7 @@ set(CPACK_PACKAGE_NAME kairo-planner)
 set(CPACK_PACKAGE_VENDOR Vantreel)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
     "Run the maintenance tasks of your applications on a schedule")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "${CPACK_PACKAGE_DESCRIPTION_SUMMARY}
-Kairo Planner runs the maintenance tasks of Vantreel's other applications on a
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "Kairo Planner runs the maintenance tasks of Vantreel's other applications on a
 schedule. Each task becomes a launchd job file that its launchctl bridge hands to
 systemd as a service with a timer, a path watch or a mount watch. A window lists,
 adds, edits and removes tasks; client applications use its command line.")
@@ -37,7 +36,12 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_STRIP_FILES ON)
+# cpack installs the built tree, stripped, without building it first (the package target
+# builds before it runs cpack), so that a test can package the tree other tests are using.
+file(CONFIGURE OUTPUT "${CMAKE_BINARY_DIR}/CPackInstall.cmake" CONTENT
+     "set(CMAKE_INSTALL_DO_STRIP 1)\ninclude([[${CMAKE_BINARY_DIR}/cmake_install.cmake]])\n")
+set(CPACK_INSTALL_CMAKE_PROJECTS "")
+set(CPACK_INSTALL_SCRIPTS "${CMAKE_BINARY_DIR}/CPackInstall.cmake")
 
 # The libraries come from dpkg-shlibdeps; listed here is only what is loaded or run by
 # name: Qt's platform and image format plugins (window, .icns icons), systemctl for the
