@@ -12,6 +12,8 @@ if [ "$(id -u)" -ne 0 ]; then
     exit 77
 fi
 
+# dpkg wants ldconfig and start-stop-daemon on the PATH.
+PATH="$PATH:/usr/sbin:/sbin"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
