@@ -22,6 +22,7 @@
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QTabWidget>
 #include <QTableView>
 #include <QTest>
@@ -251,8 +252,12 @@ TEST_F(MainWindowTest, ALargeFontAndADarkPaletteLeaveEveryPartReadable)
     QFont large = font;
     large.setPointSizeF(font.pointSizeF() * 1.8);
     QApplication::setFont(large);
-    const QPalette dark(QColor(53, 53, 53));
-    QApplication::setPalette(dark);
+    QApplication::setPalette(QPalette(QColor(53, 53, 53)));
+    const auto restore = qScopeGuard([&] {
+        window.reset();
+        QApplication::setFont(font);
+        QApplication::setPalette(palette);
+    });
     makeThreeTasks();
     openWindow();
     EXPECT_EQ(layoutFaults(window.get()), QStringList());
@@ -284,9 +289,6 @@ TEST_F(MainWindowTest, ALargeFontAndADarkPaletteLeaveEveryPartReadable)
     window->showPreferences();
     EXPECT_EQ(layoutFaults(window->preferencesWindow()), QStringList());
     window->preferencesWindow()->close();
-    window.reset();
-    QApplication::setFont(font);
-    QApplication::setPalette(palette);
 }
 
 TEST_F(MainWindowTest, DeleteAsksFirstAndMovesTheJobFileToTheTrash)
@@ -499,10 +501,13 @@ TEST_F(MainWindowTest, HelpItemsOpenTheMakersPagesOnTheConfiguredHost)
 
 TEST(VTMessageBoxPresenterTest, ALongPathWrapsAfterItsSlashes)
 {
-    // Numbered folders: a line may not break between a slash and a digit by itself.
-    const QString path = QStringLiteral("/srv/archive/2024/11/23/0745/00/01/02/03/04/05/06/07/"
-                                        "08/09/10/11/12/13/14/15/16/17/18/19/20/21/22/23/"
-                                        "Applications/Tessel.app/Contents/MacOS/Tessel");
+    // Numbered folders: a line may not break between a slash and a digit by itself, and a
+    // run longer than the alert is wide would otherwise be cut anywhere.
+    QString path = QStringLiteral("/srv/archive/2024/11/23/");
+    for (int i = 0; i < 40; ++i) {
+        path += QStringLiteral("%1/").arg(i, 2, 10, QLatin1Char('0'));
+    }
+    path += QStringLiteral("Applications/Tessel.app/Contents/MacOS/Tessel");
     VTAlertRequest request;
     request.messageText = QStringLiteral("Unable to locate executable file");
     request.informativeText = QStringLiteral("Kairo Planner cannot find %1.").arg(path);
