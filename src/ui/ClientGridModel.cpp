@@ -1,6 +1,10 @@
 #include "ClientGridModel.h"
 
+#include <QApplication>
+#include <QFontMetrics>
 #include <QSize>
+
+#include <algorithm>
 
 ClientGridModel::ClientGridModel(QObject *parent) : QAbstractListModel(parent) {}
 
@@ -23,7 +27,10 @@ int ClientGridModel::rowOfClient(const VTClientApplication &item) const
 
 QSize ClientGridModel::itemSize()
 {
-    return QSize(104, 88);
+    // The 48-point icon with one line of the name under it, in the desktop's font.
+    const QFontMetrics metrics(QApplication::font());
+    return QSize(std::max(104, metrics.averageCharWidth() * 13),
+                 std::max(88, 6 + 48 + 2 + metrics.height() + 8));
 }
 
 int ClientGridModel::rowCount(const QModelIndex &parent) const

@@ -19,6 +19,7 @@
 
 #include <QApplication>
 #include <QHeaderView>
+#include <QLabel>
 #include <QMessageBox>
 #include <QTimer>
 #include <QUrl>
@@ -117,6 +118,22 @@ MainWindow::MainWindow(QWidget *parent)
             &MainWindow::updateSelectionActions);
     connect(m_model, &QAbstractItemModel::modelReset, this, &MainWindow::updateSelectionActions);
     updateSelectionActions();
+
+    // An empty table says how to fill it.
+    m_emptyHint = new QLabel(QStringLiteral("No tasks are scheduled.\nClick New Task to schedule "
+                                            "a task of a Vantreel application."),
+                             table->viewport());
+    m_emptyHint->setObjectName(QStringLiteral("emptyTableHint"));
+    m_emptyHint->setAlignment(Qt::AlignCenter);
+    m_emptyHint->setWordWrap(true);
+    m_emptyHint->setMargin(12);
+    m_emptyHint->setForegroundRole(QPalette::PlaceholderText);
+    m_emptyHint->setAttribute(Qt::WA_TransparentForMouseEvents);
+    table->viewport()->installEventFilter(this);
+    connect(m_model, &QAbstractItemModel::modelReset, this, &MainWindow::updateEmptyHint);
+    connect(m_model, &QAbstractItemModel::rowsInserted, this, &MainWindow::updateEmptyHint);
+    connect(m_model, &QAbstractItemModel::rowsRemoved, this, &MainWindow::updateEmptyHint);
+    updateEmptyHint();
 
     m_sheet = new TaskEditorSheet(m_controller.get(), this, this);
     m_preferences = new PreferencesWindow(this);
@@ -387,6 +404,20 @@ void MainWindow::selectItem(const std::optional<VTClientApplication> &item)
 void MainWindow::clientApplicationsChanged()
 {
     m_sheet->setClientApplications(m_controller->taskArray());
+}
+
+bool MainWindow::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_ui->tableView->viewport() && event->type() == QEvent::Resize) {
+        m_emptyHint->setGeometry(m_ui->tableView->viewport()->rect());
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
+void MainWindow::updateEmptyHint()
+{
+    m_emptyHint->setGeometry(m_ui->tableView->viewport()->rect());
+    m_emptyHint->setVisible(m_model->rowCount() == 0);
 }
 
 void MainWindow::updateSelectionActions()

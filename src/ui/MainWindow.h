@@ -12,6 +12,7 @@ namespace Ui {
 class MainMenu;
 }
 class PreferencesWindow;
+class QLabel;
 class QTableView;
 class TaskEditorSheet;
 class TaskTableModel;
@@ -82,7 +83,11 @@ public:
     // The maker's web site, from the "VTWebHost" default.
     static QString webHost();
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
+    void updateEmptyHint();
     void setIndicatorImage(const QString &imageName, int column);
     void updateSelectionActions();
     void terminate();
@@ -93,6 +98,7 @@ private:
     VTImageTextCell *m_taskCell = nullptr;
     TaskEditorSheet *m_sheet = nullptr;
     PreferencesWindow *m_preferences = nullptr;
+    QLabel *m_emptyHint = nullptr;
     QString m_enableDisableImageName;
     QHash<QString, QString> m_indicatorImages;
     bool m_terminated = false;

@@ -2,14 +2,20 @@
 
 #include "ClientGridModel.h"
 #include "IconViewBox.h"
+#include "VTProgressSpinner.h"
 #include "app/AppControllerView.h"
+#include "platform/Identity.h"
 #include "platform/PathString.h"
 #include "support/VTAlert.h"
 #include "support/VTException.h"
+#include "support/VTLocalPaths.h"
 
 #include "ui_TaskWindow.h"
 
+#include <QDir>
 #include <QFileDialog>
+#include <QFileInfo>
+#include <QGroupBox>
 #include <QPropertyAnimation>
 #include <QRegularExpressionValidator>
 #include <QScopedValueRollback>
@@ -39,6 +45,7 @@ TaskEditorSheet::TaskEditorSheet(AppController *controller, AppControllerView *v
 {
     m_ui->setupUi(this);
     setWindowModality(Qt::WindowModal);
+    fitToFont();
     setMinimumWidth(width() * 4 / 5);
 
     // The parts keep the distances to the edges that the interface file gives them.
@@ -47,10 +54,16 @@ TaskEditorSheet::TaskEditorSheet(AppController *controller, AppControllerView *v
     m_addButtonRight = width() - (m_ui->addTaskBtn->x() + m_ui->addTaskBtn->width());
     m_cancelButtonRight = width() - (m_ui->cancelButton->x() + m_ui->cancelButton->width());
     m_spinnerRight = width() - (m_ui->taskSpinner->x() + m_ui->taskSpinner->width());
+    m_belowTaskBox = height() - (m_ui->taskBox->y() + m_ui->taskBox->height());
 
     m_ui->taskCollectionView->setModel(m_clients);
     connect(m_ui->taskCollectionView->selectionModel(), &QItemSelectionModel::selectionChanged,
             this, &TaskEditorSheet::selectionIndexesChanged);
+    connect(m_ui->taskCollectionView->selectionModel(), &QItemSelectionModel::selectionChanged,
+            this, &TaskEditorSheet::updateGridHighlight);
+    connect(m_ui->taskCollectionView->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            &TaskEditorSheet::updateGridHighlight);
+    m_ui->taskCollectionView->installEventFilter(this);
 
     // Digits, with a sign so that a negative number reaches the checks that refuse it.
     const QRegularExpression number(QStringLiteral("-?[0-9]{0,9}"));
@@ -73,6 +86,11 @@ TaskEditorSheet::TaskEditorSheet(AppController *controller, AppControllerView *v
     connect(m_ui->cancelButton, &QPushButton::clicked, this, &TaskEditorSheet::cancelNewTask);
     connect(m_ui->addTaskBtn, &QPushButton::clicked, this, &TaskEditorSheet::addTask);
     m_animation->setEasingCurve(QEasingCurve::InOutQuad);
+    // No application is selected until discovery finds one.
+    selectItem(std::nullopt);
+    updateGridHint();
+    connect(m_animation, &QPropertyAnimation::finished, this,
+            &TaskEditorSheet::updateMinimumHeight);
     updateIntervalPlace();
 }
 
@@ -86,6 +104,80 @@ void TaskEditorSheet::setAnimationDuration(int milliseconds)
 int TaskEditorSheet::animationDuration()
 {
     return s_animationDuration;
+}
+
+bool TaskEditorSheet::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_ui->taskCollectionView &&
+        (event->type() == QEvent::FocusIn || event->type() == QEvent::FocusOut)) {
+        updateGridHighlight();
+    }
+    return QDialog::eventFilter(watched, event);
+}
+
+void TaskEditorSheet::updateGridHighlight()
+{
+    QListView *grid = m_ui->taskCollectionView;
+    const QModelIndex current = grid->currentIndex();
+    for (int row = 0; row < m_clients->rowCount(); ++row) {
+        const QModelIndex index = m_clients->index(row);
+        if (auto *box = qobject_cast<IconViewBox *>(grid->indexWidget(index))) {
+            box->setSelected(grid->selectionModel()->isSelected(index));
+            box->setFocusShown(grid->hasFocus() && index == current);
+        }
+    }
+}
+
+void TaskEditorSheet::fitToFont()
+{
+    // The interface file's sizes suit the usual font; a larger one gets the room its text
+    // needs, with the interface file's distances between the parts and to the edges.
+    QLabel *label = m_ui->chooseLabel;
+    VTProgressSpinner *spinner = m_ui->taskSpinner;
+    QFrame *grid = m_ui->taskView;
+    QGroupBox *taskBox = m_ui->taskBox;
+    QPushButton *add = m_ui->addTaskBtn;
+    QPushButton *cancel = m_ui->cancelButton;
+    const int spinnerRight = width() - (spinner->x() + spinner->width());
+    const int labelGap = grid->y() - (label->y() + label->height());
+    const int gridGap = taskBox->y() - (grid->y() + grid->height());
+    const int buttonsGap = add->y() - (taskBox->y() + taskBox->height());
+    const int buttonsBottom = height() - (add->y() + add->height());
+    const int addRight = width() - (add->x() + add->width());
+    const int buttonGap = add->x() - (cancel->x() + cancel->width());
+
+    label->resize(label->width(), std::max(label->height(), label->sizeHint().height()));
+    const int gridHeight = std::max(grid->height(), ClientGridModel::itemSize().height() +
+                                                        2 * m_ui->taskCollectionView->spacing() +
+                                                        2 * grid->frameWidth() + 2);
+    grid->setGeometry(grid->x(), label->y() + label->height() + labelGap, grid->width(),
+                      gridHeight);
+
+    QWidget *boxes[] = {m_ui->intervalBox, m_ui->secondIntervalBox, m_ui->thirdIntervalBox};
+    const int oldH = m_ui->intervalBox->height();
+    int H = oldH;
+    for (QWidget *box : boxes) {
+        H = std::max(H, box->layout()->minimumSize().height());
+    }
+    for (QWidget *box : boxes) {
+        box->setFixedHeight(H);
+    }
+    taskBox->move(taskBox->x(), grid->y() + grid->height() + gridGap);
+    taskBox->resize(taskBox->width(),
+                    std::max(taskBox->height() - oldH + H, taskBox->minimumSizeHint().height()));
+
+    const int buttonHeight =
+        std::max({add->height(), add->sizeHint().height(), cancel->sizeHint().height()});
+    for (QPushButton *button : {add, cancel}) {
+        button->resize(std::max(button->width(), button->sizeHint().width()), buttonHeight);
+    }
+    const int w = std::max(width(), taskBox->minimumSizeHint().width() + 2 * grid->x());
+    const int h = taskBox->y() + taskBox->height() + buttonsGap + buttonHeight + buttonsBottom;
+    resize(w, h);
+    spinner->move(w - spinnerRight - spinner->width(),
+                  label->y() + (label->height() - spinner->height()) / 2);
+    add->move(w - addRight - add->width(), h - buttonsBottom - buttonHeight);
+    cancel->move(add->x() - buttonGap - cancel->width(), add->y());
 }
 
 void TaskEditorSheet::resizeEvent(QResizeEvent *event)
@@ -118,11 +210,30 @@ void TaskEditorSheet::finishAnimation()
         const QRect end = m_animation->endValue().toRect();
         m_animation->stop();
         setGeometry(end);
+        updateMinimumHeight();
     }
 }
 
-void TaskEditorSheet::setWindowFrame(const QRect &frame)
+int TaskEditorSheet::neededHeight() const
 {
+    const QWidget *box = m_ui->taskBox;
+    return box->y() + (box->isHidden() ? 0 : box->height()) + m_belowTaskBox;
+}
+
+void TaskEditorSheet::updateMinimumHeight()
+{
+    if (m_animation->state() != QAbstractAnimation::Running) {
+        setMinimumHeight(neededHeight());
+    }
+}
+
+void TaskEditorSheet::setWindowFrame(const QRect &requested)
+{
+    // The grow and shrink steps can add up to less than the shown parts need (the task box
+    // hidden while the interval box goes): the buttons would then cover the grid.
+    QRect frame = requested;
+    frame.setHeight(std::max(frame.height(), neededHeight()));
+    setMinimumHeight(std::min(minimumHeight(), frame.height()));
     if (!isVisible() || s_animationDuration <= 0) {
         setGeometry(frame);
         return;
@@ -198,6 +309,7 @@ void TaskEditorSheet::taskScheduleChanged()
         for (QWidget *box : boxes) {
             box->setGeometry(place);
         }
+        updateMinimumHeight();
     });
 }
 
@@ -278,6 +390,13 @@ void TaskEditorSheet::controlTextDidChange(QLineEdit *field)
 
 void TaskEditorSheet::openSheet()
 {
+    if (!isVisible()) {
+        // Each opening starts at the height its shown parts need, whatever the last use
+        // left.
+        finishAnimation();
+        setMinimumHeight(neededHeight());
+        resize(width(), neededHeight());
+    }
     if (!isVisible() && m_mainWindow) {
         // Like a sheet: at the top of the main window, centred across it.
         const QRect main = m_mainWindow->geometry();
@@ -367,6 +486,7 @@ void TaskEditorSheet::selectItem(const std::optional<VTClientApplication> &item)
                 frame.setHeight(frame.height() - B);
                 setWindowFrame(frame);
             }
+            updateMinimumHeight();
             return;
         }
         const int row = m_clients->rowOfClient(*item);
@@ -403,6 +523,7 @@ void TaskEditorSheet::selectItem(const std::optional<VTClientApplication> &item)
             setWindowFrame(frame);
             m_ui->taskBox->show();
         }
+        updateMinimumHeight();
     });
 }
 
@@ -440,6 +561,8 @@ void TaskEditorSheet::setClientApplications(const AppController::ClientList &cli
         box->setTitle(clients[static_cast<size_t>(row)].name);
         m_ui->taskCollectionView->setIndexWidget(m_clients->index(row), box);
     }
+    updateGridHighlight();
+    updateGridHint();
 }
 
 std::optional<int> TaskEditorSheet::selectedClientIndex() const
@@ -463,6 +586,28 @@ void TaskEditorSheet::startProgress()
 void TaskEditorSheet::endProgress()
 {
     m_ui->taskSpinner->stopAnimation();
+    m_discoveryEnded = true;
+    updateGridHint();
+}
+
+void TaskEditorSheet::updateGridHint()
+{
+    const bool empty = m_clients->rowCount() == 0;
+    m_ui->taskCollectionView->setVisible(!empty);
+    m_ui->gridHint->setVisible(empty);
+    if (!empty) {
+        return;
+    }
+    // Discovery starts with the window and runs once: until it ends, it is under way.
+    if (!m_discoveryEnded) {
+        m_ui->gridHint->setText(QStringLiteral("Looking for applications..."));
+        return;
+    }
+    const QString folder = VTLocalPaths::applicationDirectory(false).value_or(QString());
+    m_ui->gridHint->setText(
+        QStringLiteral("No Vantreel application with scheduled tasks was found in %1 or the "
+                       "folders inside it.")
+            .arg(QDir::toNativeSeparators(folder)));
 }
 
 void TaskEditorSheet::showAlert(const QString &message)
@@ -473,10 +618,29 @@ void TaskEditorSheet::showAlert(const QString &message)
     VTAlert::runModal(alert);
 }
 
+QString TaskEditorSheet::browseStartFolder() const
+{
+    // The folder typed so far, or the nearest one above it that exists; else the home.
+    const QString typed = m_ui->intervalDirectoryPath->text();
+    if (!typed.isEmpty()) {
+        QString folder = PathString::expandingTildeInPath(typed);
+        if (!folder.startsWith(QLatin1Char('/'))) {
+            folder.prepend(QLatin1Char('/'));
+        }
+        QFileInfo info(QDir::cleanPath(folder));
+        while (!info.isDir() && info.absoluteFilePath() != QLatin1String("/")) {
+            info = QFileInfo(info.absolutePath());
+        }
+        return info.absoluteFilePath();
+    }
+    return Identity::current().homeDirectory().value_or(QDir::homePath());
+}
+
 void TaskEditorSheet::taskBrowseDirectory()
 {
     VTException::guard(VT_METHOD, [&] {
         QFileDialog panel(this);
+        panel.setDirectory(browseStartFolder());
         panel.setFileMode(QFileDialog::Directory);
         panel.setOption(QFileDialog::ShowDirsOnly);
         if (panel.exec() == QDialog::Accepted && !panel.selectedFiles().isEmpty()) {
@@ -515,34 +679,40 @@ void TaskEditorSheet::addTask()
         } else if (schedule == kAtSpecificInterval) {
             // Each coarser field overwrites what a finer one set: a typed minute survives
             // only alone, a typed hour only without a day, weekday or month, and a month
-            // starts on day 1.
+            // starts on day 1. A key set again moves to the place of its last setting: the
+            // job file keeps this order and its reader classifies by the first key, so
+            // Hour 14 must come before its Minute 0 to read back as the schedule shown.
             const QString minute = m_ui->intervalMinuteText->text();
             const QString hour = m_ui->intervalHourText->text();
             const QString day = m_ui->intervalDayText->text();
             const QString weekday = m_ui->intervalWeekdayText->text();
             const QString month = m_ui->intervalMonthText->text();
+            const auto set = [&interval](const char *key, qint64 value) {
+                interval.remove(QLatin1String(key));
+                interval.insert(QLatin1String(key), value);
+            };
             if (!minute.isEmpty()) {
-                interval.insert(QStringLiteral("Minute"), integerValue(minute));
+                set("Minute", integerValue(minute));
             }
             if (!hour.isEmpty()) {
-                interval.insert(QStringLiteral("Hour"), integerValue(hour));
-                interval.insert(QStringLiteral("Minute"), qint64(0));
+                set("Hour", integerValue(hour));
+                set("Minute", 0);
             }
             if (!day.isEmpty()) {
-                interval.insert(QStringLiteral("Hour"), qint64(8));
-                interval.insert(QStringLiteral("Minute"), qint64(0));
-                interval.insert(QStringLiteral("Day"), integerValue(day));
+                set("Hour", 8);
+                set("Minute", 0);
+                set("Day", integerValue(day));
             }
             if (!weekday.isEmpty()) {
-                interval.insert(QStringLiteral("Hour"), qint64(8));
-                interval.insert(QStringLiteral("Minute"), qint64(0));
-                interval.insert(QStringLiteral("Weekday"), integerValue(weekday));
+                set("Hour", 8);
+                set("Minute", 0);
+                set("Weekday", integerValue(weekday));
             }
             if (!month.isEmpty()) {
-                interval.insert(QStringLiteral("Month"), integerValue(month));
-                interval.insert(QStringLiteral("Day"), qint64(1));
-                interval.insert(QStringLiteral("Hour"), qint64(8));
-                interval.insert(QStringLiteral("Minute"), qint64(0));
+                set("Month", integerValue(month));
+                set("Day", 1);
+                set("Hour", 8);
+                set("Minute", 0);
             }
             if (interval.isEmpty()) {
                 showAlert(QStringLiteral(

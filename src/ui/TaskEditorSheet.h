@@ -48,6 +48,9 @@ public:
     // The represented object (the catalogue entry) of a task pop-up item.
     std::optional<PlistDict> representedObject(int item) const;
 
+    // Where the Browse panel opens.
+    QString browseStartFolder() const;
+
     // Tests set 0, so that every frame change is complete when the call returns.
     static void setAnimationDuration(int milliseconds);
     static int animationDuration();
@@ -59,16 +62,26 @@ public:
 protected:
     void reject() override;
     void resizeEvent(QResizeEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    // Makes room for a font larger than the interface file's sizes allow for.
+    void fitToFont();
     // Places the top-level parts: the grid at the top, the task box below it at its own
     // height, the buttons at the bottom.
     void layoutSheet();
     // A frame change of the whole sheet, animated when it is on screen.
     void setWindowFrame(const QRect &frame);
     void finishAnimation();
+    // Each grid tile shows whether it is selected and whether it has the keyboard focus.
+    void updateGridHighlight();
+    // The height the shown parts need: the grid, the task box when shown, the buttons.
+    int neededHeight() const;
+    void updateMinimumHeight();
     void resizeTaskBox(int heightChange);
     void updateIntervalPlace();
+    // The grid, or a line saying that applications are being looked for or none was found.
+    void updateGridHint();
     void openSheet();
     void showAlert(const QString &message);
 
@@ -80,10 +93,12 @@ private:
     std::vector<PlistDict> m_taskItems;
     QPropertyAnimation *m_animation;
     bool m_selecting = false;
+    bool m_discoveryEnded = false;
     // The margins of the parts as the interface file places them.
     int m_buttonsBottom = 0;
     int m_addButtonRight = 0;
     int m_cancelButtonRight = 0;
     int m_spinnerRight = 0;
     int m_sideMargin = 0;
+    int m_belowTaskBox = 0;
 };

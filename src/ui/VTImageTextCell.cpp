@@ -174,8 +174,12 @@ void VTImageTextCell::paint(QPainter *painter, const QStyleOptionViewItem &optio
     const QRectF titleArea = layout.titleFrame.adjusted(2, 1, -2, 0);
     const QFontMetricsF metrics(opt.font);
     painter->setFont(opt.font);
+    // Black is the ordinary text colour of a light desktop; on a dark one it stands for the
+    // palette's text colour, which stays readable.
+    const QColor textColor =
+        m_textColor == QColor(Qt::black) ? opt.palette.color(QPalette::Text) : m_textColor;
     painter->setPen(highlighted ? opt.palette.color(QPalette::Active, QPalette::HighlightedText)
-                                : m_textColor);
+                                : textColor);
     painter->drawText(titleArea, Qt::AlignLeft | Qt::AlignTop | Qt::TextSingleLine,
                       metrics.elidedText(title, lineBreakMode(), titleArea.width()));
 

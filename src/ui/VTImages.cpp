@@ -80,7 +80,8 @@ QIcon drawnIcon(const QString &name)
                 p.fillPath(tip, Qt::white);
             });
         } else if (name == QLatin1String("DeleteTask")) {
-            image = badge(QColor(0x8a, 0x8f, 0x98), size, [](QPainter &p, qreal s) {
+            // Red, not grey: a grey badge reads as a disabled one.
+            image = badge(QColor(0xd0, 0x43, 0x3a), size, [](QPainter &p, qreal s) {
                 p.drawLine(QPointF(s * 0.28, s * 0.5), QPointF(s * 0.72, s * 0.5));
             });
         } else {

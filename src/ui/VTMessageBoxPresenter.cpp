@@ -5,13 +5,24 @@
 #include <QMessageBox>
 #include <QPushButton>
 
+namespace {
+
+// A long path wraps after one of its slashes rather than inside a name: each slash is
+// followed by a break opportunity that draws nothing.
+QString breakableAtSlashes(QString text)
+{
+    return text.replace(QLatin1Char('/'), QStringLiteral("/\u200B"));
+}
+
+} // namespace
+
 int VTMessageBoxPresenter::runModal(const VTAlertRequest &request)
 {
     QMessageBox box(m_parent ? m_parent : QApplication::activeWindow());
     box.setIcon(request.alternateButton.isEmpty() ? QMessageBox::Warning : QMessageBox::Question);
     box.setWindowTitle(QStringLiteral("Kairo Planner"));
-    box.setText(request.messageText);
-    box.setInformativeText(request.informativeText);
+    box.setText(breakableAtSlashes(request.messageText));
+    box.setInformativeText(breakableAtSlashes(request.informativeText));
     QPushButton *defaultButton = box.addButton(
         request.defaultButton.isEmpty() ? QStringLiteral("OK") : request.defaultButton,
         QMessageBox::AcceptRole);

@@ -9,17 +9,25 @@
 #include "ui/TaskEditorSheet.h"
 #include "ui/TaskTableModel.h"
 #include "ui/VTImageTextCell.h"
+#include "ui/VTMessageBoxPresenter.h"
 #include "ui/VTShortcutKeyContainerView.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QDesktopServices>
 #include <QFileInfo>
 #include <QHeaderView>
+#include <QLabel>
+#include <QMessageBox>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QTabWidget>
 #include <QTableView>
 #include <QTest>
+#include <QTextLayout>
+#include <QTimer>
 #include <QUrl>
 
 namespace {
@@ -88,6 +96,7 @@ TEST_F(MainWindowTest, WithoutAStoredColumnTheListIsSortedAscendingByTheSecondCo
 {
     makeThreeTasks();
     openWindow();
+    EXPECT_FALSE(window->findChild<QLabel *>(QStringLiteral("emptyTableHint"))->isVisible());
     EXPECT_EQ(tableDescriptions(),
               QStringList({"Back up the library", "Clean caches", "Update spelling"}));
     EXPECT_EQ(window->indicatorImageName(kColTask), QStringLiteral("NSAscendingSortIndicator"));
@@ -211,6 +220,75 @@ TEST_F(MainWindowTest, AnEmptyListOffersToEnableAllWithTheApplicationImage)
     EXPECT_EQ(window->enableDisableAllLabel(), QStringLiteral("Enable All Tasks"));
     EXPECT_EQ(window->enableDisableAllImageName(), QStringLiteral("KairoPlanner.icns"));
     EXPECT_FALSE(window->toolbarEnableDisableAll()->icon().isNull());
+    // The empty table says how to add a task.
+    auto *hint = window->findChild<QLabel *>(QStringLiteral("emptyTableHint"));
+    ASSERT_TRUE(hint);
+    EXPECT_TRUE(hint->isVisible());
+    EXPECT_TRUE(hint->text().contains(QStringLiteral("New Task")));
+
+    makeTask(QStringLiteral("com.vantreel.Quill"), {QStringLiteral("-backup")}, ScheduleDaily);
+    window->controller()->populateScheduledTasks();
+    EXPECT_FALSE(hint->isVisible());
+}
+
+TEST_F(MainWindowTest, ToolbarIconsLookEnabledWhenTheyAre)
+{
+    openWindow();
+    for (const char *name : {"toolbarNewTask", "toolbarEditTask", "toolbarDeleteTask"}) {
+        const QIcon icon = window->findChild<QAction *>(QLatin1String(name))->icon();
+        // The badge above its glyph: a colour, not the grey of a disabled control.
+        const QColor normal = icon.pixmap(32).toImage().pixelColor(16, 6);
+        EXPECT_GE(normal.hsvSaturation(), 100) << name;
+        EXPECT_LT(icon.pixmap(32, QIcon::Disabled).toImage().pixelColor(16, 6).hsvSaturation(),
+                  normal.hsvSaturation())
+            << name;
+    }
+}
+
+TEST_F(MainWindowTest, ALargeFontAndADarkPaletteLeaveEveryPartReadable)
+{
+    const QFont font = QApplication::font();
+    const QPalette palette = QApplication::palette();
+    QFont large = font;
+    large.setPointSizeF(font.pointSizeF() * 1.8);
+    QApplication::setFont(large);
+    QApplication::setPalette(QPalette(QColor(53, 53, 53)));
+    const auto restore = qScopeGuard([&] {
+        window.reset();
+        QApplication::setFont(font);
+        QApplication::setPalette(palette);
+    });
+    makeThreeTasks();
+    openWindow();
+    EXPECT_EQ(layoutFaults(window.get()), QStringList());
+
+    // The task titles in the palette's light text on the dark table.
+    QTableView *table = window->tableView();
+    // Right of the 18-point icon and its margins.
+    const QRect cell = table->visualRect(table->model()->index(1, TaskTableModel::ColumnTask))
+                           .adjusted(30, 0, 0, 0);
+    const QImage image = table->viewport()->grab(cell).toImage();
+    int light = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            light += image.pixelColor(x, y).lightness() > 160 ? 1 : 0;
+        }
+    }
+    EXPECT_GT(light, 10);
+
+    TaskEditorSheet *sheet = window->taskWindow();
+    for (const int schedule : {int(ScheduleCalendar), int(ScheduleWatchDirectory),
+                               int(ScheduleEverySeconds), int(ScheduleDaily)}) {
+        window->newTask();
+        auto *popup = sheet->findChild<QComboBox *>(QStringLiteral("taskBoxRunPopUp"));
+        popup->setCurrentIndex(schedule);
+        sheet->taskScheduleChanged();
+        EXPECT_EQ(layoutFaults(sheet), QStringList()) << popup->currentText().toStdString();
+        window->taskWindow()->cancelNewTask();
+    }
+    window->showPreferences();
+    EXPECT_EQ(layoutFaults(window->preferencesWindow()), QStringList());
+    window->preferencesWindow()->close();
 }
 
 TEST_F(MainWindowTest, DeleteAsksFirstAndMovesTheJobFileToTheTrash)
@@ -419,6 +497,54 @@ TEST_F(MainWindowTest, HelpItemsOpenTheMakersPagesOnTheConfiguredHost)
     window->helpVTHome();
     EXPECT_EQ(recorder.urls, QList<QUrl>({QUrl("https://mirror.example.org/vt/")}));
     QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
+}
+
+TEST(VTMessageBoxPresenterTest, ALongPathWrapsAfterItsSlashes)
+{
+    // Numbered folders: a line may not break between a slash and a digit by itself, and a
+    // run longer than the alert is wide would otherwise be cut anywhere.
+    QString path = QStringLiteral("/srv/archive/2024/11/23/");
+    for (int i = 0; i < 40; ++i) {
+        path += QStringLiteral("%1/").arg(i, 2, 10, QLatin1Char('0'));
+    }
+    path += QStringLiteral("Applications/Tessel.app/Contents/MacOS/Tessel");
+    VTAlertRequest request;
+    request.messageText = QStringLiteral("Unable to locate executable file");
+    request.informativeText = QStringLiteral("Kairo Planner cannot find %1.").arg(path);
+    request.defaultButton = QStringLiteral("Remove Task");
+    request.alternateButton = QStringLiteral("Ignore");
+    QStringList lines;
+    QTimer::singleShot(0, [&] {
+        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        ASSERT_TRUE(box);
+        auto *label = box->findChild<QLabel *>(QStringLiteral("qt_msgbox_informativelabel"));
+        ASSERT_TRUE(label);
+        // The lines as the label lays them out at its width.
+        QTextLayout layout(label->text(), label->font());
+        QTextOption option;
+        option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+        layout.setTextOption(option);
+        layout.beginLayout();
+        for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+            line.setLineWidth(label->contentsRect().width() - 2 * label->margin());
+            lines.append(label->text().mid(line.textStart(), line.textLength()));
+        }
+        layout.endLayout();
+        box->defaultButton()->click();
+    });
+    VTMessageBoxPresenter().runModal(request);
+    ASSERT_GT(lines.size(), 1) << lines.join(QLatin1Char('|')).toStdString();
+    QString joined;
+    for (int i = 0; i < lines.size(); ++i) {
+        const QString line = lines[i];
+        joined += line;
+        if (i + 1 < lines.size()) {
+            const QString bare = QString(line).remove(QChar(0x200B)).trimmed();
+            EXPECT_TRUE(bare.endsWith(QLatin1Char('/')) || line.endsWith(QLatin1Char(' ')))
+                << lines.join(QLatin1Char('|')).toStdString();
+        }
+    }
+    EXPECT_EQ(joined.remove(QChar(0x200B)), request.informativeText);
 }
 
 #include "MainWindowTest.moc"

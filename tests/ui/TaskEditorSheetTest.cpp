@@ -9,16 +9,21 @@
 #include "ui/TaskEditorSheet.h"
 #include "ui/TaskTableModel.h"
 
+#include <QApplication>
 #include <QComboBox>
+#include <QFileDialog>
 #include <QFileInfo>
 #include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
+#include <QProcess>
 #include <QPushButton>
 #include <QTableView>
 #include <QTest>
+#include <QTimer>
 
+#include <array>
 #include <map>
 
 class TaskEditorSheetTest : public WindowFixture
@@ -34,6 +39,13 @@ protected:
         return widget;
     }
     QLineEdit *field(const char *name) const { return part<QLineEdit>(name); }
+
+    // The colour the grid draws at a point of a tile.
+    static QColor tileColour(QListView *grid, int row, const QPoint &point)
+    {
+        const QWidget *box = grid->indexWidget(grid->model()->index(row, 0));
+        return grid->viewport()->grab().toImage().pixelColor(box->geometry().topLeft() + point);
+    }
     QWidget *taskBox() const { return part<QWidget>("taskBox"); }
 
     // Picks the schedule as a user does, with the arrow keys on the pop-up.
@@ -215,8 +227,26 @@ TEST_F(TaskEditorSheetTest, AClickOnAGridItemSelectsItsApplicationAndFillsTheTas
     const QPoint point = box->geometry().topLeft() + QPoint(10, 10);
     // The box never takes the click: the grid beneath does.
     EXPECT_EQ(grid->viewport()->childAt(point), nullptr);
+    EXPECT_TRUE(part<QLabel>("gridHint")->isHidden());
+    EXPECT_NE(tileColour(grid, 1, QPoint(14, 14)), box->palette().color(QPalette::Highlight));
     click(grid->viewport(), point);
     EXPECT_EQ(window->selectedClientIndex(), std::optional<int>(1));
+    // The selected tile, and only it, in the desktop's selection colour; the keyboard focus
+    // as a ring in the colour of selected text.
+    EXPECT_EQ(tileColour(grid, 1, QPoint(14, 14)), box->palette().color(QPalette::Highlight));
+    EXPECT_NE(tileColour(grid, 0, QPoint(14, 14)), box->palette().color(QPalette::Highlight));
+    const QPoint ring(3, box->height() / 2);
+    grid->clearFocus();
+    EXPECT_EQ(tileColour(grid, 1, ring), box->palette().color(QPalette::Highlight));
+    QApplication::setActiveWindow(sheet());
+    grid->setFocus();
+    ASSERT_TRUE(grid->hasFocus());
+    EXPECT_EQ(tileColour(grid, 1, ring), box->palette().color(QPalette::HighlightedText));
+    QTest::keyClick(grid, Qt::Key_Left);
+    EXPECT_EQ(window->selectedClientIndex(), std::optional<int>(0));
+    EXPECT_EQ(tileColour(grid, 0, ring), box->palette().color(QPalette::HighlightedText));
+    EXPECT_NE(tileColour(grid, 1, QPoint(14, 14)), box->palette().color(QPalette::Highlight));
+    click(grid->viewport(), point);
     EXPECT_EQ(part<QGroupBox>("taskBox")->title(), QStringLiteral("Tessera"));
     ASSERT_EQ(tasks->count(), 2);
     EXPECT_EQ(tasks->itemText(0), QStringLiteral("Numbered"));
@@ -296,6 +326,69 @@ TEST_F(TaskEditorSheetTest, CoarserIntervalFieldsOverwriteFinerOnes)
     EXPECT_EQ(window->taskModel()->rowCount(), 4);
     EXPECT_EQ(readJob(file).value("ProgramArguments").stringList(),
               QStringList({"Quill", "-backup"}));
+}
+
+TEST_F(TaskEditorSheetTest, EveryCalendarTypedInTheSheetReadsBackAfterARescanAsShown)
+{
+    openWindow();
+    // Minute 0 and Hour 7 alone are what the named hourly and daily schedules mean.
+    const std::pair<const char *, std::array<QString, 2>> fields[] = {
+        {"intervalMinuteText", {"30", "0"}}, {"intervalHourText", {"14", "7"}},
+        {"intervalDayText", {"5", "12"}},    {"intervalWeekdayText", {"3", "0"}},
+        {"intervalMonthText", {"6", "1"}},
+    };
+    // The times of each named schedule, as a calendar.
+    const std::map<qint64, PlistDict> named = {
+        {ScheduleHourly, interval({{"Minute", 0}})},
+        {ScheduleDaily, interval({{"Hour", 7}, {"Minute", 0}})},
+        {ScheduleWeekly, interval({{"Weekday", 1}, {"Hour", 7}, {"Minute", 0}})},
+        {ScheduleMonthly, interval({{"Day", 1}, {"Hour", 7}, {"Minute", 0}})},
+    };
+    struct Saved
+    {
+        QString typed;
+        QString shown;
+        PlistDict interval;
+    };
+    std::map<QString, Saved> saved;
+    for (size_t set = 0; set < 2; ++set) {
+        for (int mask = 1; mask < 32; ++mask) {
+            std::map<const char *, QString> typed;
+            QString label;
+            for (int i = 0; i < 5; ++i) {
+                if (mask & (1 << i)) {
+                    typed[fields[i].first] = fields[i].second[set];
+                    label += QStringLiteral("%1=%2 ").arg(fields[i].first, fields[i].second[set]);
+                }
+            }
+            const QString file = addCalendarTask(typed);
+            for (const VTScheduledTask::Ptr &task : window->controller()->dataArray()) {
+                if (task->filename() == file) {
+                    saved[file] = {label, task->frequencyStringFromScheduleType(),
+                                   task->interval().value_or(PlistDict())};
+                }
+            }
+        }
+    }
+    ASSERT_EQ(saved.size(), 62u);
+
+    window->controller()->populateScheduledTasks();
+    const AppController::TaskList tasks = window->controller()->dataArray();
+    ASSERT_EQ(tasks.size(), saved.size());
+    for (const VTScheduledTask::Ptr &task : tasks) {
+        const Saved &before = saved.at(*task->filename());
+        const qint64 type = task->scheduleType().value_or(ScheduleUnknown);
+        if (type == ScheduleCalendar) {
+            EXPECT_EQ(task->frequencyStringFromScheduleType(), before.shown)
+                << before.typed.toStdString();
+        } else {
+            ASSERT_TRUE(named.count(type))
+                << before.typed.toStdString() << " read back as type " << type;
+            EXPECT_EQ(asMap(before.interval), asMap(named.at(type)))
+                << before.typed.toStdString() << " read back as "
+                << task->frequencyStringFromScheduleType().toStdString();
+        }
+    }
 }
 
 TEST_F(TaskEditorSheetTest, TypingIntoTheIntervalFieldsKeepsThemInRangeAndDescribesThem)
@@ -456,14 +549,121 @@ TEST_F(TaskEditorSheetTest, EditingATaskOfAnUndiscoveredApplicationHidesTheTaskB
                      PlistValue(PlistArray{ClientApps::entry("thumbs", {"-thumbs"}, "Thumbnails")}),
                      true);
     makeTask("com.vantreel.Tessel", {"-thumbs"}, ScheduleHourly);
+    // A job of the same application that no schedule type fits.
+    const VTScheduledTask::Ptr unknown =
+        makeTask("com.vantreel.Tessel", {"-thumbs"}, ScheduleHourly);
+    PlistDict job = readJob(*unknown->filename());
+    job.remove(QStringLiteral("StartCalendarInterval"));
+    ASSERT_TRUE(PropertyList::writeXml(PlistValue(job), *unknown->filename()));
     openWindow();
-    ASSERT_EQ(window->taskModel()->rowCount(), 1);
+    ASSERT_EQ(window->taskModel()->rowCount(), 2);
     ASSERT_FALSE(taskBox()->isHidden());
     const int height = sheet()->height();
     const int B = taskBox()->height();
-    window->tableView()->selectRow(0);
+    const auto rowOf = [&](qint64 type) {
+        for (int row = 0; row < 2; ++row) {
+            if (window->taskModel()->taskAt(row)->scheduleType() == type) {
+                return row;
+            }
+        }
+        return -1;
+    };
+    window->tableView()->selectRow(rowOf(ScheduleHourly));
     window->editTask();
     EXPECT_TRUE(sheet()->isVisible());
     EXPECT_TRUE(taskBox()->isHidden());
     EXPECT_EQ(sheet()->height(), height - B);
+    sheet()->cancelNewTask();
+
+    // Expanded, then the unknown type collapses it with the task box already gone: the
+    // buttons still stay below the grid, and the next opening has its proper height.
+    window->newTask();
+    part<QListView>("taskCollectionView")
+        ->setCurrentIndex(part<QListView>("taskCollectionView")->model()->index(1, 0));
+    ASSERT_FALSE(taskBox()->isHidden());
+    chooseSchedule(QStringLiteral("At specific interval"));
+    const int expanded = sheet()->height();
+    sheet()->cancelNewTask();
+    window->tableView()->selectRow(rowOf(ScheduleUnknown));
+    window->editTask();
+    EXPECT_TRUE(taskBox()->isHidden());
+    const QWidget *grid = part<QWidget>("taskView");
+    for (const char *button : {"addTaskBtn", "cancelButton"}) {
+        EXPECT_GT(part<QWidget>(button)->y(), grid->geometry().bottom()) << button;
+    }
+    EXPECT_GE(sheet()->height(), height - B);
+    sheet()->cancelNewTask();
+    window->newTask();
+    EXPECT_EQ(sheet()->height(), height - B);
+    part<QListView>("taskCollectionView")
+        ->setCurrentIndex(part<QListView>("taskCollectionView")->model()->index(0, 0));
+    EXPECT_FALSE(taskBox()->isHidden());
+    EXPECT_EQ(sheet()->height(), height);
+    chooseSchedule(QStringLiteral("At specific interval"));
+    EXPECT_EQ(sheet()->height(), expanded);
+}
+
+TEST_F(TaskEditorSheetTest, TheGridSaysWhileItLooksAndWhereItLookedWhenNothingIsFound)
+{
+    QDir(applications).removeRecursively();
+    QDir().mkpath(applications);
+    window = std::make_unique<MainWindow>();
+    QLabel *hint = part<QLabel>("gridHint");
+    EXPECT_FALSE(hint->isHidden());
+    EXPECT_EQ(hint->text(), QStringLiteral("Looking for applications..."));
+    EXPECT_TRUE(part<QWidget>("taskCollectionView")->isHidden());
+    // No empty "Application" box while nothing is selected.
+    EXPECT_TRUE(taskBox()->isHidden());
+
+    ASSERT_TRUE(window->awakeFromNib());
+    ASSERT_TRUE(waitUntil([&] { return !window->controller()->isDiscovering(); }));
+    EXPECT_FALSE(hint->isHidden());
+    EXPECT_TRUE(hint->text().startsWith(QStringLiteral("No Vantreel application")));
+    EXPECT_TRUE(hint->text().contains(applications)) << hint->text().toStdString();
+    EXPECT_TRUE(taskBox()->isHidden());
+}
+
+TEST_F(TaskEditorSheetTest, BrowseOpensInTheTypedFolderElseInTheHomeFolder)
+{
+    const QString watched = sandbox.home() + QStringLiteral("/Watched");
+    ASSERT_TRUE(QDir().mkpath(watched));
+    openWindow();
+    window->newTask();
+    chooseSchedule(QStringLiteral("Whenever a directory changes"));
+    for (const auto &[typed, opened] :
+         {std::pair<QString, QString>{"~/Watched", watched},
+          std::pair<QString, QString>{"~/Watched/not yet made", watched},
+          std::pair<QString, QString>{"", sandbox.home()}}) {
+        type("intervalDirectoryPath", typed);
+        QString shown;
+        QTimer::singleShot(0, sheet(), [&] {
+            auto *panel = sheet()->findChild<QFileDialog *>();
+            ASSERT_TRUE(panel);
+            shown = panel->directory().absolutePath();
+            panel->reject();
+        });
+        sheet()->taskBrowseDirectory();
+        EXPECT_EQ(shown, opened) << typed.toStdString();
+        EXPECT_EQ(field("intervalDirectoryPath")->text(), typed);
+    }
+}
+
+TEST_F(TaskEditorSheetTest, TheDemonstrationClientsAllOfferTheirTasks)
+{
+    QDir(applications).removeRecursively();
+    QDir().mkpath(applications);
+    const QString examples =
+        qEnvironmentVariable("KAIRO_SOURCE_DIR") + QStringLiteral("/examples/");
+    for (const char *bundle : {"Quill.app", "Tessel.app", "Vantreel"}) {
+        ASSERT_EQ(QProcess::execute(QStringLiteral("/bin/cp"),
+                                    {QStringLiteral("-R"), examples + bundle, applications}),
+                  0);
+    }
+    openWindow();
+    QStringList names;
+    for (const VTClientApplication &client : window->controller()->taskArray()) {
+        names.append(client.name);
+    }
+    names.sort();
+    EXPECT_EQ(names, QStringList({"Inkwell", "Quill", "Tessel"}));
 }

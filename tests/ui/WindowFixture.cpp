@@ -8,10 +8,14 @@
 #include "ui/TaskEditorSheet.h"
 #include "ui/TaskTableModel.h"
 
+#include <QAbstractButton>
 #include <QAbstractItemView>
+#include <QComboBox>
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QLabel>
+#include <QLineEdit>
 #include <QTableView>
 #include <QTest>
 
@@ -114,4 +118,58 @@ void WindowFixture::click(QWidget *widget, const QPoint &point)
 QPoint WindowFixture::centerOf(QAbstractItemView *view, int row, int column)
 {
     return view->visualRect(view->model()->index(row, column)).center();
+}
+
+QStringList WindowFixture::layoutFaults(QWidget *window)
+{
+    QStringList faults;
+    const auto name = [](const QWidget *w) {
+        return w->objectName().isEmpty() ? QString::fromLatin1(w->metaObject()->className())
+                                         : w->objectName();
+    };
+    const auto isControl = [](const QWidget *w) {
+        return qobject_cast<const QLabel *>(w) || qobject_cast<const QAbstractButton *>(w) ||
+               qobject_cast<const QLineEdit *>(w) || qobject_cast<const QComboBox *>(w);
+    };
+    QList<QWidget *> controls;
+    for (QWidget *w : window->findChildren<QWidget *>()) {
+        if (!w->isVisibleTo(window) || w->isWindow() || !isControl(w)) {
+            continue;
+        }
+        // The contents of tables, grids and scrolled panes move and are cut on purpose.
+        bool scrolled = false;
+        for (QWidget *up = w->parentWidget(); up && up != window; up = up->parentWidget()) {
+            scrolled = scrolled || up->inherits("QAbstractScrollArea");
+        }
+        if (scrolled) {
+            continue;
+        }
+        controls.append(w);
+        const QSize need = w->minimumSizeHint();
+        const int needHeight =
+            w->hasHeightForWidth() ? w->heightForWidth(w->width()) : need.height();
+        const bool wraps = qobject_cast<const QLabel *>(w) && static_cast<QLabel *>(w)->wordWrap();
+        if (w->height() < needHeight || (!wraps && w->width() < need.width())) {
+            faults.append(QStringLiteral("%1 is %2x%3, needs %4x%5")
+                              .arg(name(w))
+                              .arg(w->width())
+                              .arg(w->height())
+                              .arg(need.width())
+                              .arg(needHeight));
+        }
+        if (!w->parentWidget()->rect().contains(w->geometry())) {
+            faults.append(name(w) + QStringLiteral(" is outside ") + name(w->parentWidget()));
+        }
+    }
+    for (int i = 0; i < controls.size(); ++i) {
+        for (int j = i + 1; j < controls.size(); ++j) {
+            const QRect a(controls[i]->mapTo(window, QPoint(0, 0)), controls[i]->size());
+            const QRect b(controls[j]->mapTo(window, QPoint(0, 0)), controls[j]->size());
+            if (a.intersects(b) && !controls[i]->isAncestorOf(controls[j]) &&
+                !controls[j]->isAncestorOf(controls[i])) {
+                faults.append(name(controls[i]) + QStringLiteral(" overlaps ") + name(controls[j]));
+            }
+        }
+    }
+    return faults;
 }

@@ -62,6 +62,10 @@ protected:
     // The task descriptions down the table.
     QStringList tableDescriptions() const;
 
+    // What a user would see as broken in the shown parts of a window: a control smaller than
+    // its text needs, one outside its parent, or two that overlap.
+    static QStringList layoutFaults(QWidget *window);
+
     static bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 5000);
     static void click(QWidget *widget, const QPoint &point);
     static QPoint centerOf(QAbstractItemView *view, int row, int column);
