@@ -12,6 +12,10 @@ dbus-daemon dbus systemd
 clang-format ccache
 xvfb xauth fonts-dejavu-core
 "
+# `make fuzz` (install-deps.sh fuzz): clang with libFuzzer's runtime.
+if [ "${1:-}" = "fuzz" ]; then
+    PACKAGES="$PACKAGES clang libclang-rt-14-dev"
+fi
 
 missing=""
 for p in $PACKAGES; do
