@@ -18,8 +18,14 @@ SANDBOX=$(mktemp -d /tmp/kairo-soak-XXXXXX)
 trap 'rm -rf "$SANDBOX"' EXIT
 mkdir -p "$SANDBOX/home" "$SANDBOX/root/Applications" "$SANDBOX/root/Library/LaunchDaemons"
 cp -r "$SRC/examples/Quill.app" "$SANDBOX/root/Applications/"
-export HOME="$SANDBOX/home" VT_LOCAL_ROOT="$SANDBOX/root" VT_CONSOLE_USER= \
-       VT_LAUNCHCTL=/bin/true QT_QPA_PLATFORM=offscreen
+export HOME="$SANDBOX/home" VT_LOCAL_ROOT="$SANDBOX/root" VT_LAUNCHCTL=/bin/true \
+       QT_QPA_PLATFORM=offscreen
+# The commands run as an ordinary user, as client applications run them (root: as nobody).
+RUN=""
+if [ "$(id -u)" -eq 0 ]; then
+    chown -R nobody:nogroup "$SANDBOX"
+    RUN="setpriv --reuid=65534 --regid=65534 --clear-groups --"
+fi
 AGENTS="$HOME/Library/LaunchAgents"
 fail=0
 
@@ -27,10 +33,10 @@ for round in $(seq "$ROUNDS"); do
     pids=""
     for i in $(seq "$PARALLEL"); do
         case $((i % 4)) in
-            0) "$BIN" -add com.vantreel.Quill backup 3 ;;
-            1) "$BIN" -tasks ;;
-            2) "$BIN" -disable ;;
-            3) "$BIN" -remove "$AGENTS/com.vantreel.ScheduledTask$i.plist" ;;
+            0) $RUN "$BIN" -add com.vantreel.Quill backup 3 ;;
+            1) $RUN "$BIN" -tasks ;;
+            2) $RUN "$BIN" -enable ;;
+            3) $RUN "$BIN" -remove "$AGENTS/com.vantreel.ScheduledTask$i.plist" ;;
         esac >/dev/null 2>>"$SANDBOX/stderr" &
         pids="$pids $!"
     done
@@ -40,11 +46,11 @@ for round in $(seq "$ROUNDS"); do
         kill -9 "$pid" 2>/dev/null || true
     done
     for pid in $pids; do
-        wait "$pid" || true
+        wait "$pid" 2>/dev/null || true
     done
 done
 
-"$BIN" -tasks >/dev/null 2>>"$SANDBOX/stderr"
+$RUN "$BIN" -tasks >/dev/null 2>>"$SANDBOX/stderr"
 for job in "$AGENTS"/com.vantreel.ScheduledTask*.plist; do
     [ -e "$job" ] || continue
     if ! grep -q "<key>Label</key>" "$job"; then

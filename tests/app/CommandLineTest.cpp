@@ -444,7 +444,8 @@ TEST_F(CommandLineTest, UnwritablePreferencesStopTheUpgradeRewrite)
     for (const bool unreadableFile : {true, false}) {
         SCOPED_TRACE(unreadableFile ? "mode 000 file" : "read-only folder");
         TestFiles::write(prefs, content);
-        run({"-remove", "/nonexistent"}); // hands the sandbox over
+        run({"-remove", "/nonexistent"}); // hands the sandbox over (and notes the launch)
+        const QByteArray before = TestFiles::read(prefs);
         const QByteArray target = QFile::encodeName(unreadableFile ? prefs : folder);
         ASSERT_EQ(::chmod(target.constData(), unreadableFile ? 0 : 0555), 0);
         launchctl->clear();
@@ -456,7 +457,7 @@ TEST_F(CommandLineTest, UnwritablePreferencesStopTheUpgradeRewrite)
         }
         EXPECT_TRUE(launchctl->calls().isEmpty()) << launchctl->calls().join(", ").toStdString();
         ::chmod(target.constData(), unreadableFile ? 0644 : 0755);
-        EXPECT_EQ(TestFiles::read(prefs), content);
+        EXPECT_EQ(TestFiles::read(prefs), before);
     }
     EXPECT_TRUE(logHas(logLines(), QStringLiteral("Unable to record version ") +
                                        QStringLiteral(KAIRO_VERSION) + " in " + prefs +
