@@ -10,7 +10,7 @@ ARGS       ?=
 LAUNCHER := $(shell command -v ccache >/dev/null 2>&1 && echo -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 export CCACHE_BASEDIR := $(CURDIR)
 
-.PHONY: all deps configure build test test-asan run bench format format-check screenshots install package clean
+.PHONY: all deps configure build test test-asan fuzz run bench format format-check screenshots install package clean
 
 all: build
 
@@ -30,6 +30,18 @@ test: build
 # The whole suite under AddressSanitizer and UndefinedBehaviorSanitizer.
 test-asan:
 	@$(MAKE) --no-print-directory test BUILD=build-asan BUILD_TYPE=Debug CMAKE_ARGS="-DKAIRO_SANITIZE=ON $(CMAKE_ARGS)"
+
+# The fuzz target under libFuzzer for FUZZ_TIME seconds (build-fuzz/, clang), starting from
+# the seed corpus; new inputs go to build-fuzz/corpus, a crash to build-fuzz/crash-*.
+FUZZ_TIME ?= 60
+fuzz:
+	@./scripts/install-deps.sh fuzz
+	@CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKAIRO_FUZZ=ON \
+		-DKAIRO_BUILD_TESTS=OFF -DKAIRO_BUILD_BENCHMARKS=OFF $(LAUNCHER) >/dev/null
+	@cmake --build build-fuzz --target kairo-fuzz-jobfile -j$(JOBS)
+	@mkdir -p build-fuzz/corpus
+	@cd build-fuzz && ./fuzz/kairo-fuzz-jobfile -max_total_time=$(FUZZ_TIME) -artifact_prefix=./ \
+		corpus ../tests/data/fuzz
 
 # The application on the demonstration sandbox (windowed, or headless with ARGS=-tasks etc.).
 run: build
@@ -56,4 +68,4 @@ package: build
 	@cmake --build $(BUILD) --target package
 
 clean:
-	@rm -rf $(BUILD) build-asan
+	@rm -rf $(BUILD) build-asan build-fuzz

@@ -13,6 +13,10 @@ clang-format ccache
 file dpkg-dev desktop-file-utils appstream
 xvfb xauth fonts-dejavu-core
 "
+# `make fuzz` (install-deps.sh fuzz): clang with libFuzzer's runtime.
+if [ "${1:-}" = "fuzz" ]; then
+    PACKAGES="$PACKAGES clang libclang-rt-14-dev"
+fi
 
 missing=""
 for p in $PACKAGES; do

@@ -2,6 +2,8 @@
 
 #include "platform/Bundle.h"
 #include "platform/Clock.h"
+#include "platform/Console.h"
+#include "platform/FileNames.h"
 #include "platform/LookupSnapshot.h"
 #include "platform/PathString.h"
 #include "platform/PropertyList.h"
@@ -12,6 +14,7 @@
 #include "support/VTAuthorization.h"
 #include "support/VTBugReporter.h"
 #include "support/VTException.h"
+#include "support/VTFormat.h"
 #include "support/VTLocalPaths.h"
 #include "support/VTLog.h"
 #include "support/VTTask.h"
@@ -42,9 +45,22 @@ const QString kLastRunVersion = QStringLiteral("lastRunVersion");
 const QString kDisableAll = QStringLiteral("Disable All Tasks");
 
 // A missing folder is created; false when that fails.
+// Reasons a scan ends before it reads anything go to the console and the log: without them
+// an empty list, or a task "not found", would look like the truth.
+void scanEnded(const QString &reason)
+{
+    const QString message = reason + QStringLiteral("; scheduled tasks were not read");
+    Console::log(message);
+    VTLog::appendLog(QStringLiteral("%@"), message);
+}
+
 bool ensureFolder(const QString &folder)
 {
-    return QFileInfo(folder).isDir() || QDir().mkpath(folder);
+    if (FileNames::isDirectory(folder) || FileNames::makePath(folder)) {
+        return true;
+    }
+    scanEnded(VTFormat::string(QStringLiteral("Unable to create folder %@"), folder));
+    return false;
 }
 
 const QLatin1String kMakerPrefix("com.vantreel");
@@ -237,8 +253,7 @@ std::optional<AppController::TaskList> AppController::scanFolder(const QString &
                                                                  bool root) const
 {
     TaskList tasks;
-    const QStringList names = QDir(folder).entryList(
-        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+    const QStringList names = FileNames::entryList(folder);
     for (const QString &name : names) {
         if (!isJobFileName(name)) {
             continue;
@@ -260,12 +275,18 @@ void AppController::populateScheduledTasks(bool userOnly)
         const auto userLibrary = VTLocalPaths::libraryDirectory(true);
         const auto localLibrary = VTLocalPaths::libraryDirectory(false);
         if (!userLibrary || !localLibrary) {
+            scanEnded(QStringLiteral("No library folder for the user at the console"));
             return;
         }
         const QString agents = *userLibrary + QStringLiteral("/LaunchAgents");
         const QString daemons = *localLibrary + QStringLiteral("/LaunchDaemons");
         if (!ensureFolder(agents) || !ensureFolder(daemons)) {
             return;
+        }
+        // What killed writers left beside the job files (the system folder only where
+        // this process may write it).
+        for (const QString &folder : {agents, daemons}) {
+            PropertyList::removeStaleTemporaries(folder, QStringLiteral("com.vantreel."));
         }
         TaskList tasks;
         {
@@ -295,11 +316,19 @@ void AppController::rewriteAfterUpgrade()
         return;
     }
     // Once per new version: every job file that can be written without a password is
-    // written again in the current format and reloaded.
+    // written again in the current format and reloaded. The version is recorded first: one
+    // that cannot be recorded would have every later run rewrite every job again.
+    if (!defaults.setObject(PlistValue(version), kLastRunVersion)) {
+        const QString message = VTFormat::string(
+            QStringLiteral("Unable to record version %@ in %@; job files are not rewritten"),
+            version, defaults.userFile());
+        Console::log(message);
+        VTLog::appendLog(QStringLiteral("%@"), message);
+        return;
+    }
     for (const VTScheduledTask::Ptr &task : dataArray()) {
         task->saveData(false);
     }
-    defaults.setObject(PlistValue(version), kLastRunVersion);
 }
 
 AppController::TaskList AppController::dataArray() const

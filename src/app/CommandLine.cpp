@@ -2,6 +2,7 @@
 
 #include "AppController.h"
 #include "platform/Console.h"
+#include "platform/FileNames.h"
 #include "platform/Identity.h"
 #include "platform/PlistText.h"
 #include "support/VTBugReporter.h"
@@ -16,6 +17,11 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
+
+#include <cerrno>
+#include <cstring>
+
+#include <unistd.h>
 
 namespace {
 
@@ -53,14 +59,15 @@ int CommandLine::main(int argc, char **argv, const WindowedApplication &windowed
     }
     // Made before the switch is examined, so an unknown switch leaves it too.
     VTLog::createNewLog(QStringLiteral("Kairo Planner.task"));
-    const QString first = QString::fromLocal8Bit(argv[1]);
+    const QString first = FileNames::decode(QByteArray(argv[1]));
     if (!isSwitch(first)) {
         return windowed(argc, argv);
     }
     QCoreApplication app(argc, argv);
     QStringList arguments;
     for (int i = 0; i < argc; ++i) {
-        arguments << QString::fromLocal8Bit(argv[i]);
+        // Paths are handed on to the system as the bytes they were, UTF-8 or not.
+        arguments << FileNames::decode(QByteArray(argv[i]));
     }
     const int status = run(arguments);
     VTLog::finishWriting();
@@ -213,25 +220,24 @@ int CommandLine::remove(const QStringList &arguments)
         return 1;
     }
     becomeUser(0);
-    if (!QFileInfo::exists(path) && !QFileInfo(path).isSymLink()) {
+    if (!FileNames::exists(path) && !FileNames::isSymbolicLink(path)) {
         return 0;
     }
     VTTask::runTask(VTToolPaths::launchctl(), {QStringLiteral("unload"), path});
     // Files only: a folder is never removed with its contents.
-    QFile file(path);
-    if (QFileInfo(path).isDir() && !QFileInfo(path).isSymLink()) {
+    if (FileNames::isDirectory(path) && !FileNames::isSymbolicLink(path)) {
         const QString error = QStringLiteral("Is a directory");
         VTReport::report(
             VTFormat::string(QStringLiteral("Error moving file %@: %@"), path, error),
             VTFormat::string(QStringLiteral("Error removing file %@: %@"), path, error));
         return 1;
     }
-    if (!file.remove()) {
+    if (::unlink(FileNames::encode(path).constData()) != 0) {
+        const QString error = QString::fromLocal8Bit(std::strerror(errno));
         // The notification says "moving", the console "removing".
         VTReport::report(
-            VTFormat::string(QStringLiteral("Error moving file %@: %@"), path, file.errorString()),
-            VTFormat::string(QStringLiteral("Error removing file %@: %@"), path,
-                             file.errorString()));
+            VTFormat::string(QStringLiteral("Error moving file %@: %@"), path, error),
+            VTFormat::string(QStringLiteral("Error removing file %@: %@"), path, error));
         return 1;
     }
     return 0;

@@ -1,6 +1,7 @@
 #include "WindowedApplication.h"
 
 #include "AppController.h"
+#include "platform/Console.h"
 #include "platform/Environment.h"
 #include "platform/PlistValue.h"
 #include "support/VTAlert.h"
@@ -19,6 +20,7 @@
 
 #include <functional>
 #include <vector>
+#include <unistd.h>
 
 namespace {
 
@@ -141,11 +143,37 @@ void takeScreenshots(MainWindow &window, const QString &folder)
     poll->start();
 }
 
+const char kNoDisplay[] = "No display to open the window on";
+
+bool isSet(const char *name)
+{
+    const auto value = Environment::value(name);
+    return value && !value->isEmpty();
+}
+
+// Qt gives up on a display it cannot reach with a fatal message and an abort, which the
+// crash handler would keep as a crash: while the application starts, a fatal message ends
+// the process with the one line instead.
+void startupMessageHandler(QtMsgType type, const QMessageLogContext &, const QString &)
+{
+    if (type == QtFatalMsg) {
+        Console::log(QLatin1String(kNoDisplay));
+        ::_exit(1);
+    }
+}
+
 } // namespace
 
 int WindowedApplication::run(int argc, char **argv)
 {
+    // A platform named outright (offscreen, for instance) needs no display variable.
+    if (!isSet("QT_QPA_PLATFORM") && !isSet("DISPLAY") && !isSet("WAYLAND_DISPLAY")) {
+        Console::log(QLatin1String(kNoDisplay));
+        return 1;
+    }
+    const QtMessageHandler previous = qInstallMessageHandler(startupMessageHandler);
     QApplication app(argc, argv);
+    qInstallMessageHandler(previous);
     // The screenshots of a dark desktop: a palette derived from a dark button colour.
     if (Environment::value("KAIRO_SCREENSHOTS_PALETTE") == QStringLiteral("dark")) {
         QApplication::setPalette(QPalette(QColor(53, 53, 53)));

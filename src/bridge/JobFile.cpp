@@ -1,5 +1,6 @@
 #include "JobFile.h"
 
+#include "platform/FileNames.h"
 #include "platform/PropertyList.h"
 
 #include <QDir>
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <sys/stat.h>
 
 // The messages for job files that cannot be loaded follow launchctl's own:
@@ -101,7 +103,7 @@ bool usableProgram(const QString &program)
 std::optional<JobFile> JobFile::read(const QString &path, QString *message)
 {
     struct stat info;
-    if (::stat(QFile::encodeName(path).constData(), &info) != 0) {
+    if (::stat(FileNames::encode(path).constData(), &info) != 0) {
         const int error = errno;
         *message = QStringLiteral("launchctl: Couldn't stat(\"%1\"): %2")
                        .arg(path, QString::fromLocal8Bit(std::strerror(error)));
@@ -185,6 +187,18 @@ std::optional<JobFile> JobFile::fromDictionary(const PlistDict &dict, const QStr
 
     if (const std::optional<qint64> interval =
             integer(dict, QStringLiteral("StartInterval"), warnings)) {
+        // systemd keeps times in microseconds below 2^64 - 1 and refuses a timer it cannot
+        // parse: a job that asks for a longer interval cannot be run as asked.
+        constexpr qint64 kLongestInterval =
+            static_cast<qint64>(std::numeric_limits<quint64>::max() / 1000000 - 1);
+        if (*interval > kLongestInterval) {
+            *message = QStringLiteral("launchctl: StartInterval %1 is longer than systemd can "
+                                      "wait (%2 seconds at most): %3")
+                           .arg(*interval)
+                           .arg(kLongestInterval)
+                           .arg(path);
+            return std::nullopt;
+        }
         if (*interval > 0) {
             job.m_startInterval = *interval;
         } else {

@@ -93,7 +93,8 @@ int JobLoader::load(const QString &jobPath) const
     const JobFile &job = t->job;
     const UnitFolder &folder = t->folder;
     QString message;
-    const std::optional<UnitWriter> writer = UnitWriter::forJob(job, t->scope, &message);
+    const std::optional<UnitWriter> writer =
+        UnitWriter::forJob(job, t->scope, &message, m_bridgePath);
     if (!writer) {
         Console::log(message);
         return 1;

@@ -48,9 +48,21 @@ std::optional<QStringList> UnitWriter::unitNames(const QString &label)
                        UnitName::escape(label) + QStringLiteral(".path")};
 }
 
-std::optional<UnitWriter> UnitWriter::forJob(const JobFile &job, const ManagerScope &scope,
-                                             QString *message)
+bool UnitWriter::systemdRunsProgram(const QString &program)
 {
+    return !program.contains(QLatin1Char('\'')) && !program.contains(QLatin1Char('"')) &&
+           !program.contains(QLatin1Char('\\'));
+}
+
+std::optional<UnitWriter> UnitWriter::forJob(const JobFile &job, const ManagerScope &scope,
+                                             QString *message, const QString &bridgePath)
+{
+    if (!systemdRunsProgram(job.program()) &&
+        (bridgePath.isEmpty() || !systemdRunsProgram(bridgePath))) {
+        *message = QStringLiteral("kairo-launchctl: systemd cannot run the program \"%1\" of %2")
+                       .arg(UnitQuoting::cEscape(job.program()), job.path());
+        return std::nullopt;
+    }
     const std::optional<QStringList> names = unitNames(job.label());
     if (!names) {
         *message = QStringLiteral("kairo-launchctl: the label of %1 is too long for a systemd unit")
@@ -67,7 +79,7 @@ std::optional<UnitWriter> UnitWriter::forJob(const JobFile &job, const ManagerSc
     UnitWriter writer;
     writer.m_serviceName = names->at(0);
     writer.m_warnings = job.warnings();
-    writer.m_units.emplace_back(writer.m_serviceName, writer.serviceText(job, scope));
+    writer.m_units.emplace_back(writer.m_serviceName, writer.serviceText(job, scope, bridgePath));
     if (const std::optional<QString> timer = writer.timerText(job)) {
         writer.m_units.emplace_back(names->at(1), *timer);
         writer.m_triggers.append(names->at(1));
@@ -82,10 +94,17 @@ std::optional<UnitWriter> UnitWriter::forJob(const JobFile &job, const ManagerSc
     return writer;
 }
 
-QString UnitWriter::serviceText(const JobFile &job, const ManagerScope &scope)
+QString UnitWriter::serviceText(const JobFile &job, const ManagerScope &scope,
+                                const QString &bridgePath)
 {
     QStringList exec;
-    exec.append(QLatin1Char('@') + UnitQuoting::execWord(job.program()));
+    if (systemdRunsProgram(job.program())) {
+        exec.append(QLatin1Char('@') + UnitQuoting::execWord(job.program()));
+    } else {
+        exec.append(UnitQuoting::execWord(bridgePath));
+        exec.append(UnitQuoting::execWord(QStringLiteral("exec")));
+        exec.append(UnitQuoting::execWord(job.program()));
+    }
     for (const QString &argument : job.arguments()) {
         exec.append(UnitQuoting::execWord(argument));
     }

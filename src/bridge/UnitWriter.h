@@ -29,9 +29,15 @@
 class UnitWriter
 {
 public:
-    // No value when the label cannot name a unit (too long, or the mount watcher's name).
+    // No value when the label cannot name a unit (too long, or the mount watcher's name), or
+    // when systemd would not run the program and the bridge (bridgePath) cannot either.
     static std::optional<UnitWriter> forJob(const JobFile &job, const ManagerScope &scope,
-                                            QString *message);
+                                            QString *message,
+                                            const QString &bridgePath = QString());
+    // systemd runs no executable whose path holds a quote or a backslash ("Anna's
+    // Tools.app"); such a program is started by the bridge's "exec" command, which becomes
+    // it at once with the job's own argument list.
+    static bool systemdRunsProgram(const QString &program);
 
     // The names of all three units of a label, whether written or not.
     static std::optional<QStringList> unitNames(const QString &label);
@@ -51,7 +57,7 @@ public:
 private:
     UnitWriter() = default;
 
-    QString serviceText(const JobFile &job, const ManagerScope &scope);
+    QString serviceText(const JobFile &job, const ManagerScope &scope, const QString &bridgePath);
     std::optional<QString> timerText(const JobFile &job);
     std::optional<QString> pathText(const JobFile &job);
 

@@ -6,6 +6,8 @@
 #include <QByteArray>
 #include <QFileInfo>
 
+#include <algorithm>
+
 #include <unistd.h>
 
 QString Console::processName()
@@ -19,6 +21,35 @@ QString Console::processName()
     return name;
 }
 
+QString Console::singleLine(const QString &text)
+{
+    const auto isControl = [](QChar c) {
+        return c.unicode() < 0x20 || c.unicode() == 0x7f || c.unicode() == 0x85 ||
+               c.unicode() == 0x2028 || c.unicode() == 0x2029;
+    };
+    if (std::none_of(text.begin(), text.end(), isControl)) {
+        return text;
+    }
+    QString out;
+    out.reserve(text.size() + 8);
+    for (const QChar c : text) {
+        if (!isControl(c)) {
+            out += c;
+        } else if (c == QLatin1Char('\n')) {
+            out += QLatin1String("\\n");
+        } else if (c == QLatin1Char('\r')) {
+            out += QLatin1String("\\r");
+        } else if (c == QLatin1Char('\t')) {
+            out += QLatin1String("\\t");
+        } else if (c.unicode() > 0xff) {
+            out += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+        } else {
+            out += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
+        }
+    }
+    return out;
+}
+
 void Console::log(const QString &message)
 {
     const QDateTime now = Clock::current().now();
@@ -26,7 +57,7 @@ void Console::log(const QString &message)
     line += ' ';
     line += processName().toUtf8();
     line += '[' + QByteArray::number(static_cast<qint64>(::getpid())) + "] ";
-    line += message.toUtf8();
+    line += singleLine(message).toUtf8();
     line += '\n';
     PosixFile::writeAll(STDERR_FILENO, line);
 }

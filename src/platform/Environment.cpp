@@ -1,5 +1,7 @@
 #include "Environment.h"
 
+#include "FileNames.h"
+
 #include <cstdlib>
 
 std::optional<QString> Environment::value(const char *name)
@@ -8,7 +10,8 @@ std::optional<QString> Environment::value(const char *name)
     if (!v) {
         return std::nullopt;
     }
-    return QString::fromLocal8Bit(v);
+    // Mostly paths (HOME, VT_LOCAL_ROOT...): kept byte for byte, also when not UTF-8.
+    return FileNames::decode(QByteArray(v));
 }
 
 QString Environment::localRoot()

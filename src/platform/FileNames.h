@@ -17,4 +17,11 @@ public:
     // The names in a folder (without "." and ".."), decoded losslessly, sorted; empty when
     // the folder cannot be read.
     static QStringList entryList(const QString &folder);
+    // The file system by these bytes, where Qt's own calls would look at other names.
+    // exists and isDirectory follow a link, as QFileInfo does.
+    static bool exists(const QString &path);
+    static bool isDirectory(const QString &path);
+    static bool isSymbolicLink(const QString &path);
+    // The folder with every missing parent; true when it is a folder afterwards.
+    static bool makePath(const QString &path);
 };

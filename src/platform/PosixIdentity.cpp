@@ -2,6 +2,7 @@
 
 #include "ConsoleUser.h"
 #include "Environment.h"
+#include "FileNames.h"
 
 #include <pwd.h>
 #include <unistd.h>
@@ -30,7 +31,7 @@ std::optional<PasswdEntry> lookup(const char *name, std::optional<uid_t> uid)
         return std::nullopt;
     }
     return PasswdEntry{entry.pw_uid, QString::fromLocal8Bit(entry.pw_name),
-                       QString::fromLocal8Bit(entry.pw_dir)};
+                       FileNames::decode(QByteArray(entry.pw_dir))};
 }
 
 } // namespace

@@ -14,7 +14,9 @@
 #include <memory>
 #include <vector>
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -83,8 +85,10 @@ uint64_t bigEndian(const uint8_t *p, unsigned size)
 // first: nesting deeper than kMaxDepth, an object that contains itself, or more nodes once
 // shared objects are copied than a generous multiple of the objects in the file, is refused.
 // What does not make sense to this walk (bad offsets, references or counts) is left for
-// libplist to refuse.
-bool binaryNestingWithinLimit(const QByteArray &bytes)
+// libplist to refuse. A dictionary key in UTF-16 that holds U+0000 is refused too: libplist
+// turns it into a key whose length disagrees with its C string and then asserts (aborts the
+// process) when the key is read.
+bool binaryWithinLimits(const QByteArray &bytes)
 {
     const auto *data = reinterpret_cast<const uint8_t *>(bytes.constData());
     const uint64_t size = static_cast<uint64_t>(bytes.size());
@@ -104,39 +108,80 @@ bool binaryNestingWithinLimit(const QByteArray &bytes)
         return true;
     }
 
+    // An object's marker type and element count, and where its contents start; false when
+    // the object lies outside the file.
+    struct Header
+    {
+        unsigned type = 0;
+        uint64_t n = 0;
+        uint64_t pos = 0;
+    };
+    const auto headerOf = [&](uint64_t object, Header &header) {
+        const uint64_t offset = bigEndian(data + table + object * offsetSize, offsetSize);
+        if (offset < 8 || offset >= objectsEnd) {
+            return false;
+        }
+        const uint8_t marker = data[offset];
+        header.type = marker >> 4;
+        header.n = marker & 0x0F;
+        header.pos = offset + 1;
+        // Data, strings and containers give a longer count in an integer object that follows.
+        const bool counted = (header.type >= 0x4 && header.type <= 0x6) || header.type >= 0xA;
+        if (header.n == 0x0F && counted) {
+            const uint64_t pos = header.pos;
+            if (pos >= objectsEnd || (data[pos] >> 4) != 0x1) {
+                return false;
+            }
+            const unsigned intSize = 1u << (data[pos] & 0x0F);
+            if (intSize > 8 || pos + 1 + intSize > objectsEnd) {
+                return false;
+            }
+            header.n = bigEndian(data + pos + 1, intSize);
+            header.pos = pos + 1 + intSize;
+        }
+        return true;
+    };
+    const auto keyHoldsNul = [&](uint64_t object) {
+        Header key;
+        if (object >= count || !headerOf(object, key) || key.type != 0x6) {
+            return false;
+        }
+        const uint64_t units = std::min<uint64_t>(key.n, (objectsEnd - key.pos) / 2);
+        for (uint64_t i = 0; i < units; ++i) {
+            if (data[key.pos + 2 * i] == 0 && data[key.pos + 2 * i + 1] == 0) {
+                return true;
+            }
+        }
+        return false;
+    };
+
     // The references of a container object: [first, first + n * refSize).
     struct Refs
     {
         uint64_t first = 0;
         uint64_t n = 0;
+        bool refused = false;
     };
     const auto refsOf = [&](uint64_t object) -> Refs {
-        const uint64_t offset = bigEndian(data + table + object * offsetSize, offsetSize);
-        if (offset < 8 || offset >= objectsEnd) {
+        Header header;
+        if (!headerOf(object, header)) {
             return {};
         }
-        const uint8_t marker = data[offset];
-        const unsigned type = marker >> 4;
+        const unsigned type = header.type;
         if (type != 0xA && type != 0xC && type != 0xD) {
             return {};
         }
-        uint64_t n = marker & 0x0F;
-        uint64_t pos = offset + 1;
-        if (n == 0x0F) {
-            if (pos >= objectsEnd || (data[pos] >> 4) != 0x1) {
-                return {};
-            }
-            const unsigned intSize = 1u << (data[pos] & 0x0F);
-            if (intSize > 8 || pos + 1 + intSize > objectsEnd) {
-                return {};
-            }
-            n = bigEndian(data + pos + 1, intSize);
-            pos += 1 + intSize;
-        }
+        uint64_t n = header.n;
+        const uint64_t pos = header.pos;
         const uint64_t room = (objectsEnd - pos) / refSize;
         if (type == 0xD) {
             if (n > room / 2) {
                 return {};
+            }
+            for (uint64_t i = 0; i < n; ++i) {
+                if (keyHoldsNul(bigEndian(data + pos + i * refSize, refSize))) {
+                    return {0, 0, true};
+                }
             }
             n *= 2;
         } else if (n > room) {
@@ -160,6 +205,9 @@ bool binaryNestingWithinLimit(const QByteArray &bytes)
     };
     std::vector<Frame> stack;
     stack.push_back({top, refsOf(top), 0});
+    if (stack.back().refs.refused) {
+        return false;
+    }
     state[top] = Open;
     // An object may be referenced more than once; each is walked once, and its height
     // (the nesting below it) counts for every later path that reaches it.
@@ -209,6 +257,9 @@ bool binaryNestingWithinLimit(const QByteArray &bytes)
         }
         state[child] = Open;
         stack.push_back({child, refsOf(child), 0});
+        if (stack.back().refs.refused) {
+            return false;
+        }
     }
     return true;
 }
@@ -400,7 +451,7 @@ std::optional<PlistValue> parseBytes(const char *bytes, qsizetype size)
     }
     const QByteArray view = QByteArray::fromRawData(bytes, size);
     const bool binary = plist_is_binary(bytes, static_cast<uint32_t>(size)) != 0;
-    if (binary ? !binaryNestingWithinLimit(view) : !xmlNestingWithinLimit(view)) {
+    if (binary ? !binaryWithinLimits(view) : !xmlNestingWithinLimit(view)) {
         return std::nullopt;
     }
     plist_t root = nullptr;
@@ -430,7 +481,10 @@ bool readFile(const QString &path, std::vector<char> &buffer, qsizetype *size)
     if (path.isEmpty()) {
         return false;
     }
-    const int fd = ::open(FileNames::encode(path).constData(), O_RDONLY | O_CLOEXEC);
+    // Not blocking: a FIFO or a device in place of the file must not hold the reader up
+    // before its type is seen. For a regular file the flag changes nothing.
+    const int fd =
+        ::open(FileNames::encode(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (fd < 0) {
         return false;
     }
@@ -494,6 +548,73 @@ bool writeAll(int fd, const QByteArray &bytes)
     return true;
 }
 
+// The writer's temporary files: ".NAME.XXXXXX" beside the target, NAME shortened when long.
+QByteArray temporaryPrefix(const QByteArray &target)
+{
+    const qsizetype slash = target.lastIndexOf('/');
+    const QByteArray folder = slash < 0 ? QByteArray(".") : target.left(slash == 0 ? 1 : slash);
+    const QByteArray base = slash < 0 ? target : target.mid(slash + 1);
+    return folder + (folder.endsWith('/') ? "" : "/") + '.' +
+           (base.size() > 200 ? QByteArray("plist") : base) + '.';
+}
+
+constexpr int kTemporarySuffix = 6;
+
+bool isTemporaryName(const QByteArray &name)
+{
+    if (name.size() < 3 + kTemporarySuffix || !name.startsWith('.') ||
+        name[name.size() - kTemporarySuffix - 1] != '.') {
+        return false;
+    }
+    for (qsizetype i = name.size() - kTemporarySuffix; i < name.size(); ++i) {
+        if (!isalnum(static_cast<unsigned char>(name[i]))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Creates a new temporary file for target and holds an exclusive lock on it for as long
+// as the descriptor is open: a scan removes only temporaries whose writer is gone (see
+// removeStaleTemporaries). The descriptor, or -1 with errno set.
+int createTemporary(const QByteArray &target, mode_t mode, QByteArray *temporary)
+{
+    const QByteArray prefix = temporaryPrefix(target);
+    static const char alphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        *temporary = prefix;
+        for (int i = 0; i < kTemporarySuffix; ++i) {
+            *temporary += alphabet[QRandomGenerator::global()->bounded(62)];
+        }
+        // Less the umask, as any new file; an existing file's mode is set by the caller.
+        const int fd =
+            ::open(temporary->constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+        if (fd < 0 && errno == EEXIST) {
+            continue;
+        }
+        if (fd < 0) {
+            return -1;
+        }
+        // A scan may have found it between its creation and the lock and taken it for a
+        // leftover: then it is no longer at its name, and another name is tried.
+        // Where locks are not supported, no scan can lock it either and it is simply kept.
+        if (::flock(fd, LOCK_EX) != 0) {
+            return fd;
+        }
+        struct stat own
+        {};
+        struct stat named
+        {};
+        if (::fstat(fd, &own) == 0 && ::lstat(temporary->constData(), &named) == 0 &&
+            own.st_ino == named.st_ino && own.st_dev == named.st_dev) {
+            return fd;
+        }
+        ::close(fd);
+    }
+    errno = EEXIST;
+    return -1;
+}
+
 // Writes bytes to path atomically: a new file beside the target, written, flushed to disk,
 // then renamed over the target. Whatever happens, the target is either the old file or the
 // new one, and no temporary file stays behind. An existing file keeps its permissions; a
@@ -519,26 +640,8 @@ bool writeAtomically(const QByteArray &bytes, const QString &path, QString *erro
         }
         return false;
     }
-    const qsizetype slash = target.lastIndexOf('/');
-    const QByteArray folder = slash < 0 ? QByteArray(".") : target.left(slash == 0 ? 1 : slash);
-    const QByteArray base = slash < 0 ? target : target.mid(slash + 1);
-    // ".NAME.XXXXXX" beside the target, shortened when NAME is long.
-    const QByteArray prefix = folder + (folder.endsWith('/') ? "" : "/") + '.' +
-                              (base.size() > 200 ? QByteArray("plist") : base) + '.';
-    static const char alphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
     QByteArray temporary;
-    int fd = -1;
-    for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
-        temporary = prefix;
-        for (int i = 0; i < 6; ++i) {
-            temporary += alphabet[QRandomGenerator::global()->bounded(62)];
-        }
-        // Mode 0666 less the umask, as any new file; an existing file's mode is set below.
-        fd = ::open(temporary.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (fd < 0 && errno != EEXIST) {
-            break;
-        }
-    }
+    int fd = createTemporary(target, 0666, &temporary);
     if (fd < 0) {
         if (error) {
             *error = systemError("Cannot create a temporary file for", path, errno);
@@ -563,24 +666,35 @@ bool writeAtomically(const QByteArray &bytes, const QString &path, QString *erro
     if (::fsync(fd) != 0) {
         return fail("Cannot flush");
     }
-    if (::close(fd) != 0) {
-        fd = -1;
-        const int saved = errno;
-        ::unlink(temporary.constData());
-        if (error) {
-            *error = systemError("Cannot write", path, saved);
-        }
-        return false;
-    }
+    // Renamed while still open, and so still locked: a scan never takes it for a leftover.
     if (::rename(temporary.constData(), target.constData()) != 0) {
-        const int saved = errno;
-        ::unlink(temporary.constData());
-        if (error) {
-            *error = systemError("Cannot replace", path, saved);
-        }
+        return fail("Cannot replace");
+    }
+    ::close(fd);
+    return true;
+}
+
+// Writes bytes to a new file at path, which appears whole or not at all: a locked temporary
+// beside it, written and flushed, then linked to the name, which fails when the name is
+// taken. *taken tells that case from the others.
+bool createExclusively(const QByteArray &bytes, const QString &path, bool *taken)
+{
+    const QByteArray target = FileNames::encode(path);
+    QByteArray temporary;
+    const int fd = createTemporary(target, 0644, &temporary);
+    if (fd < 0) {
         return false;
     }
-    return true;
+    bool linked = writeAll(fd, bytes) && ::fsync(fd) == 0 &&
+                  ::link(temporary.constData(), target.constData()) == 0;
+    const int saved = errno;
+    ::unlink(temporary.constData());
+    ::close(fd);
+    if (!linked && taken) {
+        *taken = saved == EEXIST;
+    }
+    errno = saved;
+    return linked;
 }
 
 } // namespace
@@ -610,6 +724,19 @@ std::optional<PlistDict> PropertyList::readDictionary(const QString &path)
     return std::move(value->mutableDict());
 }
 
+std::optional<PlistDict> PropertyList::readDictionaryToUpdate(const QString &path)
+{
+    if (std::optional<PlistDict> dict = readDictionary(path)) {
+        return dict;
+    }
+    struct stat st
+    {};
+    if (::lstat(FileNames::encode(path).constData(), &st) == 0 || errno != ENOENT) {
+        return std::nullopt;
+    }
+    return PlistDict();
+}
+
 std::optional<PlistArray> PropertyList::readArray(const QString &path)
 {
     auto value = read(path);
@@ -634,6 +761,49 @@ QByteArray PropertyList::toXml(const PlistValue &value)
     // reader; as a character reference it survives. The markup itself holds none.
     out.replace('\r', "&#13;");
     return out;
+}
+
+bool PropertyList::createXml(const PlistValue &value, const QString &path, bool *taken)
+{
+    if (taken) {
+        *taken = false;
+    }
+    const QByteArray xml = toXml(value);
+    return !xml.isEmpty() && createExclusively(xml, path, taken);
+}
+
+void PropertyList::removeStaleTemporaries(const QString &folder, const QString &prefix)
+{
+    DIR *dir = ::opendir(FileNames::encode(folder).constData());
+    if (!dir) {
+        return;
+    }
+    const QByteArray wanted = '.' + FileNames::encode(prefix);
+    const int dirFd = ::dirfd(dir);
+    while (const dirent *entry = ::readdir(dir)) {
+        const QByteArray name(entry->d_name);
+        if (!name.startsWith(wanted) || !isTemporaryName(name)) {
+            continue;
+        }
+        // Never through a link, never blocking on what is not a file; a writer at work
+        // holds the lock.
+        const int fd = ::openat(dirFd, entry->d_name,
+                                O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        if (fd < 0) {
+            continue;
+        }
+        struct stat own
+        {};
+        struct stat named
+        {};
+        if (::fstat(fd, &own) == 0 && S_ISREG(own.st_mode) && ::flock(fd, LOCK_EX | LOCK_NB) == 0 &&
+            ::fstatat(dirFd, entry->d_name, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+            own.st_ino == named.st_ino && own.st_dev == named.st_dev) {
+            ::unlinkat(dirFd, entry->d_name, 0);
+        }
+        ::close(fd);
+    }
+    ::closedir(dir);
 }
 
 bool PropertyList::writeXml(const PlistValue &value, const QString &path, QString *error)

@@ -18,6 +18,9 @@ public:
     static std::optional<PlistValue> read(const QString &path);
     static std::optional<PlistDict> readDictionary(const QString &path);
     static std::optional<PlistArray> readArray(const QString &path);
+    // The dictionary to change and write back: empty for a missing file, no value for one
+    // that is there but cannot be read as a dictionary, which writing would destroy.
+    static std::optional<PlistDict> readDictionaryToUpdate(const QString &path);
 
     static std::optional<PlistValue> parse(const QByteArray &bytes);
     static QByteArray toXml(const PlistValue &value);
@@ -27,4 +30,10 @@ public:
     // file. An existing file keeps its permissions; through a symbolic link, the link's
     // target is replaced. On failure the reason goes to *error.
     static bool writeXml(const PlistValue &value, const QString &path, QString *error = nullptr);
+    // A new file that appears whole or not at all, and only where no file of that name is:
+    // false otherwise, with *taken telling whether the name was taken.
+    static bool createXml(const PlistValue &value, const QString &path, bool *taken = nullptr);
+    // Removes from folder the temporaries that writers of files named prefix... left when
+    // they were killed; those of writers still at work stay.
+    static void removeStaleTemporaries(const QString &folder, const QString &prefix);
 };

@@ -1,11 +1,15 @@
 #include "QtProcessSpawner.h"
 
+#include "FileNames.h"
+
 #include <QProcess>
 
 #include <atomic>
 #include <mutex>
+#include <vector>
 
 #include <signal.h>
+#include <unistd.h>
 
 namespace {
 
@@ -28,6 +32,7 @@ public:
     {
         m_process.setProgram(program);
         m_process.setArguments(arguments);
+        passBytesUnchanged(program, arguments);
         switch (m_output) {
         case ProcessOutput::Discard:
             m_process.setStandardInputFile(QProcess::nullDevice());
@@ -93,6 +98,34 @@ public:
     void kill() override { sendSignal(SIGKILL); }
 
 private:
+    // QProcess hands program and arguments to the system as UTF-8, which turns the bytes of
+    // a name that is not UTF-8 into others. For such a call the child starts the program
+    // itself, from the bytes (FileNames), just before QProcess would.
+    void passBytesUnchanged(const QString &program, const QStringList &arguments)
+    {
+        bool lossy = FileNames::encode(program) != program.toUtf8();
+        for (const QString &argument : arguments) {
+            lossy = lossy || FileNames::encode(argument) != argument.toUtf8();
+        }
+        if (!lossy) {
+            return;
+        }
+        m_rawArguments.clear();
+        m_rawArguments.push_back(FileNames::encode(program));
+        for (const QString &argument : arguments) {
+            m_rawArguments.push_back(FileNames::encode(argument));
+        }
+        m_argv.clear();
+        for (QByteArray &argument : m_rawArguments) {
+            m_argv.push_back(argument.data());
+        }
+        m_argv.push_back(nullptr);
+        m_process.setChildProcessModifier([this] {
+            ::execv(m_argv[0], m_argv.data());
+            ::_exit(127);
+        });
+    }
+
     void sendSignal(int number)
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -112,6 +145,8 @@ private:
     mutable std::mutex m_mutex;
     qint64 m_pid = 0;
     bool m_running = false;
+    std::vector<QByteArray> m_rawArguments;
+    std::vector<char *> m_argv;
 };
 
 } // namespace

@@ -136,13 +136,17 @@ bool UserDefaults::update(const QString &path, const QString &key, const PlistVa
         return false;
     }
     // Read the file afresh so that keys another process wrote meanwhile are kept.
-    PlistDict values = PropertyList::readDictionary(path).value_or(PlistDict());
+    std::optional<PlistDict> existing = PropertyList::readDictionaryToUpdate(path);
+    if (!existing) {
+        return false;
+    }
+    PlistDict values = std::move(*existing);
     if (value) {
         values.insert(key, *value);
     } else if (!values.remove(key)) {
         return true;
     }
-    QDir().mkpath(QFileInfo(path).absolutePath());
+    FileNames::makePath(QFileInfo(path).absolutePath());
     return PropertyList::writeXml(PlistValue(std::move(values)), path);
 }
 

@@ -9,6 +9,7 @@
 #include "platform/Bundle.h"
 #include "platform/Clock.h"
 #include "platform/Console.h"
+#include "platform/FileNames.h"
 #include "platform/PropertyList.h"
 #include "platform/UserDefaults.h"
 #include "platform/Workspace.h"
@@ -109,11 +110,14 @@ void recordDate(const std::optional<QString> &plistPath, const QString &key)
         defaults.synchronize();
         return;
     }
-    PlistDict values = PropertyList::readDictionary(*plistPath).value_or(PlistDict());
-    values.insert(key, PlistValue(now));
+    std::optional<PlistDict> values = PropertyList::readDictionaryToUpdate(*plistPath);
+    if (!values) {
+        return;
+    }
+    values->insert(key, PlistValue(now));
     // A fresh home has no Library/Preferences yet.
-    QDir().mkpath(QFileInfo(*plistPath).absolutePath());
-    PropertyList::writeXml(PlistValue(std::move(values)), *plistPath);
+    FileNames::makePath(QFileInfo(*plistPath).absolutePath());
+    PropertyList::writeXml(PlistValue(std::move(*values)), *plistPath);
     VTBugReporter::chownPlist(*plistPath);
 }
 
@@ -234,7 +238,7 @@ void VTBugReporter::installCrashHandler(const QString &appName)
         }
         const QString folder =
             VTLocalPaths::appendPathComponent(*logs, QStringLiteral("DiagnosticReports"));
-        if (!QDir().mkpath(folder)) {
+        if (!FileNames::makePath(folder)) {
             Console::log(VTFormat::string(QStringLiteral("Unable to create folder %@."), folder));
             return;
         }

@@ -4,6 +4,7 @@
 #include "platform/Bundle.h"
 #include "platform/Clock.h"
 #include "platform/Console.h"
+#include "platform/FileNames.h"
 #include "platform/Identity.h"
 #include "platform/PosixFile.h"
 #include "platform/PropertyList.h"
@@ -11,11 +12,13 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QSaveFile>
+#include <QScopeGuard>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -35,6 +38,38 @@ QString dateDescription(const QDateTime &date)
            QStringLiteral("%1%2")
                .arg(minutes / 60, 2, 10, QLatin1Char('0'))
                .arg(minutes % 60, 2, 10, QLatin1Char('0'));
+}
+
+// Processes that start at the same moment (a client runs several commands at once) rotate
+// the same files: the rotation and the new header are made under a lock on the folder, so
+// that none moves or replaces a file another has just made and is writing to. A lock held
+// for long by someone else is given up on after two seconds: nothing waits forever.
+int lockFolder(const QString &folder)
+{
+    const int fd = ::open(FileNames::encode(folder).constData(),
+                          O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) {
+        return -1;
+    }
+    for (int attempt = 0; attempt < 200; ++attempt) {
+        if (::flock(fd, LOCK_EX | LOCK_NB) == 0) {
+            return fd;
+        }
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            break;
+        }
+        ::usleep(10000);
+    }
+    ::close(fd);
+    return -1;
+}
+
+// A generation that is not there, or that another process moved away meanwhile, is no
+// failure.
+bool moveGeneration(const QString &from, const QString &to)
+{
+    return ::rename(FileNames::encode(from).constData(), FileNames::encode(to).constData()) == 0 ||
+           errno == ENOENT;
 }
 
 } // namespace
@@ -240,22 +275,25 @@ void VTLog::startNewLog(const std::optional<QString> &name)
     const QString folder = logFolder();
     const QString file = logFile();
     const QString app = appName();
-    if (folder.isEmpty() || !QDir().mkpath(folder)) {
+    if (folder.isEmpty() || !FileNames::makePath(folder)) {
         Console::log(VTFormat::string(QStringLiteral("Unable to create folder %@."),
                                       folder.isEmpty() ? QStringLiteral("(null)") : folder));
         return;
     }
 
-    if (!file.isEmpty() && QFileInfo::exists(file)) {
+    const int folderLock = lockFolder(folder);
+    const auto unlockFolder = qScopeGuard([folderLock] {
+        if (folderLock >= 0) {
+            ::close(folderLock);
+        }
+    });
+    if (!file.isEmpty() && FileNames::exists(file)) {
         const auto generation = [&](int i) {
             return folder + VTFormat::string(QStringLiteral("/%@.%i.log"), app, i);
         };
-        if (QFileInfo::exists(generation(5))) {
-            QFile::remove(generation(5));
-        }
+        ::unlink(FileNames::encode(generation(5)).constData());
         for (int i = 4; i >= 1; --i) {
-            if (QFileInfo::exists(generation(i)) &&
-                !QFile::rename(generation(i), generation(i + 1))) {
+            if (!moveGeneration(generation(i), generation(i + 1))) {
                 Console::log(VTFormat::string(QStringLiteral("Unable to move file %@ to %@"),
                                               generation(i), generation(i + 1)));
                 return;
@@ -273,7 +311,8 @@ void VTLog::startNewLog(const std::optional<QString> &name)
         return;
     }
 
-    m_fileHandle = ::open(QFile::encodeName(file).constData(), O_WRONLY | O_CLOEXEC);
+    // Appending: other processes may write lines to the same file at the same time.
+    m_fileHandle = ::open(FileNames::encode(file).constData(), O_WRONLY | O_APPEND | O_CLOEXEC);
     if (m_fileHandle >= 0) {
         ::lseek(m_fileHandle, 0, SEEK_END);
     }
@@ -289,7 +328,8 @@ void VTLog::appendLogOnThread(const QString &text)
     if (m_fileHandle < 0) {
         const QString file = logFile();
         if (!file.isEmpty()) {
-            m_fileHandle = ::open(QFile::encodeName(file).constData(), O_WRONLY | O_CLOEXEC);
+            m_fileHandle =
+                ::open(FileNames::encode(file).constData(), O_WRONLY | O_APPEND | O_CLOEXEC);
         }
         if (m_fileHandle < 0) {
             Console::log(VTFormat::string(
@@ -299,9 +339,10 @@ void VTLog::appendLogOnThread(const QString &text)
     }
     if (m_fileHandle >= 0) {
         ::lseek(m_fileHandle, 0, SEEK_END);
-        const QByteArray line = VTFormat::string(QStringLiteral("%@ - %@\n"),
-                                                 dateDescription(Clock::current().now()), text)
-                                    .toUtf8();
+        const QByteArray line =
+            VTFormat::string(QStringLiteral("%@ - %@\n"), dateDescription(Clock::current().now()),
+                             Console::singleLine(text))
+                .toUtf8();
         if (PosixFile::writeAll(m_fileHandle, line)) {
             m_bytesWritten += static_cast<quint64>(line.size());
             written = true;

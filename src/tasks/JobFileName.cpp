@@ -1,41 +1,57 @@
 #include "JobFileName.h"
 
+#include "platform/FileNames.h"
+#include "platform/PropertyList.h"
 #include "support/VTFormat.h"
 
-#include <QFile>
-#include <QFileInfo>
-
-#include <cerrno>
-#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-JobFileName::Claim JobFileName::claim(const QString &folder, bool root)
+JobFileName::Claim
+JobFileName::claim(const QString &folder, bool root,
+                   const std::function<std::optional<PlistDict>(const QString &)> &job)
 {
     const QString prefix = root ? QStringLiteral("Root") : QString();
     for (int number = 1;; ++number) {
         const QString path =
             folder + VTFormat::string(QStringLiteral("/com.vantreel.%@ScheduledTask%d.plist"),
                                       prefix, number);
-        const int fd = ::open(QFile::encodeName(path).constData(),
-                              O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-        if (fd >= 0) {
-            ::close(fd);
-            return Claim{path, true};
+        if (FileNames::exists(path) || FileNames::isSymbolicLink(path)) {
+            continue;
         }
-        if (errno == EEXIST) {
+        const std::optional<PlistDict> keys = job(path);
+        if (!keys) {
+            return Claim{path};
+        }
+        bool taken = false;
+        if (PropertyList::createXml(PlistValue(*keys), path, &taken)) {
+            Claim claim{path, true};
+            struct stat st
+            {};
+            if (::lstat(FileNames::encode(path).constData(), &st) == 0) {
+                claim.device = st.st_dev;
+                claim.inode = st.st_ino;
+            }
+            return claim;
+        }
+        if (taken) {
             continue;
         }
         // A folder we may not write (root's jobs from an ordinary account): the name is
         // only checked, and the privileged write takes it.
-        if (!QFileInfo::exists(path)) {
-            return Claim{path, false};
+        if (!FileNames::exists(path)) {
+            return Claim{path};
         }
     }
 }
 
 void JobFileName::release(const Claim &claim)
 {
-    if (claim.placeholder && QFileInfo(claim.path).size() == 0) {
-        QFile::remove(claim.path);
+    struct stat st
+    {};
+    const QByteArray path = FileNames::encode(claim.path);
+    if (claim.created && ::lstat(path.constData(), &st) == 0 && st.st_dev == claim.device &&
+        st.st_ino == claim.inode) {
+        ::unlink(path.constData());
     }
 }

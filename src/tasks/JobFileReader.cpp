@@ -2,6 +2,7 @@
 
 #include "TaskCatalogue.h"
 #include "platform/Bundle.h"
+#include "platform/FileNames.h"
 #include "platform/PathString.h"
 #include "platform/PropertyList.h"
 #include "platform/Workspace.h"
@@ -40,7 +41,7 @@ bool hasNumber(const PlistDict &dict, const char *key, qint64 number)
 bool mayDelete(const QString &path)
 {
     const QString folder = PathString::deletingLastPathComponent(path);
-    return ::access(QFile::encodeName(folder.isEmpty() ? QStringLiteral(".") : folder).constData(),
+    return ::access(FileNames::encode(folder.isEmpty() ? QStringLiteral(".") : folder).constData(),
                     W_OK | X_OK) == 0;
 }
 
@@ -80,7 +81,7 @@ VTScheduledTask::Ptr JobFileReader::taskWithFilename(const QString &path)
         }
     }
 
-    if (!executable || !QFileInfo::exists(*executable)) {
+    if (!executable || !FileNames::exists(*executable)) {
         offerRemoval(path, executable, task->taskBundleID());
         return nullptr;
     }

@@ -3,6 +3,7 @@
 #include "VTScheduledTask.h"
 #include "platform/Clock.h"
 #include "platform/Console.h"
+#include "platform/FileNames.h"
 #include "platform/PathString.h"
 #include "platform/PropertyList.h"
 #include "platform/Workspace.h"
@@ -148,7 +149,7 @@ bool JobFileWriter::saveData(VTScheduledTask &task, bool authorize)
     }
 
     const QString filename = *task.filename();
-    QDir().mkpath(PathString::deletingLastPathComponent(filename));
+    FileNames::makePath(PathString::deletingLastPathComponent(filename));
     if (!PropertyList::writeXml(PlistValue(*job), filename)) {
         // Without authorization this is the quiet rewrite after an upgrade: skip the file
         // and go on as if it had been written, never asking for a password.
@@ -206,7 +207,17 @@ void JobFileWriter::reload(const VTScheduledTask &task)
     VTTask::runTask(VTToolPaths::chmod(), {QStringLiteral("644"), filename});
     if (!task.root().value_or(false)) {
         if (load) {
-            VTTask::runTask(launchctl, {QStringLiteral("load"), filename});
+            // The save stands either way; a job the tool refuses (one systemd could not run)
+            // is at least told in the log.
+            const qint64 status =
+                VTTask::terminationCodeFromTask(launchctl, {QStringLiteral("load"), filename});
+            if (status != 0) {
+                const QString message =
+                    VTFormat::string(QStringLiteral("launchctl refused to load %@ (status %lld)"),
+                                     filename, static_cast<long long>(status));
+                Console::log(message);
+                VTLog::appendLog(QStringLiteral("%@"), message);
+            }
         }
         return;
     }

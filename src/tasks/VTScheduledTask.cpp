@@ -6,7 +6,9 @@
 #include "TaskCatalogue.h"
 #include "VTSchedule.h"
 #include "platform/Console.h"
+#include "platform/FileNames.h"
 #include "platform/PlistText.h"
+#include "platform/Workspace.h"
 #include "support/VTException.h"
 #include "support/VTLocalPaths.h"
 #include "support/VTTaskNotification.h"
@@ -167,10 +169,26 @@ VTScheduledTask::Ptr VTScheduledTask::taskWithBundleID(const QString &bundleID,
         }
         const QString folder = *library + (isRoot ? QStringLiteral("/LaunchDaemons")
                                                   : QStringLiteral("/LaunchAgents"));
-        if (!QFileInfo(folder).isDir() && !QDir().mkpath(folder)) {
+        if (!FileNames::isDirectory(folder) && !FileNames::makePath(folder)) {
             return nullptr;
         }
-        const JobFileName::Claim claim = JobFileName::claim(folder, isRoot);
+        const std::optional<QString> appPath =
+            bundleID.isNull() ? std::nullopt
+                              : Workspace::absolutePathForAppBundleWithIdentifier(bundleID);
+        const JobFileName::Claim claim =
+            JobFileName::claim(folder, isRoot, [&](const QString &path) {
+                std::optional<PlistDict> job;
+                if (!appPath || !task->taskArguments() || !task->scheduleType()) {
+                    return job;
+                }
+                task->setFilename(path);
+                // What cannot be built here is left for the save to report.
+                try {
+                    job = JobFileWriter::jobDictionary(*task, *appPath);
+                } catch (...) {
+                }
+                return job;
+            });
         task->setFilename(claim.path);
         bool saved = false;
         try {

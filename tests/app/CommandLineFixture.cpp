@@ -9,6 +9,9 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QProcess>
+#include <QStandardPaths>
+
+#include <cstring>
 
 #include <unistd.h>
 
@@ -108,6 +111,57 @@ CommandLineFixture::Result CommandLineFixture::run(const QStringList &arguments,
     result.exitCode = process->exitStatus() == QProcess::NormalExit ? process->exitCode() : -1;
     result.out = QString::fromUtf8(process->readAllStandardOutput());
     result.err = QString::fromUtf8(process->readAllStandardError());
+    return result;
+}
+
+CommandLineFixture::Result CommandLineFixture::runBytes(const QList<QByteArray> &arguments,
+                                                        const QByteArray &home)
+{
+    handOver();
+    QList<QByteArray> words;
+    if (runningAsRoot()) {
+        words.append(QFile::encodeName(QStandardPaths::findExecutable(QStringLiteral("setpriv"))));
+        for (const QString &option : asNobody()) {
+            words.append(option.toUtf8());
+        }
+    }
+    words.append(QFile::encodeName(binary()));
+    words += arguments;
+    QList<QByteArray> environment{"HOME=" + home};
+    for (char **variable = environ; *variable; ++variable) {
+        if (strncmp(*variable, "HOME=", 5) != 0) {
+            environment.append(*variable);
+        }
+    }
+    std::vector<char *> argv;
+    for (QByteArray &word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    std::vector<char *> envp;
+    for (QByteArray &variable : environment) {
+        envp.push_back(variable.data());
+    }
+    envp.push_back(nullptr);
+
+    QProcess process;
+    process.setProgram(QFile::decodeName(words.first()));
+    process.setChildProcessModifier([&] {
+        ::execve(argv[0], argv.data(), envp.data());
+        ::_exit(127);
+    });
+    process.start();
+    process.waitForStarted();
+    process.closeWriteChannel();
+    Result result;
+    if (!finish(process)) {
+        process.kill();
+        process.waitForFinished();
+        return result;
+    }
+    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    result.out = QString::fromUtf8(process.readAllStandardOutput());
+    result.err = QString::fromUtf8(process.readAllStandardError());
     return result;
 }
 

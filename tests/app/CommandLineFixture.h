@@ -44,6 +44,9 @@ protected:
     static bool finish(QProcess &process);
     // Starts it without waiting.
     std::unique_ptr<QProcess> start(const QStringList &arguments);
+    // Runs it with arguments and HOME given as bytes, which need not be UTF-8 (Qt would pass
+    // others).
+    Result runBytes(const QList<QByteArray> &arguments, const QByteArray &home);
 
     QString agents() const;
     QString daemons() const;

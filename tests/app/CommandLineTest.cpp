@@ -378,3 +378,177 @@ TEST_F(CommandLineTest, AVanishedApplicationIsKeptWhenNobodyCanBeAsked)
     EXPECT_TRUE(r.err.contains(QStringLiteral("Unable to locate executable file")));
     EXPECT_TRUE(QFileInfo::exists(job(1)));
 }
+
+// A file that once aborted every command (a binary key holding U+0000) and a FIFO that
+// nobody writes, in each place a command reads a property list: every command still ends,
+// with its ordinary status.
+TEST_F(CommandLineTest, NoPropertyListCrashesOrHangsACommand)
+{
+    const QString crash = QStringLiteral(KAIRO_TEST_DATA_DIR "/fuzz/crash-nul-key-utf16.plist");
+    const QString prefs = sandbox.home() + QStringLiteral("/Library/Preferences/");
+    const QString places[] = {agents() + QStringLiteral("/com.vantreel.ScheduledTask9.plist"),
+                              quill + QStringLiteral("/Contents/VTTasks.plist"),
+                              quill + QStringLiteral("/Contents/Info.plist"),
+                              prefs + QStringLiteral("com.vantreel.KairoPlanner.plist"),
+                              prefs + QStringLiteral("com.vantreel.global.plist")};
+    for (const bool fifo : {false, true}) {
+        for (const QString &place : places) {
+            SCOPED_TRACE((fifo ? "FIFO at " : "crash file at ") + place.toStdString());
+            const QString saved = place + QStringLiteral(".saved");
+            QDir().mkpath(QFileInfo(place).absolutePath());
+            QFile::rename(place, saved);
+            if (fifo) {
+                ASSERT_EQ(::mkfifo(QFile::encodeName(place).constData(), 0644), 0);
+            } else {
+                ASSERT_TRUE(QFile::copy(crash, place));
+            }
+            EXPECT_EQ(run({"-tasks"}).exitCode, 0);
+            const Result add = run({"-add", "com.vantreel.Quill", "backup", "3"});
+            EXPECT_TRUE(add.exitCode == 0 || add.exitCode == 1) << add.exitCode;
+            QFile::remove(place);
+            QFile::rename(saved, place);
+        }
+    }
+}
+
+TEST_F(CommandLineTest, WithoutADisplayTheWindowIsRefusedInOneLine)
+{
+    sandbox.setEnv("QT_QPA_PLATFORM", std::nullopt);
+    sandbox.setEnv("WAYLAND_DISPLAY", std::nullopt);
+    // No display at all, and one nobody answers on.
+    for (const std::optional<QString> display :
+         {std::optional<QString>(), std::optional<QString>(":97")}) {
+        sandbox.setEnv("DISPLAY", display);
+        for (const QStringList &arguments : {QStringList{}, QStringList{"-Tasks"}}) {
+            const Result r = run(arguments);
+            EXPECT_EQ(r.exitCode, 1) << r.err.toStdString();
+            EXPECT_EQ(r.err.count(QLatin1Char('\n')), 1) << r.err.toStdString();
+            EXPECT_TRUE(hasLine(r.err, QStringLiteral("No display to open the window on")))
+                << r.err.toStdString();
+        }
+    }
+    EXPECT_TRUE(
+        QDir(sandbox.home() + "/Library/Logs/DiagnosticReports").entryList(QDir::Files).isEmpty());
+}
+
+// Preferences that cannot be written: the version is not recorded, which is said, and the
+// jobs are not written again on every command; a file that cannot be read is not replaced.
+TEST_F(CommandLineTest, UnwritablePreferencesStopTheUpgradeRewrite)
+{
+    ASSERT_EQ(run({"-add", "com.vantreel.Quill", "backup", "3"}).exitCode, 0);
+    const QString folder = sandbox.home() + "/Library/Preferences";
+    const QString prefs = folder + "/com.vantreel.KairoPlanner.plist";
+    QDir().mkpath(folder);
+    const QByteArray content =
+        PropertyList::toXml(PlistValue(PlistDict{{"sortedColumn", "colTask"}}));
+    for (const bool unreadableFile : {true, false}) {
+        SCOPED_TRACE(unreadableFile ? "mode 000 file" : "read-only folder");
+        TestFiles::write(prefs, content);
+        run({"-remove", "/nonexistent"}); // hands the sandbox over (and notes the launch)
+        const QByteArray before = TestFiles::read(prefs);
+        const QByteArray target = QFile::encodeName(unreadableFile ? prefs : folder);
+        ASSERT_EQ(::chmod(target.constData(), unreadableFile ? 0 : 0555), 0);
+        launchctl->clear();
+        for (int i = 0; i < 2; ++i) {
+            const Result r = run({"-tasks"});
+            EXPECT_EQ(r.exitCode, 0);
+            EXPECT_TRUE(r.err.contains(QStringLiteral("Unable to record version")))
+                << r.err.toStdString();
+        }
+        EXPECT_TRUE(launchctl->calls().isEmpty()) << launchctl->calls().join(", ").toStdString();
+        ::chmod(target.constData(), unreadableFile ? 0644 : 0755);
+        EXPECT_EQ(TestFiles::read(prefs), before);
+    }
+    EXPECT_TRUE(logHas(logLines(), QStringLiteral("Unable to record version ") +
+                                       QStringLiteral(KAIRO_VERSION) + " in " + prefs +
+                                       "; job files are not rewritten"));
+}
+
+// A scan that cannot make the system's job folder says so; one that runs removes what
+// killed writers left beside the job files.
+TEST_F(CommandLineTest, AScanSaysWhyItEndedAndCleansUpAfterKilledWriters)
+{
+    const QString stale = agents() + "/.com.vantreel.ScheduledTask1.plist.AbC123";
+    TestFiles::write(stale, "");
+    TestFiles::write(sandbox.localRoot() + "/Library", "a file where the folder should be");
+    const QString message =
+        "Unable to create folder " + daemons() + "; scheduled tasks were not read";
+    const Result refused = run({"-tasks"});
+    EXPECT_EQ(refused.exitCode, 0);
+    EXPECT_EQ(refused.out, QStringLiteral("{\n}"));
+    EXPECT_TRUE(hasLine(refused.err, message)) << refused.err.toStdString();
+    EXPECT_TRUE(logHas(logLines(), message));
+
+    QFile::remove(sandbox.localRoot() + "/Library");
+    EXPECT_EQ(run({"-tasks"}).exitCode, 0);
+    EXPECT_FALSE(QFileInfo::exists(stale));
+}
+
+// A newline in an argument cannot forge a line of the log, and processes starting at the
+// same moment rotate the log without losing a message to the race.
+TEST_F(CommandLineTest, LogLinesAreOneLineEachAndSurviveConcurrentRotation)
+{
+    const QString forged = QStringLiteral("2026-01-01 00:00:00 +0000 - forged");
+    EXPECT_EQ(run({"-add", "com.vantreel.Quill", "backup\n" + forged, "3"}).exitCode, 1);
+    const QStringList lines = logLines();
+    for (const QString &line : lines) {
+        EXPECT_FALSE(line.startsWith(QStringLiteral("2026-01-01"))) << line.toStdString();
+    }
+    EXPECT_TRUE(logHas(lines, "Task ID: backup\\n" + forged + "..."));
+
+    std::vector<std::unique_ptr<QProcess>> processes;
+    for (int i = 0; i < 6; ++i) {
+        processes.push_back(start({"-tasks"}));
+    }
+    for (auto &p : processes) {
+        ASSERT_TRUE(finish(*p));
+        const QString err = QString::fromUtf8(p->readAllStandardError());
+        EXPECT_FALSE(err.contains(QStringLiteral("Unable to move file"))) << err.toStdString();
+        EXPECT_FALSE(err.contains(QStringLiteral("Unable to log"))) << err.toStdString();
+    }
+}
+
+// Names that are not UTF-8 reach the system as the bytes they are: a job file so named is
+// removed, and a home so named is where the job goes.
+TEST_F(CommandLineTest, NamesThatAreNotUtf8AreKeptAsBytes)
+{
+    QDir().mkpath(agents());
+    const QByteArray latin1Job =
+        QFile::encodeName(agents()) + "/com.vantreel.ScheduledTask\xe9.plist";
+    TestFiles::write(QFile::decodeName(QFile::encodeName(agents()) + "/x.plist"), "<plist/>");
+    ASSERT_EQ(::rename(QFile::encodeName(agents() + "/x.plist").constData(), latin1Job.constData()),
+              0);
+    const QByteArray home = QFile::encodeName(sandbox.home());
+    Result r = runBytes({"-remove", latin1Job}, home);
+    EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
+    EXPECT_NE(::access(latin1Job.constData(), F_OK), 0);
+
+    const QByteArray latin1Home = QFile::encodeName(sandbox.path()) + "/h\xe9me";
+    ASSERT_EQ(::mkdir(latin1Home.constData(), 0777), 0);
+    ASSERT_EQ(::chmod(latin1Home.constData(), 0777), 0);
+    r = runBytes({"-add", "com.vantreel.Quill", "backup", "3"}, latin1Home);
+    EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
+    EXPECT_EQ(
+        ::access(
+            (latin1Home + "/Library/LaunchAgents/com.vantreel.ScheduledTask1.plist").constData(),
+            F_OK),
+        0);
+    // No second home under another name.
+    for (const QString &entry : QDir(sandbox.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        EXPECT_FALSE(QFileInfo::exists(sandbox.path() + "/" + entry + "/Library/LaunchAgents") &&
+                     entry.startsWith(QLatin1Char('h')) && entry != QStringLiteral("home"))
+            << entry.toStdString();
+    }
+}
+
+// A job the launchctl tool refuses (say, one systemd could not run) is still saved, as the
+// tool's outcome does not decide the save, and the refusal is in the log.
+TEST_F(CommandLineTest, ALoadTheToolRefusesReachesTheLog)
+{
+    TestFiles::writeScript(launchctl->path(), QStringLiteral("[ \"$1\" != load ] || exit 3"));
+    const Result r = run({"-add", "com.vantreel.Quill", "backup", "3"});
+    EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
+    const QString message = "launchctl refused to load " + job(1) + " (status 3)";
+    EXPECT_TRUE(hasLine(r.err, message)) << r.err.toStdString();
+    EXPECT_TRUE(logHas(logLines(), message));
+}

@@ -2,12 +2,15 @@
 
 #include "JobFile.h"
 #include "ManagerScope.h"
+#include "UnitWriter.h"
 
 #include "platform/PropertyList.h"
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
 
 #include <gtest/gtest.h>
+
+#include <QDir>
 
 namespace {
 
@@ -170,6 +173,38 @@ TEST_F(JobFileTest, ValuesAreReadAsLaunchdReadsThem)
     dict.insert(QStringLiteral("Nice"), -99);
     job = parse(dict, &message);
     EXPECT_EQ(job->nice(), -20);
+
+    // The longest interval systemd's timers can hold, and one second more, which no timer
+    // could run: that job is refused.
+    dict.insert(QStringLiteral("StartInterval"), Q_INT64_C(18446744073708));
+    job = parse(dict, &message);
+    ASSERT_TRUE(job) << message.toStdString();
+    EXPECT_EQ(job->startInterval(), Q_INT64_C(18446744073708));
+    dict.insert(QStringLiteral("StartInterval"), Q_INT64_C(18446744073709));
+    EXPECT_FALSE(parse(dict, &message));
+    EXPECT_TRUE(message.startsWith(QStringLiteral("launchctl: StartInterval 18446744073709 is "
+                                                  "longer than systemd can wait")))
+        << message.toStdString();
+}
+
+// The fuzz target's seed corpus, the inputs that once crashed among them, is read and
+// translated by the ordinary suite too.
+TEST_F(JobFileTest, EveryFileOfTheFuzzCorpusIsReadOrRefused)
+{
+    const QDir corpus(QStringLiteral(KAIRO_TEST_DATA_DIR "/fuzz"));
+    const QStringList files = corpus.entryList(QDir::Files);
+    ASSERT_GE(files.size(), 4);
+    for (const QString &name : files) {
+        QString message;
+        const std::optional<JobFile> job = JobFile::read(corpus.filePath(name), &message);
+        EXPECT_EQ(job.has_value(), !name.startsWith(QLatin1String("crash-")))
+            << name.toStdString() << ": " << message.toStdString();
+        if (job) {
+            EXPECT_TRUE(UnitWriter::forJob(*job, ManagerScope::user(), &message,
+                                           BridgeTesting::bridgeBinary()))
+                << name.toStdString() << ": " << message.toStdString();
+        }
+    }
 }
 
 TEST_F(JobFileTest, DaemonsAreTheJobsInALaunchDaemonsFolder)

@@ -415,3 +415,47 @@ TEST(UnitWriterTest, HostileTextAddsNoDirective)
         BridgeTesting::verify(files, true, sandbox.mkdir(QStringLiteral("runtime")), &report))
         << report.toStdString();
 }
+
+// systemd runs no executable by a path that holds a quote or a backslash: the bridge's
+// "exec" starts such a program in its place, with the job's own argument list, and the
+// units pass systemd's checks. Without a usable bridge the job is refused.
+TEST(UnitWriterTest, ProgramsSystemdWillNotStartRunThroughTheBridge)
+{
+    Sandbox sandbox;
+    for (const QString &name :
+         {QStringLiteral("Anna's Tools"), QStringLiteral("Back\\slash \"q\"")}) {
+        const QString program = sandbox.localRoot() + QStringLiteral("/Applications/") + name +
+                                QStringLiteral(".app/Contents/MacOS/") + name;
+        const QString out = sandbox.file(QStringLiteral("ran"));
+        TestFiles::writeScript(program, QStringLiteral("echo \"$*\" > '%1'").arg(out));
+        const PlistDict dict =
+            BridgeTesting::writerJob(QStringLiteral("com.vantreel.ScheduledTask1"), program,
+                                     {"-backup", "a 'b'"}, {{"StartInterval", 60}});
+        QString message;
+        const std::optional<JobFile> job =
+            JobFile::fromDictionary(dict, sandbox.file(QStringLiteral("job.plist")), &message);
+        ASSERT_TRUE(job) << message.toStdString();
+        EXPECT_FALSE(UnitWriter::forJob(*job, ManagerScope::user(), &message));
+        EXPECT_TRUE(message.contains(QStringLiteral("systemd cannot run the program")));
+
+        const std::optional<UnitWriter> writer =
+            UnitWriter::forJob(*job, ManagerScope::user(), &message, BridgeTesting::bridgeBinary());
+        ASSERT_TRUE(writer) << message.toStdString();
+        const QString folder = sandbox.mkdir(QStringLiteral("units"));
+        QStringList files;
+        for (const auto &[unit, text] : writer->units()) {
+            files.append(folder + QLatin1Char('/') + unit);
+            TestFiles::write(files.last(), text.toUtf8());
+        }
+        QString report;
+        EXPECT_TRUE(
+            BridgeTesting::verify(files, true, sandbox.mkdir(QStringLiteral("runtime")), &report))
+            << report.toStdString();
+
+        // What ExecStart= runs: the bridge, which becomes the program.
+        const BridgeTesting::Run run =
+            BridgeTesting::bridge({"exec", program, name, "-backup", "a 'b'"});
+        EXPECT_EQ(run.status, 0) << run.err.toStdString();
+        EXPECT_EQ(TestFiles::read(out), QByteArray("-backup a 'b'\n"));
+    }
+}

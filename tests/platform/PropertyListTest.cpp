@@ -24,6 +24,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -327,6 +328,11 @@ TEST_F(PropertyListTest, MissingEmptyAndFolderAreNoValue)
     EXPECT_FALSE(PropertyList::read(write(QStringLiteral("blank.plist"), "   \n\n  ")));
     EXPECT_FALSE(PropertyList::read(m_dir.path()));
     EXPECT_FALSE(PropertyList::parse(QByteArray()));
+    // A FIFO nobody writes to is no file and is not waited for; nor is a device.
+    const QString fifo = path(QStringLiteral("fifo.plist"));
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0644), 0);
+    EXPECT_FALSE(PropertyList::read(fifo));
+    EXPECT_FALSE(PropertyList::read(QStringLiteral("/dev/zero")));
 }
 
 TEST_F(PropertyListTest, UnreadableFileIsNoValue)
@@ -355,6 +361,8 @@ TEST_F(PropertyListTest, MalformedFilesAreNoValue)
         QByteArray("bplist00\x00\x01\x02\x03", 12),
         QByteArray("bplist00") + QByteArray(40, '\xff'),
         QByteArray("\x00\x00\x00\x00", 4),
+        // A dictionary key in UTF-16 holding U+0000, on which libplist aborts the process.
+        TestFiles::read(QStringLiteral(KAIRO_TEST_DATA_DIR "/fuzz/crash-nul-key-utf16.plist")),
     };
     for (int i = 0; i < bad.size(); ++i) {
         const QString file = write(QStringLiteral("bad%1.plist").arg(i), bad[i]);
@@ -667,6 +675,47 @@ TEST_F(PropertyListTest, WriteReplacesAndLeavesNoTemporaryFiles)
     }
     EXPECT_EQ(folderEntries(m_dir.path()), QStringList{QStringLiteral("prefs.plist")});
     EXPECT_EQ(PropertyList::readDictionary(file)->value("n").integerValue(), 19);
+}
+
+TEST_F(PropertyListTest, CreatingTakesOnlyAFreeNameAndLeavesNoTemporary)
+{
+    const QString file = path(QStringLiteral("job.plist"));
+    const PlistValue first(PlistDict{{QStringLiteral("Label"), PlistValue("first")}});
+    bool taken = true;
+    ASSERT_TRUE(PropertyList::createXml(first, file, &taken));
+    EXPECT_FALSE(taken);
+    EXPECT_FALSE(PropertyList::createXml(
+        PlistValue(PlistDict{{QStringLiteral("Label"), PlistValue("second")}}), file, &taken));
+    EXPECT_TRUE(taken);
+    EXPECT_EQ(PropertyList::readDictionary(file)->value("Label").string(), QStringLiteral("first"));
+    EXPECT_FALSE(PropertyList::createXml(first, path(QStringLiteral("no/folder.plist")), &taken));
+    EXPECT_FALSE(taken);
+    EXPECT_EQ(folderEntries(m_dir.path()), QStringList{QStringLiteral("job.plist")});
+}
+
+// Temporaries of killed writers go; one whose writer still holds it, other programs' files,
+// and what is no file stay, and nothing is waited for.
+TEST_F(PropertyListTest, StaleTemporariesOfKilledWritersAreRemoved)
+{
+    const QString stale = write(QStringLiteral(".com.vantreel.ScheduledTask1.plist.a1B2c3"), "x");
+    const QString busy = write(QStringLiteral(".com.vantreel.ScheduledTask2.plist.Zz9yY8"), "x");
+    const int writer = ::open(QFile::encodeName(busy).constData(), O_RDONLY);
+    ASSERT_GE(writer, 0);
+    ASSERT_EQ(::flock(writer, LOCK_EX), 0);
+    const QStringList kept{write(QStringLiteral(".other.plist.a1B2c3"), "x"),
+                           write(QStringLiteral(".com.vantreel.ScheduledTask3.plist.short"), "x"),
+                           write(QStringLiteral("com.vantreel.ScheduledTask4.plist"), "x")};
+    const QString fifo = path(QStringLiteral(".com.vantreel.ScheduledTask5.plist.fifo12"));
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0644), 0);
+
+    PropertyList::removeStaleTemporaries(m_dir.path(), QStringLiteral("com.vantreel."));
+    ::close(writer);
+    EXPECT_FALSE(QFileInfo::exists(stale));
+    EXPECT_TRUE(QFileInfo::exists(busy));
+    EXPECT_TRUE(QFileInfo::exists(fifo));
+    for (const QString &file : kept) {
+        EXPECT_TRUE(QFileInfo::exists(file)) << file.toStdString();
+    }
 }
 
 TEST_F(PropertyListTest, WriteFailuresAreReported)

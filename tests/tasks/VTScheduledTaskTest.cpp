@@ -1,10 +1,12 @@
 #include "TasksFixture.h"
 
 #include "platform/PropertyList.h"
+#include "tasks/JobFileName.h"
 #include "tasks/VTScheduledTask.h"
 #include "testsupport/TestFiles.h"
 
 #include <QDir>
+#include <QFileInfo>
 
 #include <algorithm>
 
@@ -172,6 +174,24 @@ TEST_F(TaskFactoryTest, AFolderThatCannotBeMadeGivesNoTaskAndNoFile)
     EXPECT_FALSE(task);
     EXPECT_EQ(console.finish(), QString());
     EXPECT_TRUE(launchctl->calls().isEmpty());
+}
+
+// A name is claimed with the whole job in one step: a process killed right after the claim
+// leaves a complete job file, never an empty one.
+TEST_F(TaskFactoryTest, TheClaimedNameHoldsTheWholeJobAtOnce)
+{
+    QDir().mkpath(agents());
+    TestFiles::write(agents() + "/com.vantreel.ScheduledTask1.plist", "x");
+    const JobFileName::Claim claim = JobFileName::claim(agents(), false, [](const QString &path) {
+        return std::optional<PlistDict>(PlistDict{{"Label", QFileInfo(path).completeBaseName()}});
+    });
+    EXPECT_TRUE(claim.created);
+    EXPECT_EQ(claim.path, agents() + "/com.vantreel.ScheduledTask2.plist");
+    EXPECT_EQ(readJob(claim.path).value(QStringLiteral("Label")).string(),
+              QStringLiteral("com.vantreel.ScheduledTask2"));
+    EXPECT_EQ(QDir(agents()).entryList(QDir::Files | QDir::Hidden).size(), 2);
+    JobFileName::release(claim);
+    EXPECT_FALSE(QFileInfo::exists(claim.path));
 }
 
 TEST_F(TaskFactoryTest, AFailedSaveGivesBackTheClaimedNumber)
