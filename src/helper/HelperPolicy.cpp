@@ -2,6 +2,7 @@
 
 #include "PrivilegedHelper.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -105,18 +106,22 @@ int openFolder(const std::string &path, const std::vector<uid_t> &owners, Last l
     if (missing) {
         *missing = false;
     }
-    if (!path.empty() && path != "/" && !isPlainPath(path)) {
+    if (path != "/" && !isPlainPath(path)) {
         return -1;
     }
+    std::vector<std::string> parts;
+    for (std::size_t start = 1; start < path.size();) {
+        const std::size_t end = std::min(path.find('/', start), path.size());
+        parts.push_back(path.substr(start, end - start));
+        start = end + 1;
+    }
     int fd = ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    std::size_t start = 1;
-    for (;;) {
+    for (std::size_t i = 0;; ++i) {
         struct stat info
         {};
         if (fd < 0 || ::fstat(fd, &info) != 0) {
             break;
         }
-        const bool isLast = start > path.size();
         bool owned = info.st_uid == 0 || info.st_uid == ::geteuid();
         for (const uid_t owner : owners) {
             owned = owned || info.st_uid == owner;
@@ -125,7 +130,7 @@ int openFolder(const std::string &path, const std::vector<uid_t> &owners, Last l
         if (!owned || (shared && !(info.st_uid == 0 && (info.st_mode & S_ISVTX) != 0))) {
             break;
         }
-        if (isLast) {
+        if (i == parts.size()) {
             if (last != Last::Trusted && info.st_uid != requester) {
                 break;
             }
@@ -134,19 +139,13 @@ int openFolder(const std::string &path, const std::vector<uid_t> &owners, Last l
             }
             return fd;
         }
-        std::size_t end = path.find('/', start);
-        if (end == std::string::npos) {
-            end = path.size();
-        }
-        const std::string part = path.substr(start, end - start);
         const int next =
-            ::openat(fd, part.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            ::openat(fd, parts[i].c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         if (next < 0 && errno == ENOENT && missing) {
             *missing = true;
         }
         ::close(fd);
         fd = next;
-        start = end + 1;
     }
     if (fd >= 0) {
         ::close(fd);
