@@ -4,6 +4,7 @@
 #include "platform/Clock.h"
 #include "platform/LookupSnapshot.h"
 #include "platform/PathString.h"
+#include "platform/PosixFile.h"
 #include "platform/PropertyList.h"
 #include "platform/Trash.h"
 #include "platform/UserDefaults.h"
@@ -44,7 +45,7 @@ const QString kDisableAll = QStringLiteral("Disable All Tasks");
 // A missing folder is created; false when that fails.
 bool ensureFolder(const QString &folder)
 {
-    return QFileInfo(folder).isDir() || QDir().mkpath(folder);
+    return QFileInfo(folder).isDir() || PosixFile::makeFolders(folder);
 }
 
 const QLatin1String kMakerPrefix("com.vantreel");

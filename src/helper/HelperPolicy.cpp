@@ -9,6 +9,7 @@
 #include <cstring>
 #include <strings.h>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/socket.h>
@@ -160,6 +161,29 @@ bool isPlainFile(int folder, const std::string &name, std::optional<uid_t> owner
     {};
     return ::fstatat(folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
            S_ISREG(info.st_mode) && info.st_nlink == 1 && (!owner || info.st_uid == *owner);
+}
+
+// Removes an entry of a folder, a whole tree when it is a folder, never following a link.
+void removeEntry(int folder, const char *name, int depth = 0)
+{
+    if (::unlinkat(folder, name, 0) == 0 || errno != EISDIR || depth > 64) {
+        return;
+    }
+    const int fd = ::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) {
+        return;
+    }
+    if (DIR *dir = ::fdopendir(fd)) {
+        while (const dirent *entry = ::readdir(dir)) {
+            if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
+                removeEntry(::dirfd(dir), entry->d_name, depth + 1);
+            }
+        }
+        ::closedir(dir);
+    } else {
+        ::close(fd);
+    }
+    ::unlinkat(folder, name, AT_REMOVEDIR);
 }
 
 bool isAbsent(int folder, const std::string &name)
@@ -426,16 +450,20 @@ int HelperPolicy::finish(Plan &plan, int status) const
     if (plan.checkedFolder >= 0 && !isPlainFile(plan.checkedFolder, plan.checkedName) &&
         !isAbsent(plan.checkedFolder, plan.checkedName)) {
         // Swapped for a link, a pipe or a folder after the check: it does not stay.
-        if (::unlinkat(plan.checkedFolder, plan.checkedName.c_str(), 0) != 0) {
-            ::unlinkat(plan.checkedFolder, plan.checkedName.c_str(), AT_REMOVEDIR);
-        }
+        removeEntry(plan.checkedFolder, plan.checkedName.c_str());
         PrivilegedHelper::log(LOG_WARNING,
                               "Removed " + plan.checkedName + ": it was not a plain file");
         status = status == 0 ? 1 : status;
     } else if (plan.checkedFolder >= 0) {
-        // Root's from the moment it arrives, not only once the system's chown follows.
-        [[maybe_unused]] const int ignored =
-            ::fchownat(plan.checkedFolder, plan.checkedName.c_str(), 0, 0, AT_SYMLINK_NOFOLLOW);
+        // Root's from the moment it arrives, with the mode the system gives it next, not
+        // only once its chown and chmod follow.
+        const int fd = ::openat(plan.checkedFolder, plan.checkedName.c_str(),
+                                O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+        if (fd >= 0) {
+            [[maybe_unused]] const int owned = ::fchown(fd, 0, 0);
+            [[maybe_unused]] const int mode = ::fchmod(fd, 0644);
+            ::close(fd);
+        }
     }
     if (plan.ownedFolder >= 0 && status == 0) {
         [[maybe_unused]] const int ignored =

@@ -149,7 +149,6 @@ int PrivilegedHelper::serve()
 
 int PrivilegedHelper::serveRequests()
 {
-
     if (!writeAll(HelperProtocol::line({HelperProtocol::kReady}))) {
         return 1;
     }

@@ -1,6 +1,7 @@
 #include "PropertyList.h"
 
 #include "FileNames.h"
+#include "PosixFile.h"
 
 #include <QHash>
 #include <QRandomGenerator>
@@ -501,11 +502,15 @@ bool writeAll(int fd, const QByteArray &bytes)
 bool writeAtomically(const QByteArray &bytes, const QString &path, QString *error)
 {
     QByteArray target = FileNames::encode(path);
+    // As root a link at the name is replaced, never followed: whoever planted it must not
+    // choose which file root writes.
+    const bool followLinks = ::geteuid() != 0;
     struct stat st
     {};
     bool exists = ::lstat(target.constData(), &st) == 0;
     if (exists && S_ISLNK(st.st_mode)) {
-        if (char *resolved = ::realpath(target.constData(), nullptr)) {
+        char *resolved = followLinks ? ::realpath(target.constData(), nullptr) : nullptr;
+        if (resolved) {
             target = resolved;
             free(resolved);
             exists = ::stat(target.constData(), &st) == 0;
@@ -522,9 +527,17 @@ bool writeAtomically(const QByteArray &bytes, const QString &path, QString *erro
     const qsizetype slash = target.lastIndexOf('/');
     const QByteArray folder = slash < 0 ? QByteArray(".") : target.left(slash == 0 ? 1 : slash);
     const QByteArray base = slash < 0 ? target : target.mid(slash + 1);
+    // Everything happens relative to the folder opened once, so that a folder swapped for a
+    // link meanwhile cannot send the file elsewhere.
+    const int dir = PosixFile::openFolder(folder, false);
+    if (dir < 0) {
+        if (error) {
+            *error = systemError("Cannot create a temporary file for", path, errno);
+        }
+        return false;
+    }
     // ".NAME.XXXXXX" beside the target, shortened when NAME is long.
-    const QByteArray prefix = folder + (folder.endsWith('/') ? "" : "/") + '.' +
-                              (base.size() > 200 ? QByteArray("plist") : base) + '.';
+    const QByteArray prefix = '.' + (base.size() > 200 ? QByteArray("plist") : base) + '.';
     static const char alphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
     QByteArray temporary;
     int fd = -1;
@@ -534,21 +547,25 @@ bool writeAtomically(const QByteArray &bytes, const QString &path, QString *erro
             temporary += alphabet[QRandomGenerator::global()->bounded(62)];
         }
         // Mode 0666 less the umask, as any new file; an existing file's mode is set below.
-        fd = ::open(temporary.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        fd = ::openat(dir, temporary.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd < 0 && errno != EEXIST) {
             break;
         }
     }
     if (fd < 0) {
+        const int saved = errno;
+        ::close(dir);
         if (error) {
-            *error = systemError("Cannot create a temporary file for", path, errno);
+            *error = systemError("Cannot create a temporary file for", path, saved);
         }
         return false;
     }
+    PosixFile::handToFolderOwner(dir, fd);
     const auto fail = [&](const char *what) {
         const int saved = errno;
         ::close(fd);
-        ::unlink(temporary.constData());
+        ::unlinkat(dir, temporary.constData(), 0);
+        ::close(dir);
         if (error) {
             *error = systemError(what, path, saved);
         }
@@ -563,23 +580,15 @@ bool writeAtomically(const QByteArray &bytes, const QString &path, QString *erro
     if (::fsync(fd) != 0) {
         return fail("Cannot flush");
     }
-    if (::close(fd) != 0) {
-        fd = -1;
-        const int saved = errno;
-        ::unlink(temporary.constData());
-        if (error) {
-            *error = systemError("Cannot write", path, saved);
-        }
-        return false;
+    const int closed = ::close(fd);
+    fd = -1;
+    if (closed != 0) {
+        return fail("Cannot write");
     }
-    if (::rename(temporary.constData(), target.constData()) != 0) {
-        const int saved = errno;
-        ::unlink(temporary.constData());
-        if (error) {
-            *error = systemError("Cannot replace", path, saved);
-        }
-        return false;
+    if (::renameat(dir, temporary.constData(), dir, base.constData()) != 0) {
+        return fail("Cannot replace");
     }
+    ::close(dir);
     return true;
 }
 

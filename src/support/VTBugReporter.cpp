@@ -9,6 +9,7 @@
 #include "platform/Bundle.h"
 #include "platform/Clock.h"
 #include "platform/Console.h"
+#include "platform/PosixFile.h"
 #include "platform/PropertyList.h"
 #include "platform/UserDefaults.h"
 #include "platform/Workspace.h"
@@ -112,7 +113,7 @@ void recordDate(const std::optional<QString> &plistPath, const QString &key)
     PlistDict values = PropertyList::readDictionary(*plistPath).value_or(PlistDict());
     values.insert(key, PlistValue(now));
     // A fresh home has no Library/Preferences yet.
-    QDir().mkpath(QFileInfo(*plistPath).absolutePath());
+    PosixFile::makeFolders(QFileInfo(*plistPath).absolutePath());
     PropertyList::writeXml(PlistValue(std::move(values)), *plistPath);
     VTBugReporter::chownPlist(*plistPath);
 }
@@ -221,7 +222,12 @@ void VTBugReporter::chownPlist(const QString &path)
         if (homes < 0 || homes == components.size() - 1) {
             return;
         }
-        VTTask::runTask(VTToolPaths::chown(), {components.at(homes + 1), path});
+        // A link standing there is left alone, and chown does not follow one that appears.
+        if (QFileInfo(path).isSymLink()) {
+            return;
+        }
+        VTTask::runTask(VTToolPaths::chown(),
+                        {QStringLiteral("-h"), components.at(homes + 1), path});
     });
 }
 
@@ -234,7 +240,7 @@ void VTBugReporter::installCrashHandler(const QString &appName)
         }
         const QString folder =
             VTLocalPaths::appendPathComponent(*logs, QStringLiteral("DiagnosticReports"));
-        if (!QDir().mkpath(folder)) {
+        if (!PosixFile::makeFolders(folder)) {
             Console::log(VTFormat::string(QStringLiteral("Unable to create folder %@."), folder));
             return;
         }

@@ -240,7 +240,7 @@ void VTLog::startNewLog(const std::optional<QString> &name)
     const QString folder = logFolder();
     const QString file = logFile();
     const QString app = appName();
-    if (folder.isEmpty() || !QDir().mkpath(folder)) {
+    if (folder.isEmpty() || !PosixFile::makeFolders(folder)) {
         Console::log(VTFormat::string(QStringLiteral("Unable to create folder %@."),
                                       folder.isEmpty() ? QStringLiteral("(null)") : folder));
         return;
@@ -273,9 +273,15 @@ void VTLog::startNewLog(const std::optional<QString> &name)
         return;
     }
 
-    m_fileHandle = ::open(QFile::encodeName(file).constData(), O_WRONLY | O_CLOEXEC);
+    m_fileHandle = ::open(QFile::encodeName(file).constData(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
     if (m_fileHandle >= 0) {
         ::lseek(m_fileHandle, 0, SEEK_END);
+        // As root, the log in a user's folder stays that user's.
+        const int dir = PosixFile::openFolder(folder, false);
+        if (dir >= 0) {
+            PosixFile::handToFolderOwner(dir, m_fileHandle);
+            ::close(dir);
+        }
     }
 }
 
@@ -289,7 +295,8 @@ void VTLog::appendLogOnThread(const QString &text)
     if (m_fileHandle < 0) {
         const QString file = logFile();
         if (!file.isEmpty()) {
-            m_fileHandle = ::open(QFile::encodeName(file).constData(), O_WRONLY | O_CLOEXEC);
+            m_fileHandle =
+                ::open(QFile::encodeName(file).constData(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
         }
         if (m_fileHandle < 0) {
             Console::log(VTFormat::string(

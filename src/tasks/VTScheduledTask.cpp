@@ -7,11 +7,11 @@
 #include "VTSchedule.h"
 #include "platform/Console.h"
 #include "platform/PlistText.h"
+#include "platform/PosixFile.h"
 #include "support/VTException.h"
 #include "support/VTLocalPaths.h"
 #include "support/VTTaskNotification.h"
 
-#include <QDir>
 #include <QFileInfo>
 
 namespace {
@@ -167,7 +167,7 @@ VTScheduledTask::Ptr VTScheduledTask::taskWithBundleID(const QString &bundleID,
         }
         const QString folder = *library + (isRoot ? QStringLiteral("/LaunchDaemons")
                                                   : QStringLiteral("/LaunchAgents"));
-        if (!QFileInfo(folder).isDir() && !QDir().mkpath(folder)) {
+        if (!QFileInfo(folder).isDir() && !PosixFile::makeFolders(folder)) {
             return nullptr;
         }
         const JobFileName::Claim claim = JobFileName::claim(folder, isRoot);
