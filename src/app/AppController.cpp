@@ -6,6 +6,7 @@
 #include "platform/FileNames.h"
 #include "platform/LookupSnapshot.h"
 #include "platform/PathString.h"
+#include "platform/PosixFile.h"
 #include "platform/PropertyList.h"
 #include "platform/Trash.h"
 #include "platform/UserDefaults.h"
@@ -56,7 +57,7 @@ void scanEnded(const QString &reason)
 
 bool ensureFolder(const QString &folder)
 {
-    if (FileNames::isDirectory(folder) || FileNames::makePath(folder)) {
+    if (FileNames::isDirectory(folder) || PosixFile::makeFolders(folder)) {
         return true;
     }
     scanEnded(VTFormat::string(QStringLiteral("Unable to create folder %@"), folder));

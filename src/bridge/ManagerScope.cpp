@@ -5,7 +5,12 @@
 #include "support/VTLocalPaths.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+
+#include <algorithm>
+
+#include <sys/stat.h>
 
 ManagerScope ManagerScope::user()
 {
@@ -17,10 +22,28 @@ ManagerScope ManagerScope::system()
     return ManagerScope(true);
 }
 
+bool ManagerScope::liesInDaemonsFolder(const QString &jobPath)
+{
+    // The very folder, not one that merely has its name: only root writes there.
+    struct stat real
+    {};
+    struct stat folder
+    {};
+    struct stat file
+    {};
+    const QByteArray daemons =
+        QFile::encodeName(Environment::localPath(QStringLiteral("/Library/LaunchDaemons")));
+    const QByteArray path = QFile::encodeName(QFileInfo(jobPath).absoluteFilePath());
+    const QByteArray parent = path.left(std::max<qsizetype>(1, path.lastIndexOf('/')));
+    return ::stat(daemons.constData(), &real) == 0 && S_ISDIR(real.st_mode) &&
+           ::stat(parent.constData(), &folder) == 0 && folder.st_dev == real.st_dev &&
+           folder.st_ino == real.st_ino && ::lstat(path.constData(), &file) == 0 &&
+           !S_ISLNK(file.st_mode);
+}
+
 ManagerScope ManagerScope::forJobFile(const QString &jobPath)
 {
-    ManagerScope scope(QFileInfo(jobPath).absoluteDir().dirName() ==
-                       QLatin1String("LaunchDaemons"));
+    ManagerScope scope(liesInDaemonsFolder(jobPath));
     const Identity &identity = Identity::current();
     if (!scope.m_system && identity.isRoot()) {
         const auto user = VTLocalPaths::currentConsoleUser();

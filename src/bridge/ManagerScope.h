@@ -14,7 +14,8 @@ class ManagerScope
 public:
     static ManagerScope user();
     static ManagerScope system();
-    // A job file in a folder named LaunchDaemons is a daemon; every other job is an agent.
+    // A job file in the system's LaunchDaemons folder (of the local root) is a daemon; every
+    // other job, wherever it lies and whatever its folder is called, is an agent.
     // Run as root, an agent belongs to the user at the console, whose job folders the
     // application writes: it goes to that user's manager and unit folder.
     static ManagerScope forJobFile(const QString &jobPath);
@@ -30,6 +31,8 @@ public:
     // The user whose manager this is when root acts for the console user; files written
     // into that user's folder are handed to that user.
     std::optional<uid_t> owner() const { return m_ownerID; }
+
+    static bool liesInDaemonsFolder(const QString &jobPath);
 
 private:
     explicit ManagerScope(bool system) : m_system(system) {}

@@ -4,7 +4,6 @@
 
 #include <systemd/sd-journal.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -18,16 +17,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char **environ;
-
 namespace {
-
-const char *const kStandardTools[] = {"/bin/chmod", "/bin/chown", "/bin/cp",
-                                      "/bin/mv",    "/bin/rm",    "/bin/mkdir"};
-const char kBridgeName[] = "kairo-launchctl";
 
 // Written by the SIGCHLD handler so that the request loop wakes up and reaps.
 int g_childPipe[2] = {-1, -1};
+
+volatile sig_atomic_t g_stop = 0;
 
 void onChild(int)
 {
@@ -35,6 +30,37 @@ void onChild(int)
     const char byte = 0;
     [[maybe_unused]] const ssize_t n = ::write(g_childPipe[1], &byte, 1);
     errno = saved;
+}
+
+void onStop(int)
+{
+    g_stop = 1;
+    onChild(0);
+}
+
+// How long a run may take before it is ended, and how long an ending tool is given.
+constexpr int kRunLimitSeconds = 300;
+constexpr int kEndGraceMilliseconds = 2000;
+
+// Waits for a child without blocking forever; its whole process group is killed at the limit.
+bool waitLimited(pid_t pid, int *waitStatus, int limitMilliseconds)
+{
+    for (int waited = 0;; waited += 10) {
+        const pid_t result = ::waitpid(pid, waitStatus, WNOHANG);
+        if (result == pid) {
+            return true;
+        }
+        if (result < 0 && errno != EINTR) {
+            return false;
+        }
+        if (waited >= limitMilliseconds) {
+            ::kill(-pid, SIGKILL);
+            while (::waitpid(pid, waitStatus, 0) < 0 && errno == EINTR) {
+            }
+            return true;
+        }
+        ::usleep(10000);
+    }
 }
 
 // What a log line may show of a request: printable, one line.
@@ -74,25 +100,9 @@ int statusOf(int waitStatus)
 
 } // namespace
 
-PrivilegedHelper::PrivilegedHelper(int input, int output, std::vector<std::string> allowedTools)
-    : m_input(input), m_output(output), m_allowed(std::move(allowedTools))
+PrivilegedHelper::PrivilegedHelper(int input, int output, HelperPolicy policy)
+    : m_input(input), m_output(output), m_policy(std::move(policy))
 {}
-
-std::vector<std::string> PrivilegedHelper::defaultAllowedTools()
-{
-    std::vector<std::string> tools(std::begin(kStandardTools), std::end(kStandardTools));
-    char self[PATH_MAX];
-    const ssize_t n = ::readlink("/proc/self/exe", self, sizeof(self) - 1);
-    if (n > 0) {
-        std::string folder(self, static_cast<std::size_t>(n));
-        folder.erase(folder.rfind('/') + 1);
-        tools.push_back(folder + kBridgeName);
-    }
-    if (const char *custom = secure_getenv("VT_LAUNCHCTL"); custom && custom[0] == '/') {
-        tools.emplace_back(custom);
-    }
-    return tools;
-}
 
 void PrivilegedHelper::log(int priority, const std::string &message)
 {
@@ -125,12 +135,28 @@ int PrivilegedHelper::serve()
     action.sa_flags = SA_RESTART | SA_NOCLDSTOP;
     sigemptyset(&action.sa_mask);
     ::sigaction(SIGCHLD, &action, nullptr);
+    struct sigaction stop
+    {};
+    stop.sa_handler = onStop;
+    sigemptyset(&stop.sa_mask);
+    for (const int signal : {SIGTERM, SIGHUP, SIGINT}) {
+        ::sigaction(signal, &stop, nullptr);
+    }
+    const int status = serveRequests();
+    endSpawned();
+    return status;
+}
 
+int PrivilegedHelper::serveRequests()
+{
     if (!writeAll(HelperProtocol::line({HelperProtocol::kReady}))) {
         return 1;
     }
     char chunk[65536];
     for (;;) {
+        if (g_stop) {
+            return 0;
+        }
         pollfd fds[2] = {{m_input, POLLIN, 0}, {g_childPipe[0], POLLIN, 0}};
         if (::poll(fds, 2, -1) < 0) {
             if (errno == EINTR) {
@@ -202,35 +228,41 @@ std::string PrivilegedHelper::handle(const std::string &line)
     if (request->size() < 2) {
         return refuse("no program", shownRequest(*request));
     }
-    const std::string &tool = (*request)[1];
-    if (!isAllowed(tool)) {
-        return refuse("not an allowed program", shownRequest(*request));
-    }
     for (const auto &field : *request) {
         if (field.find('\0') != std::string::npos) {
             return refuse("argument holds a NUL byte", shownRequest(*request));
         }
     }
+    std::string reason;
+    std::optional<HelperPolicy::Plan> plan = m_policy.plan(*request, &reason);
+    if (!plan) {
+        return refuse(reason, shownRequest(*request));
+    }
     int error = 0;
-    const pid_t pid = start(*request, &error);
+    const pid_t pid = start(*plan, &error);
     if (pid < 0) {
+        m_policy.discard(*plan);
         return refuse(std::string("unable to start: ") + std::strerror(error),
                       shownRequest(*request));
     }
-    if (!wait) {
-        m_spawned.emplace(pid, tool);
+    if (!wait && plan->mayRunOn) {
+        m_policy.discard(*plan);
+        m_spawned.emplace(pid, plan->tool);
         log(LOG_INFO, "Started " + shownRequest(*request) + " as process " + std::to_string(pid));
         return HelperProtocol::line({HelperProtocol::kStarted});
     }
+    // File tools end before the answer, so that their result can be checked.
     int waitStatus = 0;
-    while (::waitpid(pid, &waitStatus, 0) < 0) {
-        if (errno != EINTR) {
-            return refuse(std::string("lost the program: ") + std::strerror(errno),
-                          shownRequest(*request));
-        }
+    if (!waitLimited(pid, &waitStatus, kRunLimitSeconds * 1000)) {
+        m_policy.discard(*plan);
+        return refuse(std::string("lost the program: ") + std::strerror(errno),
+                      shownRequest(*request));
     }
-    const int status = statusOf(waitStatus);
+    const int status = m_policy.finish(*plan, statusOf(waitStatus));
     log(LOG_INFO, "Ran " + shownRequest(*request) + ", status " + std::to_string(status));
+    if (!wait) {
+        return HelperProtocol::line({HelperProtocol::kStarted});
+    }
     return HelperProtocol::line({HelperProtocol::kStatus, std::to_string(status)});
 }
 
@@ -240,33 +272,36 @@ std::string PrivilegedHelper::refuse(const std::string &reason, const std::strin
     return HelperProtocol::line({HelperProtocol::kRefused, reason});
 }
 
-bool PrivilegedHelper::isAllowed(const std::string &tool) const
+pid_t PrivilegedHelper::start(const HelperPolicy::Plan &plan, int *error) const
 {
-    // Exact byte comparison: "/bin/../bin/sh", a relative path or a link elsewhere that
-    // points at an allowed tool are all different programs.
-    return std::find(m_allowed.begin(), m_allowed.end(), tool) != m_allowed.end();
-}
-
-pid_t PrivilegedHelper::start(const std::vector<std::string> &request, int *error) const
-{
-    std::vector<char *> argv;
-    for (std::size_t i = 1; i < request.size(); ++i) {
-        argv.push_back(const_cast<char *>(request[i].c_str()));
+    std::vector<char *> argv{const_cast<char *>(plan.tool.c_str())};
+    for (const std::string &argument : plan.arguments) {
+        argv.push_back(const_cast<char *>(argument.c_str()));
     }
     argv.push_back(nullptr);
+    std::vector<char *> environment;
+    for (const std::string &variable : m_policy.environment()) {
+        environment.push_back(const_cast<char *>(variable.c_str()));
+    }
+    environment.push_back(nullptr);
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    // The helper ignores SIGPIPE and catches SIGCHLD; the tools start with the defaults.
+    // The helper ignores SIGPIPE and catches SIGCHLD; the tools start with the defaults, each
+    // in a process group of its own, so that nothing it starts outlives the helper.
     posix_spawnattr_t attributes;
     HelperProtocol::initSpawnAttributes(&attributes);
+    short flags = 0;
+    posix_spawnattr_getflags(&attributes, &flags);
+    posix_spawnattr_setflags(&attributes, static_cast<short>(flags | POSIX_SPAWN_SETPGROUP));
+    posix_spawnattr_setpgroup(&attributes, 0);
 
     pid_t pid = -1;
-    const int result =
-        ::posix_spawn(&pid, request[1].c_str(), &actions, &attributes, argv.data(), environ);
+    const int result = ::posix_spawn(&pid, plan.tool.c_str(), &actions, &attributes, argv.data(),
+                                     environment.data());
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (result != 0) {
@@ -288,6 +323,23 @@ void PrivilegedHelper::reapSpawned()
             ++it;
         }
     }
+}
+
+void PrivilegedHelper::endSpawned()
+{
+    reapSpawned();
+    for (const auto &entry : m_spawned) {
+        ::kill(-entry.first, SIGTERM);
+    }
+    for (const auto &entry : m_spawned) {
+        int waitStatus = 0;
+        waitLimited(entry.first, &waitStatus, kEndGraceMilliseconds);
+        // Whatever it started in its group goes with it.
+        ::kill(-entry.first, SIGKILL);
+        log(LOG_INFO, "Ended process " + std::to_string(entry.first) + " (" + shown(entry.second) +
+                          ") as the helper ends");
+    }
+    m_spawned.clear();
 }
 
 bool PrivilegedHelper::writeAll(const std::string &bytes) const

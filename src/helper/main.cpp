@@ -6,12 +6,14 @@
 #include <cstring>
 #include <string>
 
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/syslog.h>
 #include <unistd.h>
 
 // kairo-helper: started through the elevation program (pkexec), it runs the system's
-// standard tools as root for the application that started it, and nothing else.
+// system's requests for its root job files as root, and nothing else.
 int main(int argc, char **argv)
 {
     bool allowUnprivileged = false;
@@ -39,6 +41,26 @@ int main(int argc, char **argv)
     }
     ::signal(SIGPIPE, SIG_IGN);
 
-    PrivilegedHelper helper(STDIN_FILENO, STDOUT_FILENO, PrivilegedHelper::defaultAllowedTools());
+    // The application gives a socket as the output and speaks through it both ways: the
+    // input stays the elevation program's, so that nothing meant for it (a password) is
+    // ever read as a request.
+    int type = 0;
+    socklen_t size = sizeof(type);
+    const bool outputIsSocket =
+        ::getsockopt(STDOUT_FILENO, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type == SOCK_STREAM;
+    const int input = outputIsSocket ? STDOUT_FILENO : STDIN_FILENO;
+    if (outputIsSocket) {
+        // Whatever the elevation program left unread there is dropped unseen.
+        const int null = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+        if (null >= 0) {
+            ::dup2(null, STDIN_FILENO);
+            ::close(null);
+        }
+    }
+    std::optional<HelperPolicy> policy = HelperPolicy::create(input);
+    if (!policy) {
+        return 1;
+    }
+    PrivilegedHelper helper(input, STDOUT_FILENO, std::move(*policy));
     return helper.serve();
 }

@@ -1,6 +1,7 @@
 #include "PropertyList.h"
 
 #include "FileNames.h"
+#include "PosixFile.h"
 
 #include <QHash>
 #include <QRandomGenerator>
@@ -549,13 +550,9 @@ bool writeAll(int fd, const QByteArray &bytes)
 }
 
 // The writer's temporary files: ".NAME.XXXXXX" beside the target, NAME shortened when long.
-QByteArray temporaryPrefix(const QByteArray &target)
+QByteArray temporaryPrefix(const QByteArray &base)
 {
-    const qsizetype slash = target.lastIndexOf('/');
-    const QByteArray folder = slash < 0 ? QByteArray(".") : target.left(slash == 0 ? 1 : slash);
-    const QByteArray base = slash < 0 ? target : target.mid(slash + 1);
-    return folder + (folder.endsWith('/') ? "" : "/") + '.' +
-           (base.size() > 200 ? QByteArray("plist") : base) + '.';
+    return '.' + (base.size() > 200 ? QByteArray("plist") : base) + '.';
 }
 
 constexpr int kTemporarySuffix = 6;
@@ -574,12 +571,23 @@ bool isTemporaryName(const QByteArray &name)
     return true;
 }
 
-// Creates a new temporary file for target and holds an exclusive lock on it for as long
-// as the descriptor is open: a scan removes only temporaries whose writer is gone (see
-// removeStaleTemporaries). The descriptor, or -1 with errno set.
-int createTemporary(const QByteArray &target, mode_t mode, QByteArray *temporary)
+// The target's folder, opened once: everything happens relative to it, so that a folder
+// swapped for a link meanwhile cannot send the file elsewhere. Its last component in *base.
+int openTargetFolder(const QByteArray &target, QByteArray *base)
 {
-    const QByteArray prefix = temporaryPrefix(target);
+    const qsizetype slash = target.lastIndexOf('/');
+    const QByteArray folder = slash < 0 ? QByteArray(".") : target.left(slash == 0 ? 1 : slash);
+    *base = slash < 0 ? target : target.mid(slash + 1);
+    return PosixFile::openFolder(folder, false);
+}
+
+// Creates a new temporary file in dir for base and holds an exclusive lock on it for as
+// long as the descriptor is open: a scan removes only temporaries whose writer is gone (see
+// removeStaleTemporaries). As root it belongs to the folder's owner. The descriptor, or -1
+// with errno set.
+int createTemporary(int dir, const QByteArray &base, mode_t mode, QByteArray *temporary)
+{
+    const QByteArray prefix = temporaryPrefix(base);
     static const char alphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
     for (int attempt = 0; attempt < 100; ++attempt) {
         *temporary = prefix;
@@ -587,14 +595,15 @@ int createTemporary(const QByteArray &target, mode_t mode, QByteArray *temporary
             *temporary += alphabet[QRandomGenerator::global()->bounded(62)];
         }
         // Less the umask, as any new file; an existing file's mode is set by the caller.
-        const int fd =
-            ::open(temporary->constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+        const int fd = ::openat(dir, temporary->constData(),
+                                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
         if (fd < 0 && errno == EEXIST) {
             continue;
         }
         if (fd < 0) {
             return -1;
         }
+        PosixFile::handToFolderOwner(dir, fd);
         // A scan may have found it between its creation and the lock and taken it for a
         // leftover: then it is no longer at its name, and another name is tried.
         // Where locks are not supported, no scan can lock it either and it is simply kept.
@@ -605,7 +614,8 @@ int createTemporary(const QByteArray &target, mode_t mode, QByteArray *temporary
         {};
         struct stat named
         {};
-        if (::fstat(fd, &own) == 0 && ::lstat(temporary->constData(), &named) == 0 &&
+        if (::fstat(fd, &own) == 0 &&
+            ::fstatat(dir, temporary->constData(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
             own.st_ino == named.st_ino && own.st_dev == named.st_dev) {
             return fd;
         }
@@ -617,16 +627,20 @@ int createTemporary(const QByteArray &target, mode_t mode, QByteArray *temporary
 
 // Writes bytes to path atomically: a new file beside the target, written, flushed to disk,
 // then renamed over the target. Whatever happens, the target is either the old file or the
-// new one, and no temporary file stays behind. An existing file keeps its permissions; a
-// symbolic link stays a link and its target is replaced.
+// new one, and no temporary file stays behind. An existing file keeps its permissions; for
+// an ordinary user a symbolic link stays a link and its target is replaced.
 bool writeAtomically(const QByteArray &bytes, const QString &path, QString *error)
 {
     QByteArray target = FileNames::encode(path);
+    // As root a link at the name is replaced, never followed: whoever planted it must not
+    // choose which file root writes.
+    const bool followLinks = ::geteuid() != 0;
     struct stat st
     {};
     bool exists = ::lstat(target.constData(), &st) == 0;
     if (exists && S_ISLNK(st.st_mode)) {
-        if (char *resolved = ::realpath(target.constData(), nullptr)) {
+        char *resolved = followLinks ? ::realpath(target.constData(), nullptr) : nullptr;
+        if (resolved) {
             target = resolved;
             free(resolved);
             exists = ::stat(target.constData(), &st) == 0;
@@ -640,18 +654,25 @@ bool writeAtomically(const QByteArray &bytes, const QString &path, QString *erro
         }
         return false;
     }
+    QByteArray base;
+    const int dir = openTargetFolder(target, &base);
     QByteArray temporary;
-    int fd = createTemporary(target, 0666, &temporary);
+    const int fd = dir < 0 ? -1 : createTemporary(dir, base, 0666, &temporary);
     if (fd < 0) {
+        const int saved = errno;
+        if (dir >= 0) {
+            ::close(dir);
+        }
         if (error) {
-            *error = systemError("Cannot create a temporary file for", path, errno);
+            *error = systemError("Cannot create a temporary file for", path, saved);
         }
         return false;
     }
     const auto fail = [&](const char *what) {
         const int saved = errno;
+        ::unlinkat(dir, temporary.constData(), 0);
         ::close(fd);
-        ::unlink(temporary.constData());
+        ::close(dir);
         if (error) {
             *error = systemError(what, path, saved);
         }
@@ -667,10 +688,11 @@ bool writeAtomically(const QByteArray &bytes, const QString &path, QString *erro
         return fail("Cannot flush");
     }
     // Renamed while still open, and so still locked: a scan never takes it for a leftover.
-    if (::rename(temporary.constData(), target.constData()) != 0) {
+    if (::renameat(dir, temporary.constData(), dir, base.constData()) != 0) {
         return fail("Cannot replace");
     }
     ::close(fd);
+    ::close(dir);
     return true;
 }
 
@@ -679,17 +701,25 @@ bool writeAtomically(const QByteArray &bytes, const QString &path, QString *erro
 // taken. *taken tells that case from the others.
 bool createExclusively(const QByteArray &bytes, const QString &path, bool *taken)
 {
-    const QByteArray target = FileNames::encode(path);
-    QByteArray temporary;
-    const int fd = createTemporary(target, 0644, &temporary);
-    if (fd < 0) {
+    QByteArray base;
+    const int dir = openTargetFolder(FileNames::encode(path), &base);
+    if (dir < 0) {
         return false;
     }
-    bool linked = writeAll(fd, bytes) && ::fsync(fd) == 0 &&
-                  ::link(temporary.constData(), target.constData()) == 0;
+    QByteArray temporary;
+    const int fd = createTemporary(dir, base, 0644, &temporary);
+    if (fd < 0) {
+        const int saved = errno;
+        ::close(dir);
+        errno = saved;
+        return false;
+    }
+    const bool linked = writeAll(fd, bytes) && ::fsync(fd) == 0 &&
+                        ::linkat(dir, temporary.constData(), dir, base.constData(), 0) == 0;
     const int saved = errno;
-    ::unlink(temporary.constData());
+    ::unlinkat(dir, temporary.constData(), 0);
     ::close(fd);
+    ::close(dir);
     if (!linked && taken) {
         *taken = saved == EEXIST;
     }

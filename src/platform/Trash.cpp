@@ -2,6 +2,7 @@
 
 #include "Clock.h"
 #include "FileNames.h"
+#include "PosixFile.h"
 
 #include <QDir>
 #include <QFile>
@@ -104,7 +105,7 @@ std::optional<QString> Trash::moveToTrash(const QString &path, const QString &fi
         return std::nullopt;
     }
     const QString infoFolder = infoFolderFor(filesFolder);
-    if (!QDir().mkpath(filesFolder) || !QDir().mkpath(infoFolder)) {
+    if (!PosixFile::makeFolders(filesFolder) || !PosixFile::makeFolders(infoFolder)) {
         return std::nullopt;
     }
     const QByteArray info = trashInfo(path);
@@ -139,14 +140,18 @@ bool Trash::writeTrashInfo(const QString &trashedPath, const QString &originalPa
 {
     const QFileInfo trashed(trashedPath);
     const QString infoFolder = infoFolderFor(trashed.absolutePath());
-    if (!QDir().mkpath(infoFolder)) {
+    if (!PosixFile::makeFolders(infoFolder)) {
         return false;
     }
     const QString infoPath =
         infoFolder + QLatin1Char('/') + trashed.fileName() + QStringLiteral(".trashinfo");
-    QFile file(infoPath);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+    // Never through a link planted at the name; as root the file is the trash owner's.
+    const int fd = PosixFile::createFile(infoPath, O_WRONLY | O_TRUNC, 0600);
+    if (fd < 0) {
         return false;
     }
-    return file.write(trashInfo(originalPath)) > 0;
+    const QByteArray info = trashInfo(originalPath);
+    const bool written = PosixFile::writeAll(fd, info) && !info.isEmpty();
+    ::close(fd);
+    return written;
 }

@@ -2,6 +2,7 @@
 
 #include "Bundle.h"
 #include "FileNames.h"
+#include "PosixFile.h"
 #include "PropertyList.h"
 #include "StandardFolders.h"
 
@@ -146,7 +147,7 @@ bool UserDefaults::update(const QString &path, const QString &key, const PlistVa
     } else if (!values.remove(key)) {
         return true;
     }
-    FileNames::makePath(QFileInfo(path).absolutePath());
+    PosixFile::makeFolders(QFileInfo(path).absolutePath());
     return PropertyList::writeXml(PlistValue(std::move(values)), path);
 }
 

@@ -1,5 +1,7 @@
 #include "CrashSignalHandler.h"
 
+#include "platform/PosixFile.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QFileInfo>
@@ -25,6 +27,10 @@ char g_pathPrefix[4096]; // FOLDER/NAME_
 char g_pathSuffix[512];  // _HOST.crash
 char g_header[8192];     // the lines that do not change
 int g_utcOffset = 0;
+// The crash log folder, held open so that the handler never looks its path up again, and
+// how much of the path prefix names it.
+int g_folder = -1;
+size_t g_folderLength = 0;
 
 alignas(16) char g_alternateStack[64 * 1024];
 
@@ -146,9 +152,17 @@ void writeCrashLog(int sig, const siginfo_t *info)
     if (CrashSignalHandler::crashLogPath(path, sizeof path, now.tv_sec) == 0) {
         return;
     }
-    const int fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    // A new file only: nothing that stands at that name, a planted link above all, is
+    // followed or overwritten. As root the log is made for the folder's owner.
+    const int fd = g_folder >= 0
+                       ? ::openat(g_folder, path + g_folderLength,
+                                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644)
+                       : ::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
     if (fd < 0) {
         return;
+    }
+    if (g_folder >= 0) {
+        PosixFile::handToFolderOwner(g_folder, fd);
     }
     writeAll(fd, g_header, std::strlen(g_header));
 
@@ -265,6 +279,11 @@ bool CrashSignalHandler::install(const QString &folder, const QString &appName, 
         return false;
     }
     g_utcOffset = utcOffsetSeconds;
+    if (g_folder >= 0) {
+        ::close(g_folder);
+    }
+    g_folder = PosixFile::openFolder(folder, false);
+    g_folderLength = static_cast<size_t>(QFile::encodeName(folder + QLatin1Char('/')).size());
 
     // The first backtrace loads the unwinder; in the handler it must not have to.
     void *frames[2];

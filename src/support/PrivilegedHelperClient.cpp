@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -72,6 +73,29 @@ PrivilegedHelperClient::Start PrivilegedHelperClient::start(const QString &progr
         return Start::LaunchFailed;
     }
 
+    // A secret goes to the program's input through a pipe of its own, whole before the
+    // program starts; the helper speaks through the socket only and never reads that input.
+    int secretPipe[2] = {-1, -1};
+    if (secret) {
+        if (::pipe2(secretPipe, O_CLOEXEC | O_NONBLOCK) != 0 ||
+            ::write(secretPipe[1], secret->constData(), static_cast<size_t>(secret->size())) !=
+                secret->size()) {
+            const int error = secretPipe[0] < 0 ? errno : EMSGSIZE;
+            for (const int fd : {secretPipe[0], secretPipe[1], pair[0], pair[1]}) {
+                if (fd >= 0) {
+                    ::close(fd);
+                }
+            }
+            if (launchError) {
+                *launchError = error;
+            }
+            return Start::LaunchFailed;
+        }
+        ::close(secretPipe[1]);
+        // The reader sees a blocking pipe that ends after the secret.
+        ::fcntl(secretPipe[0], F_SETFL, 0);
+    }
+
     const QByteArray programName = QFile::encodeName(program);
     std::vector<QByteArray> storage{programName};
     for (const QString &argument : arguments) {
@@ -83,10 +107,15 @@ PrivilegedHelperClient::Start PrivilegedHelperClient::start(const QString &progr
     }
     argv.push_back(nullptr);
 
-    // The helper's input and output are the socket; its errors go where ours go.
+    // The helper's output is the socket, and it reads its requests from there too; its
+    // errors go where ours go.
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, pair[1], STDIN_FILENO);
+    if (secretPipe[0] >= 0) {
+        posix_spawn_file_actions_adddup2(&actions, secretPipe[0], STDIN_FILENO);
+    } else {
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    }
     posix_spawn_file_actions_adddup2(&actions, pair[1], STDOUT_FILENO);
     posix_spawnattr_t attributes;
     HelperProtocol::initSpawnAttributes(&attributes);
@@ -97,6 +126,9 @@ PrivilegedHelperClient::Start PrivilegedHelperClient::start(const QString &progr
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     ::close(pair[1]);
+    if (secretPipe[0] >= 0) {
+        ::close(secretPipe[0]);
+    }
     if (result != 0) {
         ::close(pair[0]);
         if (launchError) {
@@ -109,9 +141,6 @@ PrivilegedHelperClient::Start PrivilegedHelperClient::start(const QString &progr
     m_exitStatus.reset();
     m_buffer.clear();
 
-    if (secret) {
-        sendAll(secret->constData(), static_cast<std::size_t>(secret->size()));
-    }
     const auto line = readLine(readyLimit);
     if (line && *line == HelperProtocol::kReady) {
         return Start::Ready;

@@ -13,7 +13,7 @@
 #include <sys/types.h>
 
 // The application's side of the privileged helper: starts it through the elevation program
-// with its standard input and output on a socket, sends requests and reads the answers.
+// with its standard output on a socket, sends requests and reads the answers there.
 // The helper counts as held while its process runs; ending closes its input.
 class PrivilegedHelperClient
 {
@@ -46,9 +46,9 @@ public:
     PrivilegedHelperClient &operator=(const PrivilegedHelperClient &) = delete;
 
     // Starts the program (searched on the PATH when the name holds no slash), once per
-    // client. A secret, when given, is written to the program's input before anything else;
-    // it is not copied. Waits for the ready line at most readyLimit. The errno of a failed
-    // launch goes to *launchError.
+    // client, with the socket as its output. A secret, when given, is the program's whole
+    // input (a pipe of its own, which the helper never reads); it is not copied. Waits for the
+    // ready line at most readyLimit. The errno of a failed launch goes to *launchError.
     Start start(const QString &program, const QStringList &arguments, const QByteArray *secret,
                 std::chrono::milliseconds readyLimit, int *launchError = nullptr);
 

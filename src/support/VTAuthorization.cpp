@@ -11,6 +11,7 @@
 #include "platform/Console.h"
 #include "platform/Environment.h"
 #include "platform/Identity.h"
+#include "platform/PosixFile.h"
 #include "platform/Trash.h"
 
 #include <QDir>
@@ -105,35 +106,6 @@ QStringList folderEntries(const QString &folder)
     }
     return QDir(folder).entryList(
         QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
-}
-
-// The freedesktop.org trash may not exist yet. Folders made here belong to the owner of the
-// folder they are made in, so that a root process does not leave the user a trash of root's.
-void ensureFolder(const QString &path)
-{
-    QStringList missing;
-    QString existing = QDir::cleanPath(path);
-    while (!existing.isEmpty() && !QFileInfo(existing).exists()) {
-        missing.prepend(existing);
-        const QString parent = QFileInfo(existing).path();
-        if (parent == existing) {
-            break;
-        }
-        existing = parent;
-    }
-    struct stat owner
-    {};
-    const bool known = ::stat(QFile::encodeName(existing).constData(), &owner) == 0;
-    for (const QString &folder : missing) {
-        const QByteArray native = QFile::encodeName(folder);
-        if (::mkdir(native.constData(), 0700) != 0) {
-            return;
-        }
-        if (known && ::geteuid() == 0) {
-            [[maybe_unused]] const int ignored =
-                ::chown(native.constData(), owner.st_uid, owner.st_gid);
-        }
-    }
 }
 
 QByteArrayList encodedArguments(const QStringList &parameters)
@@ -260,7 +232,7 @@ bool VTAuthorization::startHelper(const QString *userName, const QString *passwo
                      QStringLiteral("-u"), QStringLiteral("root"), QStringLiteral("--"), helper};
     }
 
-    // The password goes once through the pipe, as the first line; no copy of it is kept.
+    // The password goes once, as one line, to the elevation program alone; no copy is kept.
     QByteArray utf8 = password->toUtf8();
     QByteArray secret(utf8.size() + 1, Qt::Uninitialized);
     std::memcpy(secret.data(), utf8.constData(), static_cast<size_t>(utf8.size()));
@@ -469,8 +441,9 @@ bool VTAuthorization::authTrashFile(const QString &path, bool deleteOnRootAccoun
         }
         if (!destination.isNull()) {
             const QString files = QFileInfo(destination).path();
-            ensureFolder(files);
-            ensureFolder(QFileInfo(files).path() + QStringLiteral("/info"));
+            // The trash may not exist yet; as root its folders are made the user's.
+            PosixFile::makeFolders(files);
+            PosixFile::makeFolders(QFileInfo(files).path() + QStringLiteral("/info"));
         }
         if (!authMoveFile(path, destination)) {
             return false;

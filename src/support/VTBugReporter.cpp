@@ -10,6 +10,7 @@
 #include "platform/Clock.h"
 #include "platform/Console.h"
 #include "platform/FileNames.h"
+#include "platform/PosixFile.h"
 #include "platform/PropertyList.h"
 #include "platform/UserDefaults.h"
 #include "platform/Workspace.h"
@@ -116,7 +117,7 @@ void recordDate(const std::optional<QString> &plistPath, const QString &key)
     }
     values->insert(key, PlistValue(now));
     // A fresh home has no Library/Preferences yet.
-    FileNames::makePath(QFileInfo(*plistPath).absolutePath());
+    PosixFile::makeFolders(QFileInfo(*plistPath).absolutePath());
     PropertyList::writeXml(PlistValue(std::move(*values)), *plistPath);
     VTBugReporter::chownPlist(*plistPath);
 }
@@ -225,7 +226,12 @@ void VTBugReporter::chownPlist(const QString &path)
         if (homes < 0 || homes == components.size() - 1) {
             return;
         }
-        VTTask::runTask(VTToolPaths::chown(), {components.at(homes + 1), path});
+        // A link standing there is left alone, and chown does not follow one that appears.
+        if (QFileInfo(path).isSymLink()) {
+            return;
+        }
+        VTTask::runTask(VTToolPaths::chown(),
+                        {QStringLiteral("-h"), components.at(homes + 1), path});
     });
 }
 
@@ -238,7 +244,7 @@ void VTBugReporter::installCrashHandler(const QString &appName)
         }
         const QString folder =
             VTLocalPaths::appendPathComponent(*logs, QStringLiteral("DiagnosticReports"));
-        if (!FileNames::makePath(folder)) {
+        if (!PosixFile::makeFolders(folder)) {
             Console::log(VTFormat::string(QStringLiteral("Unable to create folder %@."), folder));
             return;
         }

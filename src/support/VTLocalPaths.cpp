@@ -5,7 +5,15 @@
 #include "platform/StandardFolders.h"
 
 #include <QDir>
+#include <QFile>
 #include <QUuid>
+
+#include <cerrno>
+#include <cstdlib>
+#include <mutex>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -177,6 +185,36 @@ std::optional<QString> VTLocalPaths::currentConsoleUser()
 
 QString VTLocalPaths::tempDirectory()
 {
+    // A folder of this user's alone, so that no one else can claim, replace or read what is
+    // staged there: the session's runtime folder when it is private, else a mode-700 folder
+    // of ours in the shared one (a random one when someone else took that name).
+    static std::mutex mutex;
+    static QString made;
+    std::lock_guard<std::mutex> lock(mutex);
+    const auto isPrivate = [](const QByteArray &path) {
+        struct stat info
+        {};
+        return ::lstat(path.constData(), &info) == 0 && S_ISDIR(info.st_mode) &&
+               info.st_uid == ::geteuid() && (info.st_mode & 077) == 0;
+    };
+    if (const auto runtime = Environment::value("XDG_RUNTIME_DIR");
+        runtime && runtime->startsWith(QLatin1Char('/')) &&
+        isPrivate(QFile::encodeName(*runtime))) {
+        return QDir::cleanPath(*runtime);
+    }
+    const QString shared = QDir::tempPath() + QStringLiteral("/kairo-planner-%1").arg(::geteuid());
+    const QByteArray fixed = QFile::encodeName(shared);
+    if ((::mkdir(fixed.constData(), 0700) == 0 || errno == EEXIST) && isPrivate(fixed)) {
+        return shared;
+    }
+    if (made.startsWith(shared + QLatin1Char('-')) && isPrivate(QFile::encodeName(made))) {
+        return made;
+    }
+    QByteArray pattern = fixed + "-XXXXXX";
+    if (::mkdtemp(pattern.data())) {
+        made = QFile::decodeName(pattern);
+        return made;
+    }
     return QDir::tempPath();
 }
 

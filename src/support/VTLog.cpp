@@ -275,7 +275,7 @@ void VTLog::startNewLog(const std::optional<QString> &name)
     const QString folder = logFolder();
     const QString file = logFile();
     const QString app = appName();
-    if (folder.isEmpty() || !FileNames::makePath(folder)) {
+    if (folder.isEmpty() || !PosixFile::makeFolders(folder)) {
         Console::log(VTFormat::string(QStringLiteral("Unable to create folder %@."),
                                       folder.isEmpty() ? QStringLiteral("(null)") : folder));
         return;
@@ -312,9 +312,15 @@ void VTLog::startNewLog(const std::optional<QString> &name)
     }
 
     // Appending: other processes may write lines to the same file at the same time.
-    m_fileHandle = ::open(FileNames::encode(file).constData(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    m_fileHandle = ::open(FileNames::encode(file).constData(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
     if (m_fileHandle >= 0) {
         ::lseek(m_fileHandle, 0, SEEK_END);
+        // As root, the log in a user's folder stays that user's.
+        const int dir = PosixFile::openFolder(folder, false);
+        if (dir >= 0) {
+            PosixFile::handToFolderOwner(dir, m_fileHandle);
+            ::close(dir);
+        }
     }
 }
 
@@ -329,7 +335,7 @@ void VTLog::appendLogOnThread(const QString &text)
         const QString file = logFile();
         if (!file.isEmpty()) {
             m_fileHandle =
-                ::open(FileNames::encode(file).constData(), O_WRONLY | O_APPEND | O_CLOEXEC);
+                ::open(FileNames::encode(file).constData(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
         }
         if (m_fileHandle < 0) {
             Console::log(VTFormat::string(

@@ -5,6 +5,7 @@
 #include "platform/Console.h"
 #include "platform/FileNames.h"
 #include "platform/PathString.h"
+#include "platform/PosixFile.h"
 #include "platform/PropertyList.h"
 #include "platform/Workspace.h"
 #include "support/VTAuthorization.h"
@@ -149,7 +150,7 @@ bool JobFileWriter::saveData(VTScheduledTask &task, bool authorize)
     }
 
     const QString filename = *task.filename();
-    FileNames::makePath(PathString::deletingLastPathComponent(filename));
+    PosixFile::makeFolders(PathString::deletingLastPathComponent(filename));
     if (!PropertyList::writeXml(PlistValue(*job), filename)) {
         // Without authorization this is the quiet rewrite after an upgrade: skip the file
         // and go on as if it had been written, never asking for a password.

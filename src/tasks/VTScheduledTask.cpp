@@ -9,11 +9,11 @@
 #include "platform/FileNames.h"
 #include "platform/PlistText.h"
 #include "platform/Workspace.h"
+#include "platform/PosixFile.h"
 #include "support/VTException.h"
 #include "support/VTLocalPaths.h"
 #include "support/VTTaskNotification.h"
 
-#include <QDir>
 #include <QFileInfo>
 
 namespace {
@@ -169,7 +169,7 @@ VTScheduledTask::Ptr VTScheduledTask::taskWithBundleID(const QString &bundleID,
         }
         const QString folder = *library + (isRoot ? QStringLiteral("/LaunchDaemons")
                                                   : QStringLiteral("/LaunchAgents"));
-        if (!FileNames::isDirectory(folder) && !FileNames::makePath(folder)) {
+        if (!FileNames::isDirectory(folder) && !PosixFile::makeFolders(folder)) {
             return nullptr;
         }
         const std::optional<QString> appPath =

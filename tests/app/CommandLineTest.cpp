@@ -5,6 +5,7 @@
 #include "testsupport/TestFiles.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QProcess>
 #include <QThread>
@@ -367,6 +368,50 @@ TEST_F(CommandLineTest, AsRootARootTaskGoesToTheSystemFolder)
     EXPECT_EQ(info.st_uid, 0u);
     EXPECT_EQ(info.st_mode & 07777, 0644u);
     EXPECT_TRUE(QDir(agents()).entryList(QDir::Files).isEmpty());
+}
+
+TEST_F(CommandLineTest, AsRootNothingInTheHomeBecomesRootsAndNoPlantedLinkIsFollowed)
+{
+    if (!runningAsRoot()) {
+        GTEST_SKIP() << "needs root";
+    }
+    sandbox.setEnv("VT_CONSOLE_USER", QStringLiteral("anna"));
+    sandbox.setEnv("VT_CONSOLE_HOME", sandbox.home());
+    QDir().mkpath(sandbox.home() + QStringLiteral("/Library/Preferences"));
+    handOver();
+    // A file of root's outside the home, and a link to it where the preferences go.
+    const QString victim = sandbox.file(QStringLiteral("root/etc/victim.plist"));
+    TestFiles::write(victim, "root's own");
+    ASSERT_TRUE(
+        QFile::link(victim, sandbox.home() + QStringLiteral("/Library/Preferences/"
+                                                            "com.vantreel.KairoPlanner.plist")));
+    ASSERT_EQ(::lchown(QFile::encodeName(sandbox.home() +
+                                         QStringLiteral("/Library/Preferences/"
+                                                        "com.vantreel.KairoPlanner.plist"))
+                           .constData(),
+                       65534, 65534),
+              0);
+
+    const Result r = run({"-add", "com.vantreel.Quill", "backup", "3"}, true);
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    EXPECT_EQ(TestFiles::read(victim), "root's own");
+    struct stat info
+    {};
+    ASSERT_EQ(::stat(QFile::encodeName(victim).constData(), &info), 0);
+    EXPECT_EQ(info.st_uid, 0u);
+    // Everything in the home, made by this run or not, is still the user's.
+    QStringList roots;
+    QDirIterator it(sandbox.home(),
+                    QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString entry = it.next();
+        if (::lstat(QFile::encodeName(entry).constData(), &info) == 0 && info.st_uid != 65534) {
+            roots.append(entry);
+        }
+    }
+    EXPECT_TRUE(roots.isEmpty()) << roots.join(QLatin1Char('\n')).toStdString();
+    EXPECT_TRUE(QFileInfo::exists(job(1)));
 }
 
 TEST_F(CommandLineTest, AVanishedApplicationIsKeptWhenNobodyCanBeAsked)

@@ -8,6 +8,8 @@
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
 
+#include <QFile>
+
 #include <gtest/gtest.h>
 
 #include <QDir>
@@ -207,13 +209,22 @@ TEST_F(JobFileTest, EveryFileOfTheFuzzCorpusIsReadOrRefused)
     }
 }
 
-TEST_F(JobFileTest, DaemonsAreTheJobsInALaunchDaemonsFolder)
+TEST_F(JobFileTest, DaemonsAreTheJobsInTheSystemFolderOnly)
 {
-    EXPECT_TRUE(
+    const QString daemons = sandbox.localRoot() + QStringLiteral("/Library/LaunchDaemons");
+    const QString inHome = sandbox.home() + QStringLiteral("/Library/LaunchDaemons");
+    for (const QString &folder : {daemons, inHome}) {
+        TestFiles::write(folder + QStringLiteral("/x.plist"), "job");
+    }
+    QFile::link(daemons + QStringLiteral("/x.plist"), daemons + QStringLiteral("/link.plist"));
+    EXPECT_TRUE(ManagerScope::forJobFile(daemons + QStringLiteral("/x.plist")).isSystem());
+    // A folder that merely has the name is no system folder, nor is a link in the real one.
+    EXPECT_FALSE(ManagerScope::forJobFile(inHome + QStringLiteral("/x.plist")).isSystem());
+    EXPECT_FALSE(ManagerScope::forJobFile(daemons + QStringLiteral("/link.plist")).isSystem());
+    EXPECT_FALSE(
         ManagerScope::forJobFile(QStringLiteral("/Library/LaunchDaemons/x.plist")).isSystem());
     EXPECT_FALSE(
         ManagerScope::forJobFile(QStringLiteral("/Library/LaunchAgents/x.plist")).isSystem());
-    EXPECT_FALSE(ManagerScope::forJobFile(QStringLiteral("/LaunchDaemons/sub/x.plist")).isSystem());
     EXPECT_FALSE(ManagerScope::forJobFile(QStringLiteral("/tmp/x.plist")).isSystem());
 
     EXPECT_EQ(ManagerScope::system().unitFolder(),

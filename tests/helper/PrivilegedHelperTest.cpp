@@ -26,11 +26,20 @@ namespace {
 
 const QString kHelper =
     QStringLiteral(KAIRO_BINARY_DIR "/Kairo Planner.app/Contents/MacOS/kairo-helper");
+const QString kBridge =
+    QStringLiteral(KAIRO_BINARY_DIR "/Kairo Planner.app/Contents/MacOS/kairo-launchctl");
 using Kind = PrivilegedHelperClient::Reply::Kind;
 
 std::string joined(const QStringList &lines)
 {
     return lines.join(QLatin1Char('|')).toStdString();
+}
+
+mode_t modeOf(const QByteArray &path)
+{
+    struct stat info
+    {};
+    return ::stat(path.constData(), &info) == 0 ? info.st_mode & 07777 : 0;
 }
 
 bool existsRaw(const QByteArray &path)
@@ -75,6 +84,55 @@ protected:
         return QFile::encodeName(m_sandbox.path()) + '/' + relative;
     }
 
+    // The system's job folder of the sandbox's local root, and a job file in it.
+    QByteArray daemons() const
+    {
+        return QFile::encodeName(m_sandbox.localRoot()) + "/Library/LaunchDaemons";
+    }
+    QByteArray job(int n = 1) const { return daemons() + '/' + jobName(n); }
+    static QByteArray jobName(int n = 1)
+    {
+        return "com.vantreel.RootScheduledTask" + QByteArray::number(n) + ".plist";
+    }
+    static QByteArray jobXml(int n = 1)
+    {
+        return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
+               "<key>Label</key><string>com.vantreel.RootScheduledTask" +
+               QByteArray::number(n) +
+               "</string><key>Program</key><string>/bin/true</string></dict></plist>\n";
+    }
+    // A private folder of the test's user, as the application stages in.
+    QByteArray stage() const
+    {
+        const QByteArray folder = path("stage");
+        ::mkdir(folder.constData(), 0700);
+        return folder;
+    }
+    QByteArray trash() const
+    {
+        const QString files = m_sandbox.home() + QStringLiteral("/.local/share/Trash/files");
+        QDir().mkpath(files);
+        return QFile::encodeName(files);
+    }
+    // A systemctl stand-in for the bridge that records its calls, environment and process;
+    // it hangs while the file "hang" exists.
+    void useSystemctl()
+    {
+        const QString dir = m_sandbox.mkdir(QStringLiteral("systemctl"));
+        m_sandbox.setEnv("VT_SYSTEMCTL",
+                         TestFiles::writeScript(dir + QStringLiteral("/systemctl"),
+                                                QStringLiteral("echo \"$*\" >> '%1/calls'\n"
+                                                               "env > '%1/env'\n"
+                                                               "echo $$ >> '%1/pids'\n"
+                                                               "[ -e '%1/hang' ] && exec sleep 60\n"
+                                                               "exit 0")
+                                                    .arg(dir)));
+    }
+    QString systemctl(const char *name) const
+    {
+        return m_sandbox.path() + QStringLiteral("/systemctl/") + QLatin1String(name);
+    }
+
     Sandbox m_sandbox;
 };
 
@@ -105,103 +163,207 @@ TEST(HelperProtocolTest, MalformedFieldsAreRejected)
     EXPECT_EQ(HelperProtocol::decodeField("%41%2f%2F"), std::string("A//"));
 }
 
-TEST_F(PrivilegedHelperTest, RunsAllowedToolsWithTheirArgumentsAndReportsTheirStatus)
+TEST_F(PrivilegedHelperTest, TheSystemsOwnRequestsAreServed)
 {
+    useSystemctl();
     PrivilegedHelperClient client;
     ASSERT_EQ(startHelper(client), PrivilegedHelperClient::Start::Ready)
         << helperLog().toStdString();
     EXPECT_TRUE(client.isRunning());
     EXPECT_EQ(joined(TestFiles::lines(m_sandbox.path() + QStringLiteral("/elevate.args"))),
               "[" + kHelper.toStdString() + "]");
+    const auto ran = [&](const QByteArray &tool, const QByteArrayList &arguments) {
+        const auto reply = client.run(tool, arguments);
+        return reply.kind == Kind::Status ? reply.status : -1000;
+    };
 
-    // Spaces, a newline, percent signs and bytes that are not UTF-8, as one argument each.
-    const QByteArray odd = path("odd name\nwith %20 and \xff\xfe");
-    auto reply = client.run("/bin/mkdir", {"-p", odd + "/inner"});
-    EXPECT_EQ(reply.kind, Kind::Status);
-    EXPECT_EQ(reply.status, 0);
-    EXPECT_TRUE(existsRaw(odd + "/inner"));
+    // The folder, a staged job moved in, owned by root and reloaded, as the writer does.
+    EXPECT_EQ(ran("/bin/mkdir", {"-p", daemons()}), 0);
+    EXPECT_TRUE(QFileInfo(QFile::decodeName(daemons())).isDir());
+    TestFiles::write(QFile::decodeName(stage() + '/' + jobName()), jobXml());
+    EXPECT_EQ(ran("/bin/mv", {"-f", stage() + '/' + jobName(), job()}), 0);
+    EXPECT_EQ(TestFiles::read(QFile::decodeName(job())), jobXml());
+    EXPECT_FALSE(existsRaw(stage() + '/' + jobName()));
+    EXPECT_EQ(ran("/bin/chmod", {"644", job()}), 0);
+    EXPECT_EQ(modeOf(job()), 0644u);
+    const int chown = ran("/bin/chown", {"root:root", job()});
+    EXPECT_EQ(chown == 0, ::geteuid() == 0) << chown;
+    // Only root's bridge reaches systemd's system manager.
+    const int daemon = ::geteuid() == 0 ? 0 : 1;
+    EXPECT_EQ(ran(QFile::encodeName(kBridge), {"unload", job()}), daemon);
+    EXPECT_EQ(ran(QFile::encodeName(kBridge), {"load", job()}), daemon)
+        << helperLog().toStdString();
+    EXPECT_EQ(TestFiles::read(systemctl("calls")).contains("daemon-reload"), daemon == 0);
 
-    TestFiles::write(m_sandbox.file(QStringLiteral("from.txt")), "moved");
-    reply = client.run("/bin/mv", {"-f", path("from.txt"), odd + "/to.txt"});
-    EXPECT_EQ(reply.kind, Kind::Status);
-    EXPECT_EQ(reply.status, 0);
-    EXPECT_FALSE(existsRaw(path("from.txt")));
-    EXPECT_TRUE(existsRaw(odd + "/to.txt"));
+    // Deleted to the user's trash, the second time under the timed name; it is theirs.
+    EXPECT_EQ(ran("/bin/mv", {"-f", job(), trash() + '/' + jobName()}), 0);
+    TestFiles::write(QFile::decodeName(job()), jobXml());
+    const QByteArray timed = trash() + "/com.vantreel.RootScheduledTask1_20110304120005.plist";
+    EXPECT_EQ(ran("/bin/mv", {"-f", job(), timed}), 0);
+    struct stat trashed
+    {};
+    ASSERT_EQ(::lstat(timed.constData(), &trashed), 0);
+    EXPECT_EQ(trashed.st_uid, ::getuid());
+    EXPECT_FALSE(existsRaw(job()));
 
-    // A tool that fails: its own status comes back.
-    reply = client.run("/bin/mkdir", {odd});
-    EXPECT_EQ(reply.kind, Kind::Status);
-    EXPECT_EQ(reply.status, 1);
-    reply = client.run("/bin/rm", {path("missing")});
-    EXPECT_EQ(reply.kind, Kind::Status);
-    EXPECT_NE(reply.status, 0);
-
-    // An empty argument stays an argument: mv sees three operands and fails.
-    TestFiles::write(m_sandbox.file(QStringLiteral("stays.txt")), "x");
-    reply = client.run("/bin/mv", {path("stays.txt"), "", path("elsewhere")});
-    EXPECT_EQ(reply.kind, Kind::Status);
-    EXPECT_NE(reply.status, 0);
-    EXPECT_TRUE(existsRaw(path("stays.txt")));
+    // Removal takes whatever stands there, and a missing file is no failure of rm -f.
+    TestFiles::write(QFile::decodeName(job(2)), jobXml(2));
+    EXPECT_EQ(ran("/bin/rm", {"-Rdf", job(2)}), 0);
+    EXPECT_FALSE(existsRaw(job(2)));
+    EXPECT_EQ(ran("/bin/rm", {"-Rdf", job(3)}), 0);
 
     client.end();
     EXPECT_FALSE(client.isRunning());
     EXPECT_EQ(client.exitStatus(), 0);
+    EXPECT_FALSE(helperLog().contains(QStringLiteral("Refused"))) << helperLog().toStdString();
 }
 
-TEST_F(PrivilegedHelperTest, SpawnedToolsRunWithoutWaitingAndAreReaped)
+TEST_F(PrivilegedHelperTest, SpawnedToolsAreReapedAndNothingOutlivesTheHelper)
 {
-    PrivilegedHelperClient client;
-    ASSERT_EQ(startHelper(client), PrivilegedHelperClient::Start::Ready);
-    const qint64 helperPid = client.processId();
-    for (int i = 0; i < 5; ++i) {
-        const auto reply =
-            client.spawn("/bin/mkdir", {"-p", path("spawned/") + QByteArray::number(i)});
-        EXPECT_EQ(reply.kind, Kind::Started);
+    useSystemctl();
+    QDir().mkpath(QFile::decodeName(daemons()));
+    for (int n = 1; n <= 3; ++n) {
+        TestFiles::write(QFile::decodeName(job(n)), jobXml(n));
     }
+    qint64 helperPid = 0;
+    {
+        PrivilegedHelperClient client;
+        ASSERT_EQ(startHelper(client), PrivilegedHelperClient::Start::Ready);
+        helperPid = client.processId();
+        for (int n = 1; n <= 3; ++n) {
+            EXPECT_EQ(client.spawn(QFile::encodeName(kBridge), {"load", job(n)}).kind,
+                      Kind::Started);
+        }
+        // No child of the helper is left behind, not even a zombie.
+        const QString children = QStringLiteral("/proc/%1/task/%1/children").arg(helperPid);
+        EXPECT_TRUE(Poll::until([&] { return TestFiles::read(children).trimmed().isEmpty(); }))
+            << TestFiles::read(children).toStdString();
+        EXPECT_TRUE(client.isRunning());
+
+        if (::geteuid() != 0) {
+            return; // only root's bridge goes on to systemctl
+        }
+        // A bridge still running when the helper ends goes with it, and what it started.
+        TestFiles::write(systemctl("hang"), "");
+        QFile::remove(systemctl("pids"));
+        EXPECT_EQ(client.spawn(QFile::encodeName(kBridge), {"unload", job(1)}).kind, Kind::Started);
+        ASSERT_TRUE(Poll::until([&] { return QFileInfo::exists(systemctl("pids")); }));
+    }
+    const QStringList pids = TestFiles::lines(systemctl("pids"));
+    ASSERT_FALSE(pids.isEmpty());
+    // Gone, or a zombie waiting for whoever inherited it.
+    const auto alive = [](const QString &pid) {
+        const QByteArray stat = TestFiles::read(QStringLiteral("/proc/%1/stat").arg(pid));
+        const qsizetype end = stat.lastIndexOf(')');
+        return end > 0 && stat.size() > end + 2 && stat.at(end + 2) != 'Z';
+    };
     EXPECT_TRUE(Poll::until([&] {
-        return QDir(m_sandbox.path() + QStringLiteral("/spawned"))
-                   .entryList(QDir::Dirs | QDir::NoDotAndDotDot)
-                   .size() == 5;
-    }));
-    // No child of the helper is left behind, not even a zombie.
-    const QString children = QStringLiteral("/proc/%1/task/%1/children").arg(helperPid);
-    EXPECT_TRUE(Poll::until([&] { return TestFiles::read(children).trimmed().isEmpty(); }))
-        << TestFiles::read(children).toStdString();
-    EXPECT_TRUE(client.isRunning());
+        return !alive(QString::number(helperPid)) && !alive(pids.first());
+    })) << pids.first().toStdString();
 }
 
-TEST_F(PrivilegedHelperTest, RefusesEveryOtherProgramAndLogsIt)
+TEST_F(PrivilegedHelperTest, EveryOtherRequestIsRefusedAndLogged)
 {
     PrivilegedHelperClient client;
     ASSERT_EQ(startHelper(client), PrivilegedHelperClient::Start::Ready);
+    QDir().mkpath(QFile::decodeName(daemons()));
     TestFiles::write(m_sandbox.file(QStringLiteral("victim")), "x");
+    ::chmod(path("victim").constData(), 0600);
     const QByteArray link = path("bin/mv");
     ASSERT_EQ(::symlink("/bin/mv", link.constData()), 0);
+    // A folder of the home that merely has the system folder's name.
+    const QByteArray fake = QFile::encodeName(m_sandbox.home()) + "/Library/LaunchDaemons";
+    QDir().mkpath(QFile::decodeName(fake));
+    TestFiles::write(QFile::decodeName(fake + '/' + jobName()), jobXml());
+    // Links planted where a plain file is expected, a staged file outside a private folder,
+    // and a staged file that is a link.
+    ASSERT_EQ(::symlink(path("victim").constData(), job(4).constData()), 0);
+    TestFiles::write(QFile::decodeName(path("open/") + jobName()), jobXml());
+    ASSERT_EQ(::symlink(path("victim").constData(), (stage() + '/' + jobName(5)).constData()), 0);
+    TestFiles::write(QFile::decodeName(job(6)), jobXml(6));
+    TestFiles::write(QFile::decodeName(trash() + '/' + jobName(6)), "already there");
+    const QString standIn =
+        TestFiles::writeScript(m_sandbox.file(QStringLiteral("tools/launchctl")),
+                               QStringLiteral("touch '%1/marker'").arg(m_sandbox.path()));
+    m_sandbox.setEnv("VT_LAUNCHCTL", standIn);
 
     const QByteArray victim = path("victim");
     const QByteArray marker = path("marker");
-    const QList<QPair<QByteArray, QByteArrayList>> refused = {
-        {"/bin/sh", {"-c", "touch " + marker}},
-        {"/usr/bin/touch", {marker}},
-        {"bin/mv", {"-f", victim, marker}},
-        {"mv", {"-f", victim, marker}},
-        {"/bin/../bin/mv", {"-f", victim, marker}},
-        {"/bin//mv", {"-f", victim, marker}},
-        {"/bin/mv ", {"-f", victim, marker}},
-        {link, {"-f", victim, marker}},
-        {"", {}},
+    const QByteArray bridge = QFile::encodeName(kBridge);
+    struct Case
+    {
+        QByteArray tool;
+        QByteArrayList arguments;
+        const char *reason;
     };
-    for (const auto &[tool, arguments] : refused) {
+    const char *other = "not a request of the system";
+    const QList<Case> refused = {
+        // Programs it never runs.
+        {"/bin/sh", {"-c", "touch " + marker}, "not an allowed program"},
+        {"/usr/bin/touch", {marker}, "not an allowed program"},
+        {"/bin/cp", {"/bin/bash", marker}, "not an allowed program"},
+        {"bin/mv", {"-f", victim, marker}, "not an allowed program"},
+        {"mv", {"-f", victim, marker}, "not an allowed program"},
+        {"/bin/../bin/mv", {"-f", victim, marker}, "not an allowed program"},
+        {"/bin//mv", {"-f", victim, marker}, "not an allowed program"},
+        {"/bin/mv ", {"-f", victim, marker}, "not an allowed program"},
+        {link, {"-f", victim, marker}, "not an allowed program"},
+        {"", {}, "not an allowed program"},
+        {QFile::encodeName(standIn), {"load", job()}, "not an allowed program"},
+        // Options and modes of its own choosing, any other path.
+        {"/bin/chmod", {"4755", job(6)}, other},
+        {"/bin/chmod", {"644", victim}, other},
+        {"/bin/chmod", {"--help"}, other},
+        {"/bin/chown", {"root:root", victim}, other},
+        {"/bin/chown", {"anna", job(6)}, other},
+        {"/bin/rm", {"-Rdf", victim}, other},
+        {"/bin/rm", {"-Rdf", "--", job(6)}, other},
+        {"/bin/rm", {"-Rdf", daemons()}, other},
+        {"/bin/rm", {"-Rdf", daemons() + "/../../../victim.plist"}, other},
+        {"/bin/rm", {"-Rdf", daemons() + "/./" + jobName(6)}, other},
+        {"/bin/rm", {"-Rdf", daemons() + "/com.vantreel.ScheduledTask1.plist"}, other},
+        {"/bin/rm", {"-Rdf", fake + '/' + jobName()}, other},
+        {"/bin/mkdir", {"-p", path("elsewhere")}, other},
+        {"/bin/mkdir", {daemons()}, other},
+        {"/bin/mv", {"-f", victim, job(7)}, other},
+        {"/bin/mv", {"--no-preserve=all", "-f", victim, job(7)}, other},
+        {"/bin/mv", {"-f", job(6), marker}, other},
+        {"/bin/mv", {"-f", job(6), fake + '/' + jobName(6)}, other},
+        {"/bin/mv", {"-f", stage() + '/' + jobName(), job(2)}, other},
+        // Links and shared folders where the system's files should be.
+        {"/bin/chmod", {"644", job(4)}, "not a plain job file"},
+        {"/bin/chown", {"root:root", job(4)}, "not a plain job file"},
+        {"/bin/mv",
+         {"-f", path("open/") + jobName(), job()},
+         "not a job file staged in the requester's private folder"},
+        {"/bin/mv",
+         {"-f", stage() + '/' + jobName(5), job(5)},
+         "not a job file staged in the requester's private folder"},
+        {"/bin/mv",
+         {"-f", job(6), trash() + '/' + jobName(6)},
+         "not a job file going to the requester's trash"},
+        // The bridge only with a job of the system folder.
+        {bridge, {"load", fake + '/' + jobName()}, other},
+        {bridge, {"list"}, other},
+        {bridge, {"load", job(), job(6)}, other},
+    };
+    for (const auto &[tool, arguments, reason] : refused) {
         const auto reply = client.run(tool, arguments);
-        EXPECT_EQ(reply.kind, Kind::Refused) << tool.toStdString();
-        EXPECT_EQ(reply.reason, "not an allowed program") << tool.toStdString();
+        EXPECT_EQ(reply.kind, Kind::Refused)
+            << tool.toStdString() << ' ' << arguments.join(' ').toStdString();
+        EXPECT_EQ(reply.reason, reason)
+            << tool.toStdString() << ' ' << arguments.join(' ').toStdString();
         EXPECT_EQ(client.spawn(tool, arguments).kind, Kind::Refused) << tool.toStdString();
     }
     // A NUL byte cannot reach a program's arguments.
-    EXPECT_EQ(client.run("/bin/mv", {"-f", victim + QByteArray(1, '\0') + "x", marker}).kind,
+    EXPECT_EQ(client.run("/bin/rm", {"-Rdf", job(6) + QByteArray(1, '\0') + "x"}).kind,
               Kind::Refused);
-    EXPECT_TRUE(existsRaw(victim));
+    EXPECT_EQ(TestFiles::read(QFile::decodeName(victim)), "x");
+    EXPECT_EQ(modeOf(victim), 0600u);
     EXPECT_FALSE(existsRaw(marker));
+    EXPECT_FALSE(existsRaw(job(7)));
+    EXPECT_TRUE(existsRaw(job(6)));
+    EXPECT_TRUE(existsRaw(fake + '/' + jobName()));
     EXPECT_TRUE(client.isRunning());
 
     const QString log = helperLog();
@@ -214,8 +376,8 @@ TEST_F(PrivilegedHelperTest, RefusesEveryOtherProgramAndLogsIt)
     EXPECT_EQ(log.count(QStringLiteral("Refused request")), 2 * refused.size() + 1);
 
     // Still serving after all that.
-    EXPECT_EQ(client.run("/bin/rm", {"-f", victim}).kind, Kind::Status);
-    EXPECT_FALSE(existsRaw(victim));
+    EXPECT_EQ(client.run("/bin/rm", {"-Rdf", job(6)}).kind, Kind::Status);
+    EXPECT_FALSE(existsRaw(job(6)));
 }
 
 TEST_F(PrivilegedHelperTest, RawRequestsOutsideTheProtocolAreRefused)
@@ -230,8 +392,8 @@ TEST_F(PrivilegedHelperTest, RawRequestsOutsideTheProtocolAreRefused)
     helper.write("run /bin/mkdir bad%zz\n");
     helper.write("spawn\n");
     helper.write("run " + tooLong + "\n");
-    helper.write("run /bin/mkdir -p " +
-                 QUrl::toPercentEncoding(m_sandbox.path() + QStringLiteral("/after")) + "\n");
+    helper.write("run /bin/mkdir -p " + QUrl::toPercentEncoding(QFile::decodeName(daemons())) +
+                 "\n");
     helper.closeWriteChannel();
     ASSERT_TRUE(helper.waitForFinished(10000));
     EXPECT_EQ(helper.exitCode(), 0);
@@ -242,40 +404,43 @@ TEST_F(PrivilegedHelperTest, RawRequestsOutsideTheProtocolAreRefused)
                                                             "refused no%20program\n"
                                                             "refused request%20too%20long\n"
                                                             "status 0\n");
-    EXPECT_TRUE(QFileInfo::exists(m_sandbox.path() + QStringLiteral("/after")));
+    EXPECT_TRUE(QFileInfo::exists(QFile::decodeName(daemons())));
     EXPECT_EQ(
         QString::fromUtf8(helper.readAllStandardError()).count(QStringLiteral("Refused request")),
         5);
 }
 
-TEST_F(PrivilegedHelperTest, TheLaunchctlBridgeRunsOnlyWhenNamedAndSeesNoTerminal)
+TEST_F(PrivilegedHelperTest, ToolsGetACleanEnvironmentAndNoTerminal)
 {
-    // A stand-in bridge that reports how it was started.
-    const QString report = m_sandbox.path() + QStringLiteral("/bridge.report");
-    const QString bridge = TestFiles::writeScript(
-        m_sandbox.file(QStringLiteral("tools/launchctl")),
-        QStringLiteral("i=$(readlink /proc/$$/fd/0) o=$(readlink /proc/$$/fd/1) "
-                       "e=$(readlink /proc/$$/fd/2)\n"
-                       "{ for a in \"$@\"; do printf '[%s]\\n' \"$a\"; done\n"
-                       "  printf '%s\\n' \"$i\" \"$o\" \"$e\"; pwd; } > '%1'\n"
-                       "exit 3")
-            .arg(report));
-    {
-        PrivilegedHelperClient client;
-        ASSERT_EQ(startHelper(client), PrivilegedHelperClient::Start::Ready);
-        EXPECT_EQ(client.run(QFile::encodeName(bridge), {"load"}).kind, Kind::Refused);
-    }
-    EXPECT_FALSE(QFileInfo::exists(report));
-
-    m_sandbox.setEnv("VT_LAUNCHCTL", bridge);
+    useSystemctl();
+    QDir().mkpath(QFile::decodeName(daemons()));
+    TestFiles::write(QFile::decodeName(job()), jobXml());
+    m_sandbox.setEnv("KAIRO_CALLERS_OWN", QStringLiteral("set by the caller"));
+    m_sandbox.setEnv("LD_LIBRARY_PATH", m_sandbox.path());
     PrivilegedHelperClient client;
     ASSERT_EQ(startHelper(client), PrivilegedHelperClient::Start::Ready);
-    const auto reply =
-        client.run(QFile::encodeName(bridge), {"load", "/Library/Launch Daemons/x.plist"});
-    EXPECT_EQ(reply.kind, Kind::Status);
-    EXPECT_EQ(reply.status, 3);
-    EXPECT_EQ(joined(TestFiles::lines(report)),
-              "[load]|[/Library/Launch Daemons/x.plist]|/dev/null|/dev/null|/dev/null|/");
+    client.run(QFile::encodeName(kBridge), {"load", job()});
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root's bridge goes on to systemctl";
+    }
+    const QStringList environment = TestFiles::lines(systemctl("env"));
+    EXPECT_TRUE(environment.contains(QStringLiteral("PATH=/usr/sbin:/usr/bin:/sbin:/bin")));
+    EXPECT_TRUE(environment.contains(QStringLiteral("VT_LOCAL_ROOT=") + m_sandbox.localRoot()));
+    for (const QString &variable : environment) {
+        EXPECT_FALSE(variable.startsWith(QLatin1String("KAIRO_CALLERS_OWN=")));
+        EXPECT_FALSE(variable.startsWith(QLatin1String("LD_LIBRARY_PATH=")));
+        EXPECT_FALSE(variable.startsWith(QLatin1String("HOME=")));
+    }
+}
+
+TEST_F(PrivilegedHelperTest, ALocalRootOthersCouldChangeIsNoSystemFolder)
+{
+    const QString shared = m_sandbox.mkdir(QStringLiteral("shared root"));
+    ::chmod(QFile::encodeName(shared).constData(), 0777);
+    m_sandbox.setEnv("VT_LOCAL_ROOT", shared);
+    PrivilegedHelperClient client;
+    EXPECT_EQ(startHelper(client), PrivilegedHelperClient::Start::Refused);
+    EXPECT_TRUE(helperLog().contains(QStringLiteral("is not a folder that only root can change")));
 }
 
 TEST_F(PrivilegedHelperTest, ARefusedElevationOrAMissingProgramNeverGetsReady)
@@ -306,6 +471,8 @@ TEST_F(PrivilegedHelperTest, ARefusedElevationOrAMissingProgramNeverGetsReady)
 
 TEST_F(PrivilegedHelperTest, TheSecretIsTheFirstLineOfInput)
 {
+    QDir().mkpath(QFile::decodeName(daemons()));
+    TestFiles::write(QFile::decodeName(job()), jobXml());
     const QString check = QStringLiteral("IFS= read -r pw || exit 1\n"
                                          "[ \"$pw\" = 'it is %20 me' ] || exit 1");
     const QByteArray right = "it is %20 me\n";
@@ -317,9 +484,20 @@ TEST_F(PrivilegedHelperTest, TheSecretIsTheFirstLineOfInput)
     ASSERT_EQ(accepted.start(writeElevate(check), {kHelper}, &right, 5000ms),
               PrivilegedHelperClient::Start::Ready);
     // The line was consumed by the elevation program, not taken for a request.
-    EXPECT_EQ(accepted.run("/bin/mkdir", {path("after-secret")}).kind, Kind::Status);
-    EXPECT_TRUE(existsRaw(path("after-secret")));
+    EXPECT_EQ(accepted.run("/bin/rm", {"-Rdf", job(9)}).kind, Kind::Status);
     EXPECT_FALSE(helperLog().contains(QStringLiteral("Refused")));
+
+    // An elevation that asks for no password leaves the line unread: the helper never sees
+    // it, even when it reads like a request, and its answers stay in step.
+    const QByteArray shaped = QByteArray::fromStdString(
+        HelperProtocol::line({"run", "/bin/rm", "-Rdf", job().toStdString()}));
+    PrivilegedHelperClient nopasswd;
+    ASSERT_EQ(nopasswd.start(writeElevate(), {kHelper}, &shaped, 5000ms),
+              PrivilegedHelperClient::Start::Ready);
+    EXPECT_EQ(nopasswd.run("/bin/chmod", {"644", job()}).kind, Kind::Status);
+    EXPECT_EQ(nopasswd.run("/bin/sh", {"-c", "true"}).reason, "not an allowed program");
+    nopasswd.end();
+    EXPECT_TRUE(existsRaw(job()));
 }
 
 TEST_F(PrivilegedHelperTest, WithoutRootOrTheFlagTheHelperRefusesToServe)

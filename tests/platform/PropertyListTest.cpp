@@ -864,8 +864,15 @@ TEST_F(PropertyListTest, KeepsPermissionsAndWritesThroughSymbolicLinks)
     ASSERT_TRUE(QFile::link(file, link));
     ASSERT_TRUE(
         PropertyList::writeXml(PlistValue(PlistDict{{QStringLiteral("b"), PlistValue(2)}}), link));
-    EXPECT_TRUE(QFileInfo(link).isSymLink());
-    EXPECT_EQ(PropertyList::readDictionary(file)->value("b").integerValue(), 2);
+    if (::geteuid() == 0) {
+        // Root replaces a link instead: whoever planted it must not choose what root writes.
+        EXPECT_FALSE(QFileInfo(link).isSymLink());
+        EXPECT_NE(PropertyList::readDictionary(file)->value("b").integerValue(), 2);
+        EXPECT_EQ(PropertyList::readDictionary(link)->value("b").integerValue(), 2);
+    } else {
+        EXPECT_TRUE(QFileInfo(link).isSymLink());
+        EXPECT_EQ(PropertyList::readDictionary(file)->value("b").integerValue(), 2);
+    }
 }
 
 TEST_F(PropertyListTest, UnusualFileNames)

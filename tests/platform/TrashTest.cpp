@@ -7,6 +7,7 @@
 #include "testsupport/TestFiles.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 
 #include <gtest/gtest.h>
@@ -186,4 +187,12 @@ TEST_F(TrashTest, WriteTrashInfoForAFileAlreadyMoved)
         TestFiles::lines(infoFile(QStringLiteral("moved.txt"))),
         (QStringList{QStringLiteral("[Trash Info]"), QStringLiteral("Path=/home/anna/moved.txt"),
                      QStringLiteral("DeletionDate=2011-03-04T12:34:56")}));
+
+    // A link planted at the info file's name is never written through.
+    const QString victim = make(QStringLiteral("victim.txt"), "keep");
+    const QString planted = filesFolder() + QStringLiteral("/planted.txt");
+    TestFiles::write(planted, "x");
+    ASSERT_TRUE(QFile::link(victim, infoFile(QStringLiteral("planted.txt"))));
+    EXPECT_FALSE(Trash::writeTrashInfo(planted, QStringLiteral("/home/anna/planted.txt")));
+    EXPECT_EQ(TestFiles::read(victim), "keep");
 }

@@ -2,6 +2,7 @@
 
 #include "platform/Bundle.h"
 #include "platform/ProcessSpawner.h"
+#include "support/VTLocalPaths.h"
 #include "support/VTLog.h"
 #include "testsupport/FakeIdentity.h"
 #include "testsupport/MockClock.h"
@@ -60,6 +61,9 @@ protected:
         m_identity->home = m_sandbox.home();
         m_identity->homes.insert(QStringLiteral("anna"), m_sandbox.home());
         Bundle::setMainBundlePath(kBundle);
+        const QString runtime = m_sandbox.mkdir(QStringLiteral("runtime"));
+        QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        m_sandbox.setEnv("XDG_RUNTIME_DIR", runtime);
         VTLog::createNewLog(QStringLiteral("Authorization"));
         useElevate();
         VTAuthorization::resetForTesting();
@@ -118,6 +122,29 @@ protected:
     }
 
     QString trash() const { return m_sandbox.home() + QStringLiteral("/.local/share/Trash"); }
+
+    // The system's job folder of the sandbox and a job file in it: the helper serves these.
+    QString daemons() const
+    {
+        return m_sandbox.localRoot() + QStringLiteral("/Library/LaunchDaemons");
+    }
+    QString job(int n = 1) const
+    {
+        return daemons() + QStringLiteral("/com.vantreel.RootScheduledTask%1.plist").arg(n);
+    }
+    QString daemonJob(int n = 1, const QByteArray &content = "job") const
+    {
+        TestFiles::write(job(n), content);
+        return job(n);
+    }
+    // Staged as the job file writer stages: in the user's private folder.
+    QString staged(int n = 1, const QByteArray &content = "staged") const
+    {
+        const QString path = VTLocalPaths::tempDirectory() +
+                             QStringLiteral("/com.vantreel.RootScheduledTask%1.plist").arg(n);
+        TestFiles::write(path, content);
+        return path;
+    }
 
     QString work(const QString &name, const QByteArray &content = "data") const
     {
@@ -199,18 +226,14 @@ TEST_F(VTAuthorizationTest, TheHelperRunsToolsUntilAuthEnd)
     EXPECT_TRUE(auth.authStart());
     EXPECT_EQ(elevations().size(), 1);
 
-    const QString waited = m_sandbox.path() + QStringLiteral("/waited for/a b");
     EXPECT_EQ(
-        auth.authExecTask(QStringLiteral("/bin/mkdir"), {QStringLiteral("-p"), waited}, false), 0);
-    EXPECT_TRUE(QFileInfo(waited).isDir());
+        auth.authExecTask(QStringLiteral("/bin/mkdir"), {QStringLiteral("-p"), daemons()}, false),
+        0);
+    EXPECT_TRUE(QFileInfo(daemons()).isDir());
 
-    const QString started = m_sandbox.path() + QStringLiteral("/not waited for");
-    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/mkdir"), {QStringLiteral("-p"), started}), 0);
-    EXPECT_TRUE(appears(started));
-
-    // The tool's own failure is not the call's: mkdir of an existing folder fails, the call
-    // succeeds.
-    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/mkdir"), {waited}, false), 0);
+    const QString started = daemonJob();
+    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/rm"), {QStringLiteral("-Rdf"), started}), 0);
+    EXPECT_TRUE(disappears(started));
 
     // A program the helper does not run.
     const QString marker = m_sandbox.path() + QStringLiteral("/marker");
@@ -223,6 +246,11 @@ TEST_F(VTAuthorizationTest, TheHelperRunsToolsUntilAuthEnd)
     EXPECT_FALSE(QFileInfo::exists(marker));
     EXPECT_TRUE(helperLog().contains(
         QStringLiteral("Refused request (not an allowed program): run /bin/sh")));
+    // Nor any other request than the system's own.
+    EXPECT_EQ(
+        auth.authExecTask(QStringLiteral("/bin/mkdir"), {QStringLiteral("-p"), marker}, false),
+        status);
+    EXPECT_FALSE(QFileInfo::exists(marker));
     EXPECT_TRUE(auth.isAuthorized());
 
     const qint64 helper = lastHelperPid();
@@ -239,9 +267,10 @@ TEST_F(VTAuthorizationTest, ADeadHelperIsStartedOnceMore)
     ASSERT_EQ(::kill(static_cast<pid_t>(lastHelperPid()), SIGKILL), 0);
     EXPECT_TRUE(Poll::until([&] { return !auth.isAuthorized(); }));
 
-    const QString folder = m_sandbox.path() + QStringLiteral("/after restart");
-    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/mkdir"), {folder}, false), 0);
-    EXPECT_TRUE(QFileInfo(folder).isDir());
+    EXPECT_EQ(
+        auth.authExecTask(QStringLiteral("/bin/mkdir"), {QStringLiteral("-p"), daemons()}, false),
+        0);
+    EXPECT_TRUE(QFileInfo(daemons()).isDir());
     EXPECT_EQ(elevations().size(), 2);
     EXPECT_TRUE(auth.isAuthorized());
 }
@@ -276,9 +305,10 @@ TEST_F(VTAuthorizationTest, CredentialsAreCheckedOnceAndNeverShown)
     // No interaction even without a GUI; an empty name goes on to the elevation program.
     EXPECT_TRUE(auth.authStartWithUser(QString(QLatin1String("")), kPassword));
     EXPECT_TRUE(auth.isAuthorized());
-    const QString folder = m_sandbox.path() + QStringLiteral("/with credentials");
-    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/mkdir"), {folder}, false), 0);
-    EXPECT_TRUE(QFileInfo(folder).isDir());
+    EXPECT_EQ(
+        auth.authExecTask(QStringLiteral("/bin/mkdir"), {QStringLiteral("-p"), daemons()}, false),
+        0);
+    EXPECT_TRUE(QFileInfo(daemons()).isDir());
 
     EXPECT_EQ(joined(elevations()),
               "[" + kHelper.toStdString() + "]|[" + kHelper.toStdString() + "]");
@@ -414,48 +444,40 @@ TEST_F(VTAuthorizationTest, NullAndMissingPaths)
 TEST_F(VTAuthorizationTest, FileOperationsWithPrivileges)
 {
     VTAuthorization &auth = VTAuthorization::sharedController();
-    // Copying has no guard: even a protected folder may be copied.
+    EXPECT_TRUE(auth.authCreateDir(daemons()));
+    EXPECT_TRUE(appears(daemons()));
+    EXPECT_EQ(m_clock->sleeps(), std::vector<std::chrono::microseconds>{500us});
+
+    // The writer's way: staged, then moved into the system folder.
+    const QString source = staged(1, "moved");
+    EXPECT_TRUE(auth.authMoveFile(source, job()));
+    EXPECT_TRUE(appears(job()));
+    EXPECT_TRUE(disappears(source));
+    EXPECT_EQ(TestFiles::read(job()), "moved");
+    EXPECT_TRUE(auth.authRemoveFile(job()));
+    EXPECT_TRUE(disappears(job()));
+
+    // The helper copies nothing, and moves nothing else: the operation fails.
     const QString library = m_sandbox.home() + QStringLiteral("/Library");
     TestFiles::write(library + QStringLiteral("/Preferences/a.plist"), "prefs");
     const QString copy = m_sandbox.path() + QStringLiteral("/copy of library");
-    EXPECT_TRUE(auth.authCopyFile(library, copy));
-    EXPECT_TRUE(appears(copy + QStringLiteral("/Preferences/a.plist")));
-    EXPECT_TRUE(QFileInfo::exists(library + QStringLiteral("/Preferences/a.plist")));
-
-    const QString source = work(QStringLiteral("move me.plist"), "moved");
-    const QString moved = m_sandbox.path() + QStringLiteral("/moved.plist");
-    EXPECT_TRUE(auth.authMoveFile(source, moved));
-    EXPECT_TRUE(appears(moved));
-    EXPECT_TRUE(disappears(source));
-    EXPECT_EQ(TestFiles::read(moved), "moved");
-
-    EXPECT_TRUE(auth.authRemoveFile(copy));
-    EXPECT_TRUE(disappears(copy));
-
-    const QString folder = m_sandbox.path() + QStringLiteral("/new/deep folder");
-    EXPECT_TRUE(auth.authCreateDir(folder));
-    EXPECT_TRUE(appears(folder));
-    EXPECT_EQ(m_clock->sleeps(), std::vector<std::chrono::microseconds>{500us});
+    EXPECT_FALSE(auth.authCopyFile(library, copy));
+    const QString other = work(QStringLiteral("move me.plist"));
+    EXPECT_FALSE(auth.authMoveFile(other, job(2)));
+    EXPECT_FALSE(QFileInfo::exists(copy));
+    EXPECT_TRUE(QFileInfo::exists(other));
     EXPECT_EQ(elevations().size(), 1);
 }
 
-TEST_F(VTAuthorizationTest, FolderContentsMoveEntryByEntryHiddenOnesToo)
+TEST_F(VTAuthorizationTest, FolderContentsMoveEntryByEntry)
 {
     VTAuthorization &auth = VTAuthorization::sharedController();
-    work(QStringLiteral("a.plist"));
-    work(QStringLiteral(".hidden"));
-    work(QStringLiteral("sub folder/inner"));
-    const QString source = m_sandbox.path() + QStringLiteral("/work");
-    const QString destination = m_sandbox.mkdir(QStringLiteral("dest"));
-    EXPECT_TRUE(auth.authMoveFolderContents(source, destination));
-    for (const QString &name : {QStringLiteral("a.plist"), QStringLiteral(".hidden"),
-                                QStringLiteral("sub folder/inner")}) {
-        EXPECT_TRUE(appears(destination + QLatin1Char('/') + name)) << name.toStdString();
-    }
-    EXPECT_TRUE(Poll::until([&] {
-        return QDir(source).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
-    }));
-    EXPECT_TRUE(QFileInfo(source).isDir());
+    QDir().mkpath(daemons());
+    staged(1);
+    staged(2);
+    EXPECT_TRUE(auth.authMoveFolderContents(VTLocalPaths::tempDirectory(), daemons()));
+    EXPECT_TRUE(appears(job(1)));
+    EXPECT_TRUE(appears(job(2)));
 }
 
 TEST_F(VTAuthorizationTest, TrashingKeepsEveryNameAndTellsTheDesktop)
@@ -463,59 +485,68 @@ TEST_F(VTAuthorizationTest, TrashingKeepsEveryNameAndTellsTheDesktop)
     VTAuthorization &auth = VTAuthorization::sharedController();
     const QString files = trash() + QStringLiteral("/files");
     const QString info = trash() + QStringLiteral("/info");
+    const QString name = QStringLiteral("com.vantreel.RootScheduledTask1");
 
     // The trash does not exist yet.
-    const QString first = work(QStringLiteral("job.plist"), "first");
-    EXPECT_TRUE(auth.authTrashFile(first));
-    EXPECT_TRUE(appears(files + QStringLiteral("/job.plist")));
-    EXPECT_TRUE(disappears(first));
-    const QString firstInfo =
-        QString::fromUtf8(TestFiles::read(info + QStringLiteral("/job.plist.trashinfo")));
+    EXPECT_TRUE(auth.authTrashFile(daemonJob(1, "first")));
+    EXPECT_TRUE(appears(files + QLatin1Char('/') + name + QStringLiteral(".plist")));
+    EXPECT_TRUE(disappears(job()));
+    const QString firstInfo = QString::fromUtf8(
+        TestFiles::read(info + QLatin1Char('/') + name + QStringLiteral(".plist.trashinfo")));
     EXPECT_TRUE(firstInfo.startsWith(QStringLiteral("[Trash Info]\nPath=")));
-    EXPECT_TRUE(firstInfo.contains(QStringLiteral("/work/job.plist\n")));
+    EXPECT_TRUE(firstInfo.contains(QStringLiteral("/Library/LaunchDaemons/") + name));
     EXPECT_TRUE(firstInfo.contains(QStringLiteral("DeletionDate=2011-03-04T12:00:05")));
 
     // The same name again: the base name, "_", fourteen digits of local time, the extension.
-    const QString second = work(QStringLiteral("job.plist"), "second");
-    EXPECT_TRUE(auth.authTrashFile(second));
-    const QString renamed = files + QStringLiteral("/job_") + kStamp + QStringLiteral(".plist");
+    EXPECT_TRUE(auth.authTrashFile(daemonJob(1, "second")));
+    const QString renamed =
+        files + QLatin1Char('/') + name + QLatin1Char('_') + kStamp + QStringLiteral(".plist");
     EXPECT_TRUE(appears(renamed));
-    EXPECT_TRUE(disappears(second));
+    EXPECT_TRUE(disappears(job()));
     EXPECT_EQ(TestFiles::read(renamed), "second");
-    EXPECT_EQ(TestFiles::read(files + QStringLiteral("/job.plist")), "first");
-    EXPECT_TRUE(QFileInfo::exists(info + QStringLiteral("/job_") + kStamp +
+    EXPECT_EQ(TestFiles::read(files + QLatin1Char('/') + name + QStringLiteral(".plist")), "first");
+    EXPECT_TRUE(QFileInfo::exists(info + QLatin1Char('/') + name + QLatin1Char('_') + kStamp +
                                   QStringLiteral(".plist.trashinfo")));
+}
 
+TEST_F(VTAuthorizationTest, TrashNamesWithoutAnExtension)
+{
     // Without an extension the name ends in a lone "."; a leading dot is no extension.
+    VTAuthorization &auth = VTAuthorization::sharedController(false);
+    auto spawner = playRoot(false);
+    const QString files = trash() + QStringLiteral("/files");
     TestFiles::write(files + QStringLiteral("/notes"), "old");
     TestFiles::write(files + QStringLiteral("/.profile"), "old");
     TestFiles::write(files + QStringLiteral("/archive.tar.gz"), "old");
     EXPECT_TRUE(auth.authTrashFile(work(QStringLiteral("notes"))));
     EXPECT_TRUE(auth.authTrashFile(work(QStringLiteral(".profile"))));
     EXPECT_TRUE(auth.authTrashFile(work(QStringLiteral("archive.tar.gz"))));
-    EXPECT_TRUE(appears(files + QStringLiteral("/notes_") + kStamp + QLatin1Char('.')));
-    EXPECT_TRUE(appears(files + QStringLiteral("/.profile_") + kStamp + QLatin1Char('.')));
-    EXPECT_TRUE(appears(files + QStringLiteral("/archive.tar_") + kStamp + QStringLiteral(".gz")));
+    const QString calls = spawner->calls().join(QLatin1Char('|'));
+    EXPECT_TRUE(calls.contains(files + QStringLiteral("/notes_") + kStamp + QStringLiteral(". &")));
+    EXPECT_TRUE(
+        calls.contains(files + QStringLiteral("/.profile_") + kStamp + QStringLiteral(". &")));
+    EXPECT_TRUE(
+        calls.contains(files + QStringLiteral("/archive.tar_") + kStamp + QStringLiteral(".gz &")))
+        << calls.toStdString();
 }
 
 TEST_F(VTAuthorizationTest, TrashingFolderContentsTrashesEveryEntry)
 {
     VTAuthorization &auth = VTAuthorization::sharedController();
     const QString files = trash() + QStringLiteral("/files");
-    TestFiles::write(files + QStringLiteral("/b.plist"), "already there");
-    work(QStringLiteral("a.plist"));
-    work(QStringLiteral("b.plist"));
-    work(QStringLiteral(".c"));
-    const QString folder = m_sandbox.path() + QStringLiteral("/work");
-    EXPECT_TRUE(auth.authTrashFolderContents(folder));
-    EXPECT_TRUE(appears(files + QStringLiteral("/a.plist")));
-    EXPECT_TRUE(appears(files + QStringLiteral("/b_") + kStamp + QStringLiteral(".plist")));
-    EXPECT_TRUE(appears(files + QStringLiteral("/.c")));
+    TestFiles::write(files + QStringLiteral("/com.vantreel.RootScheduledTask2.plist"),
+                     "already there");
+    daemonJob(1);
+    daemonJob(2);
+    EXPECT_TRUE(auth.authTrashFolderContents(daemons()));
+    EXPECT_TRUE(appears(files + QStringLiteral("/com.vantreel.RootScheduledTask1.plist")));
+    EXPECT_TRUE(appears(files + QStringLiteral("/com.vantreel.RootScheduledTask2_") + kStamp +
+                        QStringLiteral(".plist")));
     EXPECT_TRUE(Poll::until([&] {
-        return QDir(folder).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+        return QDir(daemons()).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
     }));
     EXPECT_EQ(QDir(trash() + QStringLiteral("/info")).entryList(QDir::Files | QDir::Hidden).size(),
-              3);
+              2);
 }
 
 TEST_F(VTAuthorizationTest, AsRootDeletingRemovesTheTrashPathAndLeavesTheSource)

@@ -289,7 +289,7 @@ TEST_F(VTBugReporterTest, TheFirstRunChecksNothingAndRecordsTheLaunch)
     EXPECT_EQ(marks().value(QStringLiteral("launch")).date().toMSecsSinceEpoch(),
               kLaunch.toMSecsSinceEpoch());
     // Written by a root process it would belong to root: it goes back to the home's user.
-    EXPECT_EQ(spawner->calls(false), QStringList({"/bin/chown anna " + plist}));
+    EXPECT_EQ(spawner->calls(false), QStringList({"/bin/chown -h anna " + plist}));
 }
 
 TEST_F(VTBugReporterTest, AnOrderlyExitAtOrAfterTheLaunchMeansNoCrash)
@@ -519,6 +519,6 @@ TEST_F(VTBugReporterTest, ChownPlistGivesTheFileToTheUserAfterHome)
     VTBugReporter::chownPlist(QStringLiteral("/Users/anna/Library/Preferences/d.plist"));
 
     EXPECT_EQ(spawner->calls(false),
-              QStringList({"/bin/chown anna /home/anna/Library/Preferences/a.plist",
-                           "/bin/chown bob /home/bob/home/carol/b.plist"}));
+              QStringList({"/bin/chown -h anna /home/anna/Library/Preferences/a.plist",
+                           "/bin/chown -h bob /home/bob/home/carol/b.plist"}));
 }

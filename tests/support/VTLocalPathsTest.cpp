@@ -5,6 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <QFile>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -184,6 +188,37 @@ TEST_F(VTLocalPathsTest, TemporaryFilesAreUniqueAndNotCreated)
     EXPECT_TRUE(a.startsWith(VTLocalPaths::tempDirectory() + "/"));
     EXPECT_FALSE(QFileInfo::exists(a));
     EXPECT_EQ(VTLocalPaths::uuid().size(), 36);
+}
+
+TEST_F(VTLocalPathsTest, StagingHappensInAFolderOfTheUsersAlone)
+{
+    const QString shared = sandbox.mkdir(QStringLiteral("tmp"));
+    ::chmod(QFile::encodeName(shared).constData(), 01777);
+    sandbox.setEnv("TMPDIR", shared);
+    const QString runtime = sandbox.mkdir(QStringLiteral("runtime"));
+    ::chmod(QFile::encodeName(runtime).constData(), 0700);
+    sandbox.setEnv("XDG_RUNTIME_DIR", runtime);
+    EXPECT_EQ(VTLocalPaths::tempDirectory(), runtime);
+
+    // A runtime folder others may enter is not used; nor is the usual name in the shared
+    // folder when someone else made it first.
+    ::chmod(QFile::encodeName(runtime).constData(), 0755);
+    const QString usual = shared + QStringLiteral("/kairo-planner-%1").arg(::geteuid());
+    if (::geteuid() == 0) {
+        QDir().mkpath(usual);
+        ::chmod(QFile::encodeName(usual).constData(), 0777);
+        ASSERT_EQ(::chown(QFile::encodeName(usual).constData(), 65534, 65534), 0);
+    }
+    const QString chosen = VTLocalPaths::tempDirectory();
+    EXPECT_TRUE(chosen.startsWith(usual)) << chosen.toStdString();
+    EXPECT_NE(chosen, ::geteuid() == 0 ? usual : QString());
+    struct stat info
+    {};
+    ASSERT_EQ(::lstat(QFile::encodeName(chosen).constData(), &info), 0);
+    EXPECT_TRUE(S_ISDIR(info.st_mode));
+    EXPECT_EQ(info.st_uid, ::geteuid());
+    EXPECT_EQ(info.st_mode & 077, 0u);
+    EXPECT_EQ(VTLocalPaths::tempDirectory(), chosen);
 }
 
 TEST_F(VTLocalPathsTest, PathJoiningCollapsesDoubledSlashes)

@@ -34,7 +34,7 @@ void removeTree(int parent, const char *name)
         } else {
             ::close(fd);
         }
-        ::chmod(name, 0700);
+        ::fchmodat(parent, name, 0700, 0);
         ::unlinkat(parent, name, AT_REMOVEDIR);
         return;
     }
