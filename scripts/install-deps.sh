@@ -11,6 +11,7 @@ libgtest-dev libgmock-dev libbenchmark-dev
 dbus-daemon dbus systemd
 clang-format ccache
 xvfb xauth fonts-dejavu-core
+debootstrap systemd-container
 "
 
 missing=""
