@@ -48,7 +48,11 @@ fi
 # What is installed into the root. One place, so that installing the Debian package
 # instead changes only this.
 install_build() {
-    DESTDIR="$root" cmake --install "$build" --prefix /usr >"$work/install.log" 2>&1
+    DESTDIR="$root" cmake --install "$build" --prefix /usr >"$work/install.log" 2>&1 || return 1
+    # The machine-wide folders an ordinary user's scan must find (cmake --install does not
+    # make them yet): without LaunchDaemons, "-disable" of all tasks scans nothing.
+    install -d -m 755 "$root/Library/LaunchDaemons" "$root/Library/Logs/Vantreel" \
+        "$root/Library/Preferences" "$root/Applications"
 }
 install_build || {
     cat "$work/install.log"
