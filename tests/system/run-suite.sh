@@ -72,13 +72,14 @@ touch "$root/var/lib/systemd/linger/tester"
 # The payload runs once the machine is up and powers it off when done.
 install -m 755 "$here/$payload" "$root/usr/local/sbin/kairo-system-payload"
 install -m 644 "$here/common.sh" "$root/usr/local/lib/kairo-system-common.sh"
-cat >"$root/etc/systemd/system/kairo-system-payload.service" <<'EOF'
+cat >"$root/etc/systemd/system/kairo-system-payload.service" <<EOF
 [Unit]
 Description=Kairo Planner system suite payload
 After=multi-user.target user@1000.service
 
 [Service]
 Type=exec
+Environment=KAIRO_BENCH_JOBS=${KAIRO_BENCH_JOBS:-100}
 ExecStart=/usr/local/sbin/kairo-system-payload
 ExecStopPost=/bin/systemctl poweroff --no-block
 StandardOutput=file:/var/tmp/kairo-payload.out
