@@ -12,6 +12,7 @@ dbus-daemon dbus systemd
 clang-format ccache
 file dpkg-dev desktop-file-utils appstream
 xvfb xauth fonts-dejavu-core
+debootstrap systemd-container
 "
 # `make fuzz` (install-deps.sh fuzz): clang with libFuzzer's runtime.
 if [ "${1:-}" = "fuzz" ]; then

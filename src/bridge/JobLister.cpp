@@ -9,6 +9,7 @@
 #include <QDateTime>
 #include <QHash>
 #include <QRegularExpression>
+#include <QTimeZone>
 
 #include <algorithm>
 #include <ctime>
@@ -51,6 +52,30 @@ std::optional<qint64> unixTime(const QString &value)
         return std::nullopt;
     }
     return seconds;
+}
+
+// A timer's next elapse. systemctl prints it as a date in the local zone whatever
+// --timestamp says ("Sat 2011-03-05 07:00:00 CET"), in UTC when the zone is UTC.
+std::optional<qint64> elapseTime(const QString &value)
+{
+    if (value.startsWith(QLatin1Char('@'))) {
+        return unixTime(value);
+    }
+    static const QRegularExpression form(
+        QStringLiteral("^\\S+ (\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d)(?: (\\S+))?$"));
+    const QRegularExpressionMatch match = form.match(value.trimmed());
+    if (!match.hasMatch()) {
+        return std::nullopt;
+    }
+    QDateTime time =
+        QDateTime::fromString(match.captured(1), QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+    if (match.captured(2) == QLatin1String("UTC")) {
+        time.setTimeZone(QTimeZone::utc());
+    }
+    if (!time.isValid()) {
+        return std::nullopt;
+    }
+    return time.toSecsSinceEpoch();
 }
 
 // A systemd time span such as "1d 2h 3min 4.5s", in microseconds.
@@ -108,6 +133,29 @@ std::optional<qint64> computedNextRun(const QString &timerText, qint64 base)
         }
     }
     return next;
+}
+
+// The last run as systemd recorded it: "success", "failed (...)" with the exit status, the
+// signal or systemd's reason, or "never run".
+QString lastResult(const Properties &service)
+{
+    if (!unixTime(service.value(QStringLiteral("ExecMainExitTimestamp")))) {
+        return QStringLiteral("never run");
+    }
+    const QString result = service.value(QStringLiteral("Result"));
+    if (result == QLatin1String("success")) {
+        return result;
+    }
+    const QString status = service.value(QStringLiteral("ExecMainStatus"));
+    // ExecMainCode is the child's si_code: 1 exited, 2 killed, 3 dumped core.
+    const int code = service.value(QStringLiteral("ExecMainCode")).toInt();
+    if (code == 1 && !status.isEmpty() && status != QLatin1String("0")) {
+        return QStringLiteral("failed (exit status %1)").arg(status);
+    }
+    if ((code == 2 || code == 3) && !status.isEmpty()) {
+        return QStringLiteral("failed (signal %1)").arg(status);
+    }
+    return QStringLiteral("failed (%1)").arg(result.isEmpty() ? QStringLiteral("unknown") : result);
 }
 
 bool isEnabledState(const QString &state)
@@ -187,7 +235,8 @@ std::vector<JobLister::Row> JobLister::rowsOf(const ManagerScope &scope) const
     const std::optional<QString> shown = SystemdManager(scope).show(
         {QStringLiteral("Id"), QStringLiteral("UnitFileState"),
          QStringLiteral("NextElapseUSecRealtime"), QStringLiteral("NextElapseUSecMonotonic"),
-         QStringLiteral("Result"), QStringLiteral("ExecMainExitTimestamp")},
+         QStringLiteral("Result"), QStringLiteral("ExecMainExitTimestamp"),
+         QStringLiteral("ExecMainCode"), QStringLiteral("ExecMainStatus")},
         units);
     // A job systemd says nothing about is described by its units alone.
     const QHash<QString, Properties> state =
@@ -212,7 +261,7 @@ std::vector<JobLister::Row> JobLister::rowsOf(const ManagerScope &scope) const
                           ? !job.header.disabled()
                           : isEnabledState(trigger.value(QStringLiteral("UnitFileState")));
         if (!job.timer.isEmpty()) {
-            row.nextRun = unixTime(trigger.value(QStringLiteral("NextElapseUSecRealtime")));
+            row.nextRun = elapseTime(trigger.value(QStringLiteral("NextElapseUSecRealtime")));
             if (const std::optional<qint64> monotonic =
                     timespan(trigger.value(QStringLiteral("NextElapseUSecMonotonic")))) {
                 timespec now{};
@@ -222,9 +271,7 @@ std::vector<JobLister::Row> JobLister::rowsOf(const ManagerScope &scope) const
                                                        (*monotonic - nowUsec) / 1000000);
             }
         }
-        if (unixTime(service.value(QStringLiteral("ExecMainExitTimestamp")))) {
-            row.lastResult = service.value(QStringLiteral("Result"), QStringLiteral("-"));
-        }
+        row.lastResult = lastResult(service);
         rows.push_back(row);
     }
     return rows;

@@ -12,14 +12,15 @@
 //   LABEL <tab> ENABLED <tab> NEXT <tab> LAST
 //
 // ENABLED is "yes" or "no"; NEXT the next run as local ISO 8601 time with its offset
-// (2011-03-04T12:30:00+01:00) or "-"; LAST systemd's Result of the last run ("success",
-// "exit-code", ...) or "-" when the job has not run. Control characters in a label are
+// (2011-03-04T12:30:00+01:00) or "-"; LAST the outcome of the last run as systemd recorded
+// it: "success", "failed (exit status 1)", "failed (signal 9)", "failed (timeout)" (systemd's
+// reason), or "never run". Control characters in a label are
 // shown as C escapes, so every job is one line.
 //
 // When systemd answers, the states are its own. When it does not (no manager running, or
 // nothing said about the job), ENABLED says whether the job was loaded without Disabled,
 // NEXT is computed from the timer's calendar lines and intervals (an interval counted from
-// the base time), and LAST is "-".
+// the base time), and LAST is "-": not known.
 class JobLister
 {
 public:

@@ -79,7 +79,11 @@ bool JobLoader::deactivate(const SystemdManager &systemd, const UnitFolder &fold
         }
     }
     if (!installed.isEmpty()) {
-        ok = systemd.run(QStringList{QStringLiteral("disable")} + installed, true) && ok;
+        // The caller reloads once when all files are in place.
+        ok = systemd.run(QStringList{QStringLiteral("disable"), QStringLiteral("--no-reload")} +
+                             installed,
+                         true) &&
+             ok;
     }
     return ok;
 }
@@ -171,9 +175,15 @@ int JobLoader::load(const QString &jobPath) const
         }
     }
 
+    // One reload for the whole change: enable only links the files.
+    const bool enable = !job.disabled() && !triggers.isEmpty();
+    if (enable) {
+        ok = systemd.run(QStringList{QStringLiteral("enable"), QStringLiteral("--no-reload")} +
+                         triggers) &&
+             ok;
+    }
     ok = systemd.run({QStringLiteral("daemon-reload")}) && ok;
-    if (!job.disabled() && !triggers.isEmpty()) {
-        ok = systemd.run(QStringList{QStringLiteral("enable")} + triggers) && ok;
+    if (enable) {
         ok = systemd.run(QStringList{QStringLiteral("start"), QStringLiteral("--no-block")} +
                          triggers) &&
              ok;

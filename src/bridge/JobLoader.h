@@ -9,14 +9,15 @@ class UnitFolder;
 
 // launchctl's load and unload on systemd.
 //
-// load: reads and checks the job file, writes its units (each atomically), then
-// "daemon-reload" and, unless the job is disabled, "enable" and "start --no-block" of its
-// triggers (the timer, the path unit, the service for RunAtLoad, the mount watcher for
-// StartOnMount); --no-block because launchd starts a job without waiting for it. Loading a
-// job that is loaded already first stops and disables what it had, then replaces its units.
+// load: reads and checks the job file, writes its units (each atomically), then, unless the
+// job is disabled, "enable --no-reload" of its triggers, one "daemon-reload", and
+// "start --no-block" of the triggers (the timer, the path unit, the service for RunAtLoad, the
+// mount watcher for StartOnMount); --no-block because launchd starts a job without waiting for it.
+// Loading a job that is loaded already first stops and disables what it had, then replaces its
+// units.
 //
-// unload: "stop" and "disable" of the job's units (a unit the manager no longer knows is no
-// failure), removal of the unit files, "daemon-reload". A job that was never loaded is
+// unload: "stop" and "disable --no-reload" of the job's units (a unit the manager no longer knows
+// is no failure), removal of the unit files, "daemon-reload". A job that was never loaded is
 // unloaded quietly with status 0.
 //
 // Status 0 when every step worked; 1 otherwise, each problem on the console. A job file that

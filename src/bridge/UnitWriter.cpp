@@ -35,6 +35,22 @@ QString installSection(const QString &target)
     return section(QStringLiteral("Install"), {QStringLiteral("WantedBy=") + target});
 }
 
+// The calendar events of StartCalendarInterval. The application writes one calendar
+// interval as one element per key ({Minute: 30}, {Hour: 2}) and means one event (2:30
+// every day), so elements of exactly one key each, no key twice, are merged; any other
+// array keeps launchd's reading, one event per element.
+std::vector<PlistDict> calendarEvents(const std::vector<PlistDict> &elements)
+{
+    PlistDict merged;
+    for (const PlistDict &element : elements) {
+        if (element.size() != 1 || merged.contains(element.at(0).key)) {
+            return elements;
+        }
+        merged.insert(element.at(0).key, element.at(0).value);
+    }
+    return elements.size() > 1 ? std::vector<PlistDict>{merged} : elements;
+}
+
 } // namespace
 
 std::optional<QStringList> UnitWriter::unitNames(const QString &label)
@@ -139,7 +155,7 @@ QString UnitWriter::serviceText(const JobFile &job, const ManagerScope &scope,
 std::optional<QString> UnitWriter::timerText(const JobFile &job)
 {
     QStringList timer;
-    for (const PlistDict &element : job.calendarIntervals()) {
+    for (const PlistDict &element : calendarEvents(job.calendarIntervals())) {
         for (const CalendarEvent &event : CalendarEvent::fromLaunchd(element, &m_warnings)) {
             timer.append(QStringLiteral("OnCalendar=") + event.toString());
         }

@@ -16,7 +16,8 @@
 //   IOSchedulingClass=idle for LowPriorityIO, one Environment= per variable. With RunAtLoad
 //   it is wanted by the manager's startup target (default.target, multi-user.target).
 // - LABEL.timer carries StartCalendarInterval (one OnCalendar= per element, two for an
-//   element with Day and Weekday, Persistent=true) and StartInterval (OnActiveSec= and
+//   element with Day and Weekday, Persistent=true; the application's own form, one key per
+//   element and no key twice, is merged into one element first) and StartInterval (OnActiveSec= and
 //   OnUnitActiveSec=), AccuracySec=1s, wanted by timers.target.
 // - LABEL.path carries WatchPaths (PathModified= per path), wanted by paths.target.
 // - StartOnMount is recorded in the service's header; the bridge's mount watcher starts such

@@ -1,5 +1,6 @@
 #include "MainWindow.h"
 
+#include "JobStatusMonitor.h"
 #include "PreferencesWindow.h"
 #include "TaskEditorSheet.h"
 #include "TaskTableModel.h"
@@ -62,6 +63,9 @@ MainWindow::MainWindow(QWidget *parent)
     setWindowIcon(VTImages::applicationIcon());
 
     m_model = new TaskTableModel(m_controller.get(), this, this);
+    m_jobStatus = new JobStatusMonitor(30000, 5000, this);
+    m_model->setJobStatus(m_jobStatus);
+    connect(m_jobStatus, &JobStatusMonitor::updated, this, &MainWindow::jobStatusUpdated);
     QTableView *table = m_ui->tableView;
     table->setModel(m_model);
     m_taskCell = new VTImageTextCell(this);
@@ -230,6 +234,20 @@ void MainWindow::applySortingForTableView()
         const QString column =
             defaults.stringForKey(kSortedColumn).value_or(TaskTableModel::columnIdentifier(1));
         sortColumnWithIdentifier(column, descending);
+        // Every load of the list asks systemd again.
+        m_jobStatus->refresh();
+    });
+}
+
+void MainWindow::jobStatusUpdated()
+{
+    VTException::guard(VT_METHOD, [&] {
+        m_model->statusChanged();
+        UserDefaults &defaults = UserDefaults::standardUserDefaults();
+        const std::optional<QString> column = defaults.stringForKey(kSortedColumn);
+        if (column && TaskTableModel::isStatusColumn(*column)) {
+            sortColumnWithIdentifier(*column, defaults.boolForKey(kSortedDescending));
+        }
     });
 }
 
@@ -243,10 +261,12 @@ void MainWindow::sortColumnWithIdentifier(const QString &identifier, bool descen
         } else if (identifier == QLatin1String("colEnabled")) {
             compare = &VTScheduledTask::enabledCompare;
         }
+        const bool status = TaskTableModel::isStatusColumn(identifier);
         AppController::TaskList tasks = m_controller->dataArray();
         std::stable_sort(tasks.begin(), tasks.end(),
-                         [compare](const VTScheduledTask::Ptr &a, const VTScheduledTask::Ptr &b) {
-                             return ((*a).*compare)(*b) < 0;
+                         [&](const VTScheduledTask::Ptr &a, const VTScheduledTask::Ptr &b) {
+                             return (status ? m_model->statusCompare(identifier, *a, *b)
+                                            : ((*a).*compare)(*b)) < 0;
                          });
         // Descending is the exact reverse of ascending, ties included.
         if (descending) {

@@ -11,6 +11,7 @@
 namespace Ui {
 class MainMenu;
 }
+class JobStatusMonitor;
 class PreferencesWindow;
 class QLabel;
 class QTableView;
@@ -40,6 +41,7 @@ public:
     AppController *controller() const { return m_controller.get(); }
     QTableView *tableView() const;
     TaskTableModel *taskModel() const { return m_model; }
+    JobStatusMonitor *jobStatus() const { return m_jobStatus; }
     VTImageTextCell *taskCell() const { return m_taskCell; }
     TaskEditorSheet *taskWindow() const { return m_sheet; }
     PreferencesWindow *preferencesWindow() const { return m_preferences; }
@@ -89,12 +91,14 @@ protected:
 private:
     void updateEmptyHint();
     void setIndicatorImage(const QString &imageName, int column);
+    void jobStatusUpdated();
     void updateSelectionActions();
     void terminate();
 
     std::unique_ptr<AppController> m_controller;
     std::unique_ptr<Ui::MainMenu> m_ui;
     TaskTableModel *m_model = nullptr;
+    JobStatusMonitor *m_jobStatus = nullptr;
     VTImageTextCell *m_taskCell = nullptr;
     TaskEditorSheet *m_sheet = nullptr;
     PreferencesWindow *m_preferences = nullptr;

@@ -1,12 +1,26 @@
 #include "TaskTableModel.h"
 
+#include "JobStatusMonitor.h"
+
 #include "support/VTException.h"
+
+#include <QFileInfo>
+
+#include <limits>
 
 namespace {
 
 const QString kColEnabled = QStringLiteral("colEnabled");
 const QString kColTask = QStringLiteral("colTask");
 const QString kColFrequency = QStringLiteral("colFrequency");
+const QString kColNextRun = QStringLiteral("colNextRun");
+const QString kColLastResult = QStringLiteral("colLastResult");
+
+// A job's label is its file's name without the extension.
+QString labelOf(const VTScheduledTask &task)
+{
+    return task.filename() ? QFileInfo(*task.filename()).completeBaseName() : QString();
+}
 
 } // namespace
 
@@ -23,6 +37,10 @@ QString TaskTableModel::columnIdentifier(int column)
         return kColTask;
     case ColumnFrequency:
         return kColFrequency;
+    case ColumnNextRun:
+        return kColNextRun;
+    case ColumnLastResult:
+        return kColLastResult;
     default:
         return QString();
     }
@@ -49,6 +67,63 @@ QVariant TaskTableModel::objectValue(const VTScheduledTask &task, const QString 
         }
         return QVariant(task.frequencyStringFromScheduleType());
     });
+}
+
+void TaskTableModel::setJobStatus(const JobStatusMonitor *status)
+{
+    m_status = status;
+    statusChanged();
+}
+
+bool TaskTableModel::isStatusColumn(const QString &identifier)
+{
+    return identifier == kColNextRun || identifier == kColLastResult;
+}
+
+QVariant TaskTableModel::statusValue(const VTScheduledTask &task, const QString &identifier) const
+{
+    const std::optional<JobStatusMonitor::Status> status =
+        m_status ? m_status->statusOf(labelOf(task)) : std::nullopt;
+    if (!status) {
+        return QVariant();
+    }
+    if (identifier == kColNextRun) {
+        return status->nextRun ? QVariant(status->nextRun->toLocalTime().toString(
+                                     QStringLiteral("yyyy-MM-dd HH:mm")))
+                               : QVariant();
+    }
+    if (identifier == kColLastResult && !status->lastResult.isEmpty()) {
+        return QVariant(status->lastResult.left(1).toUpper() + status->lastResult.mid(1));
+    }
+    return QVariant();
+}
+
+int TaskTableModel::statusCompare(const QString &identifier, const VTScheduledTask &a,
+                                  const VTScheduledTask &b) const
+{
+    if (identifier == kColNextRun) {
+        const auto time = [this](const VTScheduledTask &task) {
+            const std::optional<JobStatusMonitor::Status> status =
+                m_status ? m_status->statusOf(labelOf(task)) : std::nullopt;
+            return status && status->nextRun ? status->nextRun->toSecsSinceEpoch()
+                                             : std::numeric_limits<qint64>::max();
+        };
+        const qint64 left = time(a);
+        const qint64 right = time(b);
+        return left < right ? -1 : (left > right ? 1 : 0);
+    }
+    return statusValue(a, identifier)
+        .toString()
+        .compare(statusValue(b, identifier).toString(), Qt::CaseInsensitive);
+}
+
+void TaskTableModel::statusChanged()
+{
+    if (!m_tasks.empty()) {
+        Q_EMIT dataChanged(index(0, ColumnNextRun),
+                           index(static_cast<int>(m_tasks.size()) - 1, ColumnLastResult),
+                           {Qt::DisplayRole});
+    }
 }
 
 void TaskTableModel::reloadData()
@@ -93,7 +168,8 @@ QVariant TaskTableModel::data(const QModelIndex &index, int role) const
         return QVariant();
     }
     if (role == Qt::DisplayRole) {
-        return objectValue(*task, identifier);
+        return isStatusColumn(identifier) ? statusValue(*task, identifier)
+                                          : objectValue(*task, identifier);
     }
     if (role == Qt::ToolTipRole && index.column() == ColumnTask) {
         return task->filename() ? QVariant(*task->filename()) : QVariant();
@@ -147,6 +223,10 @@ QVariant TaskTableModel::headerData(int section, Qt::Orientation orientation, in
             return QStringLiteral("Task");
         case ColumnFrequency:
             return QStringLiteral("Schedule");
+        case ColumnNextRun:
+            return QStringLiteral("Next Run");
+        case ColumnLastResult:
+            return QStringLiteral("Last Result");
         default:
             return QVariant();
         }

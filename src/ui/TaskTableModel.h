@@ -5,9 +5,11 @@
 #include <QAbstractTableModel>
 
 class AppControllerView;
+class JobStatusMonitor;
 
 // The task table's data source: one row per task of the controller's list as it was at
-// the last reload, in that order, and three columns known by their identifiers.
+// the last reload, in that order, and columns known by their identifiers: the three of
+// the task itself, then its next run and last result as systemd reports them.
 class TaskTableModel : public QAbstractTableModel
 {
     Q_OBJECT
@@ -18,7 +20,9 @@ public:
         ColumnEnabled = 0,
         ColumnTask = 1,
         ColumnFrequency = 2,
-        ColumnCount = 3
+        ColumnNextRun = 3,
+        ColumnLastResult = 4,
+        ColumnCount = 5
     };
 
     TaskTableModel(AppController *controller, AppControllerView *view, QObject *parent = nullptr);
@@ -29,6 +33,18 @@ public:
     // What a column shows for a task: the description, whether it is enabled, or the
     // schedule in words.
     static QVariant objectValue(const VTScheduledTask &task, const QString &identifier);
+
+    // Where the next run and last result come from; without one those columns stay empty.
+    void setJobStatus(const JobStatusMonitor *status);
+    static bool isStatusColumn(const QString &identifier);
+    // What a status column shows for a task; empty when not known.
+    QVariant statusValue(const VTScheduledTask &task, const QString &identifier) const;
+    // The sort order of a status column: by time for the next run (none last), by text for
+    // the last result.
+    int statusCompare(const QString &identifier, const VTScheduledTask &a,
+                      const VTScheduledTask &b) const;
+    // The status changed: every row's status columns are drawn again.
+    void statusChanged();
 
     // Takes the controller's list again.
     void reloadData();
@@ -46,4 +62,5 @@ private:
     AppController *m_controller;
     AppControllerView *m_view;
     AppController::TaskList m_tasks;
+    const JobStatusMonitor *m_status = nullptr;
 };

@@ -110,10 +110,11 @@ TEST_F(BridgeCommandTest, LoadAndUnloadCallSystemctlInOrder)
     EXPECT_EQ(
         systemctl.calls(),
         (QStringList{
-            "--user daemon-reload", "--user enable com.vantreel.ScheduledTask3.timer",
+            "--user enable --no-reload com.vantreel.ScheduledTask3.timer", "--user daemon-reload",
             "--user start --no-block com.vantreel.ScheduledTask3.timer",
             "--user stop com.vantreel.ScheduledTask3.timer com.vantreel.ScheduledTask3.service",
-            "--user disable com.vantreel.ScheduledTask3.timer", "--user daemon-reload"}));
+            "--user disable --no-reload com.vantreel.ScheduledTask3.timer",
+            "--user daemon-reload"}));
 }
 
 TEST_F(BridgeCommandTest, OnlyRootLoadsDaemons)
@@ -140,7 +141,8 @@ TEST_F(BridgeCommandTest, OnlyRootLoadsDaemons)
         run = BridgeTesting::bridge({"load", path});
         EXPECT_EQ(run.status, 0) << run.err.toStdString();
         EXPECT_EQ(systemctl.calls(),
-                  (QStringList{"daemon-reload", "enable com.vantreel.RootScheduledTask1.timer",
+                  (QStringList{"enable --no-reload com.vantreel.RootScheduledTask1.timer",
+                               "daemon-reload",
                                "start --no-block com.vantreel.RootScheduledTask1.timer"}));
         EXPECT_TRUE(QFileInfo::exists(systemUnits +
                                       QStringLiteral("/com.vantreel.RootScheduledTask1.timer")));

@@ -57,7 +57,7 @@ TEST_F(JobListerTest, WithoutSystemdTheNextRunComesFromTheUnitsThemselves)
     load(QStringLiteral("com.vantreel.ScheduledTask4"), calendar({{{"Hour", 7}, {"Minute", 0}}}),
          true);
     load(QStringLiteral("com.vantreel.ScheduledTask6"), {{"StartInterval", 300}});
-    // The earliest of several lines: minute 30 of every hour, or any minute of hour 2.
+    // The application's calendar form is one event: 2:30 every day.
     load(QStringLiteral("com.vantreel.ScheduledTask7"),
          calendar({{{"Minute", 30}}, {{"Hour", 2}}}));
     load(QStringLiteral("com.vantreel.ScheduledTask8"), {{"WatchPaths", QStringList{"/srv"}}});
@@ -73,7 +73,7 @@ TEST_F(JobListerTest, WithoutSystemdTheNextRunComesFromTheUnitsThemselves)
               "com.vantreel.ScheduledTask3\tyes\t2011-03-05T07:00:00+01:00\t-\n"
               "com.vantreel.ScheduledTask4\tno\t-\t-\n"
               "com.vantreel.ScheduledTask6\tyes\t2011-03-04T13:05:00+01:00\t-\n"
-              "com.vantreel.ScheduledTask7\tyes\t2011-03-04T13:30:00+01:00\t-\n"
+              "com.vantreel.ScheduledTask7\tyes\t2011-03-05T02:30:00+01:00\t-\n"
               "com.vantreel.ScheduledTask8\tyes\t-\t-\n"
               "com.vantreel.ScheduledTask9\tyes\t-\t-\n");
     // The system's jobs too; summer time has begun by the first of April.
@@ -92,10 +92,11 @@ TEST_F(JobListerTest, WhenSystemdAnswersItsStatesAreShown)
     systemctl.answerShow(
         QStringLiteral(
             "Id=com.vantreel.ScheduledTask3.service\nResult=exit-code\nExecMainExitTimestamp=@"
-            "1299230000\n"
+            "1299230000\nExecMainCode=1\nExecMainStatus=3\n"
             "UnitFileState=static\n\n"
-            "Id=com.vantreel.ScheduledTask3.timer\nUnitFileState=enabled\nNextElapseUSecRealtime=@"
-            "1299304800\n"
+            // systemctl prints the next elapse as a local date whatever --timestamp says.
+            "Id=com.vantreel.ScheduledTask3.timer\nUnitFileState=enabled\nNextElapseUSecRealtime="
+            "Sat 2011-03-05 07:00:00 CET\n"
             "NextElapseUSecMonotonic=0\n\n"
             "Id=com.vantreel.ScheduledTask6.service\nResult=success\nExecMainExitTimestamp=\n\n"
             "Id=com.vantreel.ScheduledTask6.timer\nUnitFileState=enabled\nNextElapseUSecRealtime=\n"
@@ -113,20 +114,21 @@ TEST_F(JobListerTest, WhenSystemdAnswersItsStatesAreShown)
     EXPECT_EQ(systemctl.calls(),
               QStringList{"--user show --timestamp=unix -p "
                           "Id,UnitFileState,NextElapseUSecRealtime,NextElapseUSecMonotonic,Result,"
-                          "ExecMainExitTimestamp com.vantreel.ScheduledTask3.service "
+                          "ExecMainExitTimestamp,ExecMainCode,ExecMainStatus "
+                          "com.vantreel.ScheduledTask3.service "
                           "com.vantreel.ScheduledTask3.timer com.vantreel.ScheduledTask6.service "
                           "com.vantreel.ScheduledTask6.timer com.vantreel.ScheduledTask7.service "
                           "com.vantreel.ScheduledTask7.timer"});
     ASSERT_EQ(rows.size(), 3u);
     EXPECT_TRUE(rows[0].enabled);
     EXPECT_EQ(rows[0].nextRun, 1299304800);
-    EXPECT_EQ(rows[0].lastResult, QStringLiteral("exit-code"));
+    EXPECT_EQ(rows[0].lastResult, QStringLiteral("failed (exit status 3)"));
     // An interval timer's next run is on the monotonic clock: an hour from now.
     EXPECT_TRUE(rows[1].enabled);
     ASSERT_TRUE(rows[1].nextRun);
     EXPECT_NEAR(static_cast<double>(*rows[1].nextRun),
                 static_cast<double>(QDateTime::currentSecsSinceEpoch() + 3600), 3);
-    EXPECT_EQ(rows[1].lastResult, QStringLiteral("-"));
+    EXPECT_EQ(rows[1].lastResult, QStringLiteral("never run"));
     EXPECT_FALSE(rows[2].enabled);
     EXPECT_FALSE(rows[2].nextRun);
     EXPECT_EQ(rows[2].lastResult, QStringLiteral("success"));

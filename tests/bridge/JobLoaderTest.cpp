@@ -68,10 +68,10 @@ TEST_F(JobLoaderTest, LoadWritesTheUnitsThenReloadsEnablesAndStartsTheTrigger)
     const mode_t mask = umask(077);
     EXPECT_EQ(loader.load(path), 0);
     umask(mask);
-    EXPECT_EQ(
-        systemctl.calls(),
-        (QStringList{"--user daemon-reload", "--user enable com.vantreel.ScheduledTask3.timer",
-                     "--user start --no-block com.vantreel.ScheduledTask3.timer"}));
+    EXPECT_EQ(systemctl.calls(),
+              (QStringList{"--user enable --no-reload com.vantreel.ScheduledTask3.timer",
+                           "--user daemon-reload",
+                           "--user start --no-block com.vantreel.ScheduledTask3.timer"}));
     EXPECT_EQ(files(userUnits()), (QStringList{"com.vantreel.ScheduledTask3.service",
                                                "com.vantreel.ScheduledTask3.timer"}));
     EXPECT_EQ(QFileInfo(userUnits() + "/com.vantreel.ScheduledTask3.timer").permissions(),
@@ -84,7 +84,8 @@ TEST_F(JobLoaderTest, LoadWritesTheUnitsThenReloadsEnablesAndStartsTheTrigger)
         systemctl.calls(),
         (QStringList{
             "--user stop com.vantreel.ScheduledTask3.timer com.vantreel.ScheduledTask3.service",
-            "--user disable com.vantreel.ScheduledTask3.timer", "--user daemon-reload"}));
+            "--user disable --no-reload com.vantreel.ScheduledTask3.timer",
+            "--user daemon-reload"}));
     EXPECT_TRUE(files(userUnits()).isEmpty());
 }
 
@@ -92,15 +93,16 @@ TEST_F(JobLoaderTest, RunAtLoadEnablesAndStartsTheServiceItself)
 {
     const QString path = job(QStringLiteral("com.vantreel.ScheduledTask0"), {{"RunAtLoad", true}});
     EXPECT_EQ(loader.load(path), 0);
-    EXPECT_EQ(
-        systemctl.calls(),
-        (QStringList{"--user daemon-reload", "--user enable com.vantreel.ScheduledTask0.service",
-                     "--user start --no-block com.vantreel.ScheduledTask0.service"}));
+    EXPECT_EQ(systemctl.calls(),
+              (QStringList{"--user enable --no-reload com.vantreel.ScheduledTask0.service",
+                           "--user daemon-reload",
+                           "--user start --no-block com.vantreel.ScheduledTask0.service"}));
     systemctl.clearCalls();
     EXPECT_EQ(loader.unload(path), 0);
-    EXPECT_EQ(systemctl.calls(), (QStringList{"--user stop com.vantreel.ScheduledTask0.service",
-                                              "--user disable com.vantreel.ScheduledTask0.service",
-                                              "--user daemon-reload"}));
+    EXPECT_EQ(systemctl.calls(),
+              (QStringList{"--user stop com.vantreel.ScheduledTask0.service",
+                           "--user disable --no-reload com.vantreel.ScheduledTask0.service",
+                           "--user daemon-reload"}));
 }
 
 TEST_F(JobLoaderTest, DisabledJobsAndJobsWithoutTriggerAreWrittenButNotStarted)
@@ -137,8 +139,8 @@ TEST_F(JobLoaderTest, LoadingAgainReplacesTheUnitsOfTheOldSchedule)
         systemctl.calls(),
         (QStringList{
             "--user stop com.vantreel.ScheduledTask3.timer com.vantreel.ScheduledTask3.service",
-            "--user disable com.vantreel.ScheduledTask3.timer", "--user daemon-reload",
-            "--user enable com.vantreel.ScheduledTask3.path",
+            "--user disable --no-reload com.vantreel.ScheduledTask3.timer",
+            "--user enable --no-reload com.vantreel.ScheduledTask3.path", "--user daemon-reload",
             "--user start --no-block com.vantreel.ScheduledTask3.path"}));
     EXPECT_EQ(files(userUnits()), (QStringList{"com.vantreel.ScheduledTask3.path",
                                                "com.vantreel.ScheduledTask3.service"}));
@@ -170,9 +172,10 @@ TEST_F(JobLoaderTest, DaemonsNeedRoot)
 
     identity->uid = 0;
     EXPECT_EQ(loader.load(path), 0);
-    EXPECT_EQ(systemctl.calls(),
-              (QStringList{"daemon-reload", "enable com.vantreel.RootScheduledTask1.timer",
-                           "start --no-block com.vantreel.RootScheduledTask1.timer"}));
+    EXPECT_EQ(
+        systemctl.calls(),
+        (QStringList{"enable --no-reload com.vantreel.RootScheduledTask1.timer", "daemon-reload",
+                     "start --no-block com.vantreel.RootScheduledTask1.timer"}));
     EXPECT_EQ(files(systemUnits()), (QStringList{"com.vantreel.RootScheduledTask1.service",
                                                  "com.vantreel.RootScheduledTask1.timer"}));
     EXPECT_FALSE(QFileInfo::exists(userUnits()));
@@ -263,10 +266,11 @@ TEST_F(JobLoaderTest, TheMountWatcherComesWithTheFirstMountJobAndGoesWithTheLast
         "ExecStart=\"/opt/kairo/kairo-launchctl\" \"watch-mounts\"\n"));
     EXPECT_EQ(loader.load(second), 0);
     EXPECT_EQ(systemctl.calls().mid(1),
-              (QStringList{"--user daemon-reload", "--user enable kairo-mount-watcher.service",
-                           "--user start --no-block kairo-mount-watcher.service",
-                           "--user daemon-reload", "--user enable kairo-mount-watcher.service",
-                           "--user start --no-block kairo-mount-watcher.service"}));
+              (QStringList{
+                  "--user enable --no-reload kairo-mount-watcher.service", "--user daemon-reload",
+                  "--user start --no-block kairo-mount-watcher.service",
+                  "--user enable --no-reload kairo-mount-watcher.service", "--user daemon-reload",
+                  "--user start --no-block kairo-mount-watcher.service"}));
 
     systemctl.clearCalls();
     EXPECT_EQ(loader.unload(first), 0);
@@ -277,7 +281,8 @@ TEST_F(JobLoaderTest, TheMountWatcherComesWithTheFirstMountJobAndGoesWithTheLast
         systemctl.calls(),
         (QStringList{"--user stop com.vantreel.ScheduledTask1.service", "--user daemon-reload",
                      "--user stop kairo-mount-watcher.service com.vantreel.ScheduledTask2.service",
-                     "--user disable kairo-mount-watcher.service", "--user daemon-reload"}));
+                     "--user disable --no-reload kairo-mount-watcher.service",
+                     "--user daemon-reload"}));
     // The disabled one is still loaded.
     EXPECT_EQ(files(userUnits()), QStringList{"com.vantreel.ScheduledTask3.service"});
 }

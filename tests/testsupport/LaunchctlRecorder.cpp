@@ -7,10 +7,15 @@
 
 LaunchctlRecorder::LaunchctlRecorder(Sandbox &sandbox)
     : m_script(sandbox.file(QStringLiteral("bin/launchctl"))),
-      m_log(sandbox.file(QStringLiteral("launchctl.log")))
+      m_log(sandbox.file(QStringLiteral("launchctl.log"))),
+      m_list(sandbox.file(QStringLiteral("launchctl-list")))
 {
-    TestFiles::writeScript(m_script, QStringLiteral("printf '%s\\n' \"$*\" >> '") + m_log +
-                                         QStringLiteral("'"));
+    TestFiles::writeScript(m_script, QStringLiteral("if [ \"$1\" = list ]; then\n"
+                                                    "    [ -f '%1' ] && . '%1'\n"
+                                                    "    exit 0\n"
+                                                    "fi\n"
+                                                    "printf '%s\\n' \"$*\" >> '%2'")
+                                         .arg(m_list, m_log));
     sandbox.setEnv("VT_LAUNCHCTL", m_script);
 }
 
@@ -22,4 +27,9 @@ QStringList LaunchctlRecorder::calls() const
 void LaunchctlRecorder::clear() const
 {
     QFile::remove(m_log);
+}
+
+void LaunchctlRecorder::answerList(const QString &shellText) const
+{
+    TestFiles::write(m_list, shellText.toUtf8());
 }

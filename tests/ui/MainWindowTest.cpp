@@ -4,6 +4,7 @@
 #include "platform/PropertyList.h"
 #include "platform/UserDefaults.h"
 #include "testsupport/TestFiles.h"
+#include "ui/JobStatusMonitor.h"
 #include "ui/MainWindow.h"
 #include "ui/PreferencesWindow.h"
 #include "ui/TaskEditorSheet.h"
@@ -17,6 +18,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDesktopServices>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLabel>
@@ -210,6 +212,76 @@ TEST_F(MainWindowTest, EnableAndDisableAllFollowTheToolbarLabel)
     for (int row = 0; row < 3; ++row) {
         EXPECT_EQ(window->taskModel()->index(row, 0).data(Qt::CheckStateRole).toInt(),
                   Qt::Unchecked);
+    }
+}
+
+TEST_F(MainWindowTest, NextRunAndLastResultComeFromTheBridgeAndSortLikeTheOthers)
+{
+    makeThreeTasks();
+    // ScheduledTask2 (spelling, disabled) has no next run and was never run.
+    launchctl->answerList(QStringLiteral(
+        "printf 'com.vantreel.ScheduledTask1\\tyes\\t2030-01-02T07:00:00+00:00\\tfailed (exit "
+        "status 1)\\n'\n"
+        "printf 'com.vantreel.ScheduledTask2\\tno\\t-\\tnever run\\n'\n"
+        "printf 'com.vantreel.ScheduledTask3\\tyes\\t2030-01-01T07:00:00+00:00\\tsuccess\\n'\n"));
+    openWindow();
+    const TaskTableModel *model = window->taskModel();
+    const auto column = [&](int column) {
+        QStringList values;
+        for (int row = 0; row < model->rowCount(); ++row) {
+            values.append(model->index(row, column).data().toString());
+        }
+        return values;
+    };
+    ASSERT_TRUE(
+        waitUntil([&] { return !column(TaskTableModel::ColumnLastResult).first().isEmpty(); }));
+    EXPECT_EQ(model->headerData(TaskTableModel::ColumnNextRun, Qt::Horizontal, Qt::DisplayRole),
+              QStringLiteral("Next Run"));
+    EXPECT_EQ(model->headerData(TaskTableModel::ColumnLastResult, Qt::Horizontal, Qt::DisplayRole),
+              QStringLiteral("Last Result"));
+
+    // The new columns may lie beyond the window's edge: their header's own handler.
+    window->didClickTableColumn(TaskTableModel::ColumnNextRun);
+    EXPECT_EQ(tableDescriptions(),
+              QStringList({"Back up the library", "Clean caches", "Update spelling"}));
+    EXPECT_EQ(sortedColumn(), QStringLiteral("colNextRun"));
+    const QDateTime first = QDateTime::fromString("2030-01-01T07:00:00Z", Qt::ISODate);
+    EXPECT_EQ(column(TaskTableModel::ColumnNextRun),
+              QStringList({first.toLocalTime().toString("yyyy-MM-dd HH:mm"),
+                           first.addDays(1).toLocalTime().toString("yyyy-MM-dd HH:mm"), ""}));
+    EXPECT_EQ(column(TaskTableModel::ColumnLastResult),
+              QStringList({"Success", "Failed (exit status 1)", "Never run"}));
+    window->didClickTableColumn(TaskTableModel::ColumnLastResult);
+    EXPECT_EQ(column(TaskTableModel::ColumnLastResult),
+              QStringList({"Failed (exit status 1)", "Never run", "Success"}));
+    // The three columns of the task itself are unchanged.
+    EXPECT_EQ(column(TaskTableModel::ColumnFrequency),
+              QStringList({"Once a day", "Once an hour", "Once a week"}));
+}
+
+TEST_F(MainWindowTest, ASlowOrMissingSystemdLeavesTheStatusEmptyWithoutBlocking)
+{
+    makeThreeTasks();
+    launchctl->answerList(
+        QStringLiteral("printf 'com.vantreel.ScheduledTask1\\tyes\\t-\\tsuccess\\n'\n"));
+    // A time limit well above what starting a process takes, so blocking would show.
+    JobStatusMonitor monitor(60000, 3000);
+    int updates = 0;
+    QObject::connect(&monitor, &JobStatusMonitor::updated, [&] { ++updates; });
+    monitor.refresh();
+    ASSERT_TRUE(waitUntil([&] { return updates == 1; }));
+    ASSERT_TRUE(monitor.statusOf(QStringLiteral("com.vantreel.ScheduledTask1")));
+
+    for (const QString &answer : {QStringLiteral("exec sleep 30"), QStringLiteral("exit 1")}) {
+        launchctl->answerList(answer);
+        QElapsedTimer timer;
+        timer.start();
+        monitor.refresh();
+        EXPECT_LT(timer.elapsed(), 1000) << answer.toStdString();
+        const int before = updates;
+        ASSERT_TRUE(waitUntil([&] { return updates == before + 1; })) << answer.toStdString();
+        EXPECT_FALSE(monitor.statusOf(QStringLiteral("com.vantreel.ScheduledTask1")))
+            << answer.toStdString();
     }
 }
 
