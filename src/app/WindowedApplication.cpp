@@ -19,8 +19,8 @@
 #include <QTimer>
 
 #include <functional>
-#include <vector>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 

@@ -312,7 +312,8 @@ void VTLog::startNewLog(const std::optional<QString> &name)
     }
 
     // Appending: other processes may write lines to the same file at the same time.
-    m_fileHandle = ::open(FileNames::encode(file).constData(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
+    m_fileHandle =
+        ::open(FileNames::encode(file).constData(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
     if (m_fileHandle >= 0) {
         ::lseek(m_fileHandle, 0, SEEK_END);
         // As root, the log in a user's folder stays that user's.
@@ -334,8 +335,8 @@ void VTLog::appendLogOnThread(const QString &text)
     if (m_fileHandle < 0) {
         const QString file = logFile();
         if (!file.isEmpty()) {
-            m_fileHandle =
-                ::open(FileNames::encode(file).constData(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
+            m_fileHandle = ::open(FileNames::encode(file).constData(),
+                                  O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
         }
         if (m_fileHandle < 0) {
             Console::log(VTFormat::string(
