@@ -47,16 +47,18 @@ fi
 
 # What is installed into the root. One place, so that installing the Debian package
 # instead changes only this.
+# The Debian package of the build, installed as a user installs it: dpkg checks its
+# dependencies against the root and its postinst makes the machine-wide folders.
 install_build() {
-    DESTDIR="$root" cmake --install "$build" --prefix /usr >"$work/install.log" 2>&1 || return 1
-    # The machine-wide folders an ordinary user's scan must find (cmake --install does not
-    # make them yet): without LaunchDaemons, "-disable" of all tasks scans nothing.
-    install -d -m 755 "$root/Library/LaunchDaemons" "$root/Library/Logs/Vantreel" \
-        "$root/Library/Preferences" "$root/Applications"
+    cpack --config "$build/CPackConfig.cmake" -B "$work/package" >"$work/install.log" 2>&1 || return 1
+    set -- "$work"/package/kairo-planner_*.deb
+    [ -f "$1" ] || return 1
+    cp "$1" "$root/tmp/kairo-planner.deb" &&
+        chroot "$root" dpkg -i /tmp/kairo-planner.deb >>"$work/install.log" 2>&1
 }
 install_build || {
     cat "$work/install.log"
-    echo "FAILED: cmake --install into the root"
+    echo "FAILED: installing the package into the root"
     exit 1
 }
 
