@@ -78,7 +78,7 @@ done
 # --- Type 8: a new file in the watched folder; then -disable and -enable. -----------------
 sleep 2
 check "type 8 has not fired before anything changed" test "$(count_firings watch)" -eq 0
-created=$(now)
+created=$(stamp)
 as_user touch "$user_home/inbox/new file"
 wait_for 10 test "$(count_firings watch "$created")" -ge 1
 check "type 8 fires when a file appears in the watched folder" \
@@ -88,14 +88,14 @@ check "type 8 fires when a file appears in the watched folder" \
 # a watch task (an "every N seconds" task reads back as a calendar task and stops firing).
 job=$(job_of watch)
 check "-disable of one task succeeds" quiet as_user kairo-planner -disable "$job"
-disabled=$(now)
+disabled=$(stamp)
 sleep 1
 as_user touch "$user_home/inbox/while disabled"
 sleep 5
 check "-disable stops the firing" test "$(count_firings watch "$disabled")" -eq 0
 check "-disable: kairo-launchctl list says no" test "$(list_row "$(label_of "$job")" | cut -f2)" = no
 check "-enable of one task succeeds" quiet as_user kairo-planner -enable "$job"
-enabled=$(now)
+enabled=$(stamp)
 sleep 1
 as_user touch "$user_home/inbox/after enabling"
 wait_for 10 test "$(count_firings watch "$enabled")" -ge 1
@@ -103,7 +103,7 @@ check "-enable brings the firing back" test "$(count_firings watch "$enabled")" 
 
 # --- Type 1: a mount. -----------------------------------------------------------------------
 check "type 1 has not fired before anything was mounted" test "$(count_firings mount)" -eq 0
-mounted=$(now)
+mounted=$(stamp)
 mount -t tmpfs kairo-probe /mnt/kairo-probe
 wait_for 15 test "$(count_firings mount "$mounted")" -ge 1
 check "type 1 fires when a file system is mounted" test "$(count_firings mount "$mounted")" -ge 1

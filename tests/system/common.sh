@@ -28,6 +28,8 @@ as_user() {
 }
 
 now() { date +%s; }
+# The same with its fraction, for counting only what fired after a step ended.
+stamp() { date +%s.%N; }
 
 wait_for() { # SECONDS COMMAND...: polls every half second
     limit=$(($(now) + $1))
@@ -50,7 +52,7 @@ wait_for_user_manager() {
 # Whole seconds of the marker's lines of one command id, in order.
 firings() { # COMMAND-ID [AFTER-SECONDS]
     [ -f "$marker" ] || return 0
-    awk -v id="$1" -v after="${2:-0}" '$3 == id && int($1) >= after { print int($1) }' "$marker"
+    awk -v id="$1" -v after="${2:-0}" '$3 == id && $1 + 0 >= after + 0 { print int($1) }' "$marker"
 }
 count_firings() { firings "$@" | wc -l; }
 
