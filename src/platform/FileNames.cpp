@@ -1,7 +1,5 @@
 #include "FileNames.h"
 
-#include <cerrno>
-
 #include <dirent.h>
 #include <sys/stat.h>
 
@@ -169,21 +167,4 @@ bool FileNames::isSymbolicLink(const QString &path)
     struct stat st
     {};
     return !path.isEmpty() && ::lstat(encode(path).constData(), &st) == 0 && S_ISLNK(st.st_mode);
-}
-
-bool FileNames::makePath(const QString &path)
-{
-    const QByteArray native = encode(path);
-    if (native.isEmpty()) {
-        return false;
-    }
-    // Each prefix that ends before a slash, then the whole path.
-    for (qsizetype slash = native.indexOf('/', 1); slash >= 0;
-         slash = native.indexOf('/', slash + 1)) {
-        if (::mkdir(native.left(slash).constData(), 0777) != 0 && errno != EEXIST) {
-            break;
-        }
-    }
-    ::mkdir(native.constData(), 0777);
-    return isDirectory(path);
 }

@@ -22,6 +22,4 @@ public:
     static bool exists(const QString &path);
     static bool isDirectory(const QString &path);
     static bool isSymbolicLink(const QString &path);
-    // The folder with every missing parent; true when it is a folder afterwards.
-    static bool makePath(const QString &path);
 };

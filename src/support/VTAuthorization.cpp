@@ -20,7 +20,6 @@
 
 #include <cstring>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 // The administrator right is the running privileged helper (m_authRef): started once through
