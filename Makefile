@@ -10,7 +10,7 @@ ARGS       ?=
 LAUNCHER := $(shell command -v ccache >/dev/null 2>&1 && echo -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 export CCACHE_BASEDIR := $(CURDIR)
 
-.PHONY: all deps configure build test test-asan fuzz run bench format format-check screenshots install package clean
+.PHONY: all deps configure build test test-asan coverage fuzz run bench format format-check screenshots install package clean
 
 all: build
 
@@ -30,6 +30,19 @@ test: build
 # The whole suite under AddressSanitizer and UndefinedBehaviorSanitizer.
 test-asan:
 	@$(MAKE) --no-print-directory test BUILD=build-asan BUILD_TYPE=Debug CMAKE_ARGS="-DKAIRO_SANITIZE=ON $(CMAKE_ARGS)"
+
+# Line and branch coverage of src/ by the whole suite except the real-systemd one (which runs
+# the installed package inside a container), from an unoptimised gcov build in build-coverage/.
+coverage:
+	@./scripts/install-deps.sh coverage
+	@cmake -S . -B build-coverage -DCMAKE_BUILD_TYPE=Debug -DKAIRO_COVERAGE=ON \
+		-DKAIRO_BUILD_BENCHMARKS=OFF $(LAUNCHER) $(CMAKE_ARGS) >/dev/null
+	@cmake --build build-coverage -j$(JOBS)
+	@find build-coverage -name '*.gcda' -delete
+	@cd build-coverage && ctest --output-on-failure -j$(JOBS) -LE system; status=$$?; cd ..; \
+		gcovr --root . --filter 'src/' --exclude-throw-branches --exclude-unreachable-branches \
+			--print-summary --txt build-coverage/coverage.txt build-coverage; \
+		exit $$status
 
 # The fuzz target under libFuzzer for FUZZ_TIME seconds (build-fuzz/, clang), starting from
 # the seed corpus; new inputs go to build-fuzz/corpus, a crash to build-fuzz/crash-*.
@@ -68,4 +81,4 @@ package: build
 	@cmake --build $(BUILD) --target package
 
 clean:
-	@rm -rf $(BUILD) build-asan build-fuzz
+	@rm -rf $(BUILD) build-asan build-fuzz build-coverage

@@ -18,6 +18,10 @@ debootstrap systemd-container
 if [ "${1:-}" = "fuzz" ]; then
     PACKAGES="$PACKAGES clang libclang-rt-14-dev"
 fi
+# `make coverage` (install-deps.sh coverage): gcovr reads gcc's gcov data.
+if [ "${1:-}" = "coverage" ]; then
+    PACKAGES="$PACKAGES gcovr"
+fi
 
 missing=""
 for p in $PACKAGES; do
