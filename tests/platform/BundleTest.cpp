@@ -38,6 +38,16 @@ TEST_F(BundleTest, AtPathNeedsAFolder)
     EXPECT_TRUE(bundle->infoDictionary().isEmpty());
     EXPECT_FALSE(bundle->bundleIdentifier());
     EXPECT_EQ(bundle->bundlePath(), bare);
+
+    // An identifier that is no string is none; a broken Info.plist has no keys.
+    const QString path =
+        TestFiles::makeBundle(apps(), QStringLiteral("Odd"),
+                              PlistDict{{QStringLiteral("CFBundleIdentifier"), PlistValue(42)}});
+    EXPECT_FALSE(Bundle::atPath(path)->bundleIdentifier());
+    TestFiles::write(path + QStringLiteral("/Contents/Info.plist"), "garbage");
+    const auto broken = Bundle::atPath(path);
+    ASSERT_TRUE(broken);
+    EXPECT_TRUE(broken->infoDictionary().isEmpty());
 }
 
 TEST_F(BundleTest, InfoDictionaryKeys)
@@ -74,48 +84,27 @@ TEST_F(BundleTest, InfoDictionaryKeys)
               QStringLiteral("com.vantreel.ScheduledTask7"));
 }
 
-TEST_F(BundleTest, IdentifierMustBeAString)
-{
-    const QString path =
-        TestFiles::makeBundle(apps(), QStringLiteral("Odd"),
-                              PlistDict{{QStringLiteral("CFBundleIdentifier"), PlistValue(42)}});
-    EXPECT_FALSE(Bundle::atPath(path)->bundleIdentifier());
-    TestFiles::write(path + QStringLiteral("/Contents/Info.plist"), "garbage");
-    const auto broken = Bundle::atPath(path);
-    ASSERT_TRUE(broken);
-    EXPECT_TRUE(broken->infoDictionary().isEmpty());
-}
-
+// CFBundleExecutable names the executable; empty or missing, the bundle's name does. A
+// trailing slash on the bundle path changes nothing.
 TEST_F(BundleTest, ExecutablePath)
 {
-    const QString named = TestFiles::makeBundle(
-        apps(), QStringLiteral("Named"),
-        PlistDict{{QStringLiteral("CFBundleExecutable"), PlistValue("RealTool")}});
-    EXPECT_EQ(Bundle::atPath(named)->executablePath(),
-              named + QStringLiteral("/Contents/MacOS/RealTool"));
-
-    const QString unnamed = TestFiles::makeBundle(apps(), QStringLiteral("My App"), PlistDict{});
-    EXPECT_EQ(Bundle::atPath(unnamed)->executablePath(),
-              unnamed + QStringLiteral("/Contents/MacOS/My App"));
-
-    const QString dotted = TestFiles::makeBundle(apps(), QStringLiteral("My.Tool"), PlistDict{});
-    EXPECT_EQ(Bundle::atPath(dotted)->executablePath(),
-              dotted + QStringLiteral("/Contents/MacOS/My.Tool"));
-
-    // An empty or non-string CFBundleExecutable falls back to the bundle's name.
-    const QString empty =
-        TestFiles::makeBundle(apps(), QStringLiteral("Empty"),
-                              PlistDict{{QStringLiteral("CFBundleExecutable"), PlistValue("")}});
-    EXPECT_EQ(Bundle::atPath(empty)->executablePath(),
-              empty + QStringLiteral("/Contents/MacOS/Empty"));
-
-    // A trailing slash on the bundle path changes nothing.
-    const auto slashed = Bundle::atPath(named + QStringLiteral("//"));
-    ASSERT_TRUE(slashed);
-    EXPECT_EQ(slashed->bundlePath(), named);
-    EXPECT_EQ(slashed->executablePath(), named + QStringLiteral("/Contents/MacOS/RealTool"));
-    EXPECT_EQ(Bundle::atPath(unnamed + QStringLiteral("/"))->executablePath(),
-              unnamed + QStringLiteral("/Contents/MacOS/My App"));
+    const std::tuple<const char *, PlistDict, const char *> cases[] = {
+        {"Named", PlistDict{{QStringLiteral("CFBundleExecutable"), PlistValue("RealTool")}},
+         "RealTool"},
+        {"My App", PlistDict{}, "My App"},
+        {"My.Tool", PlistDict{}, "My.Tool"},
+        {"Empty", PlistDict{{QStringLiteral("CFBundleExecutable"), PlistValue("")}}, "Empty"},
+    };
+    for (const auto &[name, info, executable] : cases) {
+        const QString path = TestFiles::makeBundle(apps(), QLatin1String(name), info);
+        const QString expected =
+            path + QStringLiteral("/Contents/MacOS/") + QLatin1String(executable);
+        EXPECT_EQ(Bundle::atPath(path)->executablePath(), expected);
+        const auto slashed = Bundle::atPath(path + QStringLiteral("//"));
+        ASSERT_TRUE(slashed);
+        EXPECT_EQ(slashed->bundlePath(), path);
+        EXPECT_EQ(slashed->executablePath(), expected);
+    }
 }
 
 TEST_F(BundleTest, Resources)

@@ -15,29 +15,31 @@ std::string text(const PlistValue &value)
 
 } // namespace
 
-TEST(PlistTextTest, EmptyContainers)
+TEST(PlistTextTest, ScalarsAndFlatContainers)
 {
-    EXPECT_EQ(text(PlistValue(PlistDict())), "{\n}");
-    EXPECT_EQ(text(PlistValue(PlistArray())), "(\n)");
-}
-
-TEST(PlistTextTest, ScalarsAtTheTop)
-{
-    EXPECT_EQ(text(PlistValue("word")), "word");
-    EXPECT_EQ(text(PlistValue("two words")), "\"two words\"");
-    EXPECT_EQ(text(PlistValue("")), "\"\"");
-    EXPECT_EQ(text(PlistValue(42)), "42");
-    EXPECT_EQ(text(PlistValue(-7)), "-7");
-    EXPECT_EQ(text(PlistValue(true)), "1");
-    EXPECT_EQ(text(PlistValue(false)), "0");
-    EXPECT_EQ(text(PlistValue(1.5)), "1.5");
-    EXPECT_EQ(text(PlistValue(QByteArray("\x01\xab", 2))), "<01ab>");
-    EXPECT_EQ(text(PlistValue(QDateTime(QDate(2011, 3, 4), QTime(5, 6, 7), QTimeZone::utc()))),
-              "\"2011-03-04 05:06:07 +0000\"");
-    // A date in another zone is shown in UTC.
-    EXPECT_EQ(text(PlistValue(QDateTime(QDate(2011, 3, 4), QTime(5, 6, 7), QTimeZone(7200)))),
-              "\"2011-03-04 03:06:07 +0000\"");
-    EXPECT_EQ(text(PlistValue()), "(null)");
+    const std::pair<PlistValue, const char *> cases[] = {
+        {PlistValue(PlistDict()), "{\n}"},
+        {PlistValue(PlistArray()), "(\n)"},
+        {PlistValue("word"), "word"},
+        {PlistValue("two words"), "\"two words\""},
+        {PlistValue(""), "\"\""},
+        {PlistValue(-7), "-7"},
+        {PlistValue(true), "1"},
+        {PlistValue(false), "0"},
+        {PlistValue(1.5), "1.5"},
+        {PlistValue(QByteArray("\x01\xab", 2)), "<01ab>"},
+        {PlistValue(QDateTime(QDate(2011, 3, 4), QTime(5, 6, 7), QTimeZone::utc())),
+         "\"2011-03-04 05:06:07 +0000\""},
+        // A date in another zone is shown in UTC.
+        {PlistValue(QDateTime(QDate(2011, 3, 4), QTime(5, 6, 7), QTimeZone(7200))),
+         "\"2011-03-04 03:06:07 +0000\""},
+        {PlistValue(), "(null)"},
+        {PlistValue(PlistArray{PlistValue(1), PlistValue("b c"), PlistValue(true)}),
+         "(\n    1,\n    \"b c\",\n    1\n)"},
+    };
+    for (const auto &[value, expected] : cases) {
+        EXPECT_EQ(text(value), expected);
+    }
     EXPECT_EQ(PlistValue(7).description(), QStringLiteral("7"));
 }
 
@@ -66,14 +68,19 @@ TEST(PlistTextTest, NestedContainers)
     PlistDict dict;
     dict.insert(QStringLiteral("taskArguments"),
                 PlistValue(PlistArray{PlistValue("-backup"), PlistValue("all files")}));
-    dict.insert(QStringLiteral("interval"), PlistValue(inner));
     dict.insert(QStringLiteral("empty"), PlistValue(PlistDict()));
     dict.insert(QStringLiteral("none"), PlistValue(PlistArray()));
+    inner.insert(QStringLiteral("Leaf"),
+                 PlistValue(PlistDict{{QStringLiteral("c"), PlistValue(3)}}));
+    dict.insert(QStringLiteral("interval"), PlistValue(inner));
     EXPECT_EQ(text(PlistValue(dict)), "{\n"
                                       "    empty =     {\n"
                                       "    };\n"
                                       "    interval =     {\n"
                                       "        Hour = 2;\n"
+                                      "        Leaf =         {\n"
+                                      "            c = 3;\n"
+                                      "        };\n"
                                       "        Minute = 30;\n"
                                       "    };\n"
                                       "    none =     (\n"
@@ -83,30 +90,6 @@ TEST(PlistTextTest, NestedContainers)
                                       "        \"all files\"\n"
                                       "    );\n"
                                       "}");
-}
-
-TEST(PlistTextTest, TwoLevelsDeep)
-{
-    PlistDict leaf{{QStringLiteral("c"), PlistValue(3)}};
-    PlistDict middle{{QStringLiteral("b"), PlistValue(leaf)}};
-    PlistDict top{{QStringLiteral("a"), PlistValue(middle)}};
-    EXPECT_EQ(text(PlistValue(top)), "{\n"
-                                     "    a =     {\n"
-                                     "        b =         {\n"
-                                     "            c = 3;\n"
-                                     "        };\n"
-                                     "    };\n"
-                                     "}");
-}
-
-TEST(PlistTextTest, ArrayOfScalars)
-{
-    EXPECT_EQ(text(PlistValue(PlistArray{PlistValue(1), PlistValue("b c"), PlistValue(true)})),
-              "(\n"
-              "    1,\n"
-              "    \"b c\",\n"
-              "    1\n"
-              ")");
 }
 
 // Inside an array a nested container is set off by its own indentation as well, the way
@@ -127,25 +110,27 @@ TEST(PlistTextTest, ArrayOfContainers)
 
 TEST(PlistTextTest, QuotingAndEscaping)
 {
-    EXPECT_EQ(PlistText::quoted(QStringLiteral("plain_Word09")).toStdString(), "plain_Word09");
-    EXPECT_EQ(PlistText::quoted(QStringLiteral("a b")).toStdString(), "\"a b\"");
-    EXPECT_EQ(PlistText::quoted(QStringLiteral("say \"hi\"")).toStdString(), "\"say \\\"hi\\\"\"");
-    EXPECT_EQ(PlistText::quoted(QStringLiteral("back\\slash")).toStdString(), "\"back\\\\slash\"");
-    EXPECT_EQ(PlistText::quoted(QStringLiteral("line\nnext\ttab\rret")).toStdString(),
-              "\"line\\nnext\\ttab\\rret\"");
-    EXPECT_EQ(PlistText::quoted(QStringLiteral("semi;colon")).toStdString(), "\"semi;colon\"");
-    EXPECT_EQ(PlistText::quoted(QStringLiteral("a=b")).toStdString(), "\"a=b\"");
-    EXPECT_EQ(PlistText::quoted(QStringLiteral("/Library/LaunchDaemons/x.plist")).toStdString(),
-              "\"/Library/LaunchDaemons/x.plist\"");
-    EXPECT_EQ(PlistText::quoted(QStringLiteral("100%")).toStdString(), "\"100%\"");
-    EXPECT_EQ(PlistText::quoted(QStringLiteral("<tag>")).toStdString(), "\"<tag>\"");
-    EXPECT_EQ(PlistText::quoted(QStringLiteral("-tasks")).toStdString(), "\"-tasks\"");
-    // Control and non-ASCII characters as \U and four hex digits of UTF-16.
-    EXPECT_EQ(PlistText::quoted(QString::fromUtf8("caf\xc3\xa9")).toStdString(), "\"caf\\U00e9\"");
-    EXPECT_EQ(PlistText::quoted(QString::fromUtf8("\xf0\x9f\x98\x80")).toStdString(),
-              "\"\\Ud83d\\Ude00\"");
-    EXPECT_EQ(PlistText::quoted(QString(QChar(0x01))).toStdString(), "\"\\U0001\"");
-    EXPECT_EQ(PlistText::quoted(QString(QChar(0x7f))).toStdString(), "\"\\U007f\"");
+    const std::pair<QString, const char *> cases[] = {
+        {QStringLiteral("plain_Word09"), "plain_Word09"},
+        {QStringLiteral("a b"), "\"a b\""},
+        {QStringLiteral("say \"hi\""), "\"say \\\"hi\\\"\""},
+        {QStringLiteral("back\\slash"), "\"back\\\\slash\""},
+        {QStringLiteral("line\nnext\ttab\rret"), "\"line\\nnext\\ttab\\rret\""},
+        {QStringLiteral("semi;colon"), "\"semi;colon\""},
+        {QStringLiteral("a=b"), "\"a=b\""},
+        {QStringLiteral("/Library/LaunchDaemons/x.plist"), "\"/Library/LaunchDaemons/x.plist\""},
+        {QStringLiteral("100%"), "\"100%\""},
+        {QStringLiteral("<tag>"), "\"<tag>\""},
+        {QStringLiteral("-tasks"), "\"-tasks\""},
+        // Control and non-ASCII characters as \U and four hex digits of UTF-16.
+        {QString::fromUtf8("caf\xc3\xa9"), "\"caf\\U00e9\""},
+        {QString::fromUtf8("\xf0\x9f\x98\x80"), "\"\\Ud83d\\Ude00\""},
+        {QString(QChar(0x01)), "\"\\U0001\""},
+        {QString(QChar(0x7f)), "\"\\U007f\""},
+    };
+    for (const auto &[input, expected] : cases) {
+        EXPECT_EQ(PlistText::quoted(input).toStdString(), expected);
+    }
     // Output is plain ASCII whatever the input.
     const QString rendered = PlistText::render(PlistValue(
         PlistDict{{QString::fromUtf8("\xc3\xbc"), PlistValue(QString::fromUtf8("\xe2\x82\xac"))}}));

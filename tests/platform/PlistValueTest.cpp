@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 
 namespace {
@@ -51,109 +52,116 @@ TEST(PlistValueTest, DefaultIsNoValue)
 {
     PlistValue v;
     EXPECT_FALSE(v.isValid());
-    EXPECT_EQ(v.type(), PlistValue::Type::None);
     EXPECT_FALSE(v.isNumber());
     EXPECT_EQ(v.integerValue(), 0);
     EXPECT_FALSE(v.boolValue());
+    EXPECT_FALSE(v.isSwitchOn());
+    EXPECT_FALSE(v.numberEquals(0));
     EXPECT_TRUE(v.string().isNull());
-    EXPECT_TRUE(v.array().empty());
-    EXPECT_TRUE(v.dict().isEmpty());
     EXPECT_EQ(v, PlistValue());
     EXPECT_NE(v, PlistValue(0));
     EXPECT_NE(v, PlistValue(""));
 }
 
-TEST(PlistValueTest, IntegerValueOfStringsFollowsFoundation)
+// Strings convert as Foundation's integerValue, doubleValue and boolValue do; a switch
+// is on only for the exact string "1".
+TEST(PlistValueTest, ConversionsOfStrings)
 {
-    EXPECT_EQ(PlistValue(" 42abc").integerValue(), 42);
-    EXPECT_EQ(PlistValue("abc").integerValue(), 0);
-    EXPECT_EQ(PlistValue("").integerValue(), 0);
-    EXPECT_EQ(PlistValue("42").integerValue(), 42);
-    EXPECT_EQ(PlistValue("\t\n  -17 apples").integerValue(), -17);
-    EXPECT_EQ(PlistValue("+8").integerValue(), 8);
-    EXPECT_EQ(PlistValue("- 8").integerValue(), 0);
-    EXPECT_EQ(PlistValue("3.9").integerValue(), 3);
-    EXPECT_EQ(PlistValue("007").integerValue(), 7);
-    EXPECT_EQ(PlistValue("x42").integerValue(), 0);
-    EXPECT_EQ(PlistValue("9223372036854775807").integerValue(), std::numeric_limits<qint64>::max());
-    EXPECT_EQ(PlistValue("-9223372036854775808").integerValue(),
-              std::numeric_limits<qint64>::min());
-    // Overflow saturates instead of wrapping.
-    EXPECT_EQ(PlistValue("99999999999999999999999").integerValue(),
-              std::numeric_limits<qint64>::max());
-    EXPECT_EQ(PlistValue("-99999999999999999999999").integerValue(),
-              std::numeric_limits<qint64>::min());
-    // Digits of other scripts are not decimal digits here.
-    EXPECT_EQ(PlistValue(QString::fromUtf8("\xd9\xa3")).integerValue(), 0);
+    constexpr qint64 max = std::numeric_limits<qint64>::max();
+    constexpr qint64 min = std::numeric_limits<qint64>::min();
+    struct Case
+    {
+        const char *text;
+        qint64 integer;
+        double real;
+        bool boolean;
+        bool on;
+    };
+    const Case cases[] = {
+        {"42", 42, 42, true, false},
+        {" 42abc", 42, 42, true, false},
+        {"\t\n  -17 apples", -17, -17, true, false},
+        {"+8", 8, 8, true, false},
+        {"- 8", 0, 0, false, false},
+        {"3.9", 3, 3.9, true, false},
+        {"007", 7, 7, true, false},
+        {"x42", 0, 0, false, false},
+        {"abc", 0, 0, false, false},
+        {"", 0, 0, false, false},
+        {"   ", 0, 0, false, false},
+        {"9223372036854775807", max, 9223372036854775807.0, true, false},
+        {"-9223372036854775808", min, -9223372036854775808.0, true, false},
+        // Overflow saturates instead of wrapping.
+        {"99999999999999999999999", max, 1e23, true, false},
+        {"-99999999999999999999999", min, -1e23, true, false},
+        {"1", 1, 1, true, true},
+        {"  1", 1, 1, true, false},
+        {"01", 1, 1, true, false},
+        {"-1", -1, -1, true, false},
+        {"0", 0, 0, false, false},
+        {"00", 0, 0, false, false},
+        {"0.5", 0, 0.5, false, false},
+        {"YES", 0, 0, true, false},
+        {" yes", 0, 0, true, false},
+        {"True", 0, 0, true, false},
+        {"Y", 0, 0, true, false},
+        {"no", 0, 0, false, false},
+        {"false", 0, 0, false, false},
+        {"on", 0, 0, false, false},
+        {"7 days", 7, 7, true, false},
+        // Digits of other scripts are not decimal digits here.
+        {"\xd9\xa3", 0, 0, false, false},
+    };
+    for (const Case &c : cases) {
+        const PlistValue v(QString::fromUtf8(c.text));
+        EXPECT_EQ(v.integerValue(), c.integer) << c.text;
+        EXPECT_DOUBLE_EQ(v.doubleValue(), c.real) << c.text;
+        EXPECT_EQ(v.boolValue(), c.boolean) << c.text;
+        EXPECT_EQ(v.isSwitchOn(), c.on) << c.text;
+        EXPECT_FALSE(v.numberEquals(c.integer)) << c.text;
+    }
 }
 
-TEST(PlistValueTest, IntegerValueOfNumbers)
+TEST(PlistValueTest, ConversionsOfNumbers)
 {
-    EXPECT_EQ(PlistValue(3.9).integerValue(), 3);
-    EXPECT_EQ(PlistValue(-3.9).integerValue(), -3);
-    EXPECT_EQ(PlistValue(true).integerValue(), 1);
-    EXPECT_EQ(PlistValue(false).integerValue(), 0);
-    EXPECT_EQ(PlistValue(1e300).integerValue(), std::numeric_limits<qint64>::max());
-    EXPECT_EQ(PlistValue(-1e300).integerValue(), std::numeric_limits<qint64>::min());
-    EXPECT_EQ(PlistValue(std::numeric_limits<double>::quiet_NaN()).integerValue(), 0);
-    EXPECT_EQ(PlistValue(QByteArray("12")).integerValue(), 0);
-}
-
-TEST(PlistValueTest, DoubleValue)
-{
-    EXPECT_DOUBLE_EQ(PlistValue(" 2.5").doubleValue(), 2.5);
-    EXPECT_DOUBLE_EQ(PlistValue("7 days").doubleValue(), 7.0);
-    EXPECT_DOUBLE_EQ(PlistValue("abc").doubleValue(), 0.0);
-    EXPECT_DOUBLE_EQ(PlistValue(3).doubleValue(), 3.0);
+    struct Case
+    {
+        PlistValue value;
+        qint64 integer;
+        bool boolean;
+        bool on;
+    };
+    const Case cases[] = {
+        {PlistValue(true), 1, true, true},
+        {PlistValue(false), 0, false, false},
+        {PlistValue(1), 1, true, true},
+        {PlistValue(1.0), 1, true, true},
+        {PlistValue(2), 2, true, false},
+        {PlistValue(-5), -5, true, false},
+        {PlistValue(0), 0, false, false},
+        {PlistValue(0.25), 0, true, false},
+        {PlistValue(3.9), 3, true, false},
+        {PlistValue(-3.9), -3, true, false},
+        {PlistValue(1e300), std::numeric_limits<qint64>::max(), true, false},
+        {PlistValue(-1e300), std::numeric_limits<qint64>::min(), true, false},
+        {PlistValue(std::numeric_limits<double>::quiet_NaN()), 0, true, false},
+        {PlistValue(QByteArray("12")), 0, false, false},
+        {PlistValue(PlistArray{PlistValue("1")}), 0, false, false},
+    };
+    for (const Case &c : cases) {
+        const std::string name = std::to_string(static_cast<int>(c.value.type())) + "/" +
+                                 std::to_string(c.value.doubleValue());
+        EXPECT_EQ(c.value.integerValue(), c.integer) << name;
+        if (!std::isnan(c.value.doubleValue())) {
+            EXPECT_EQ(c.value.boolValue(), c.boolean) << name;
+        }
+        EXPECT_EQ(c.value.isSwitchOn(), c.on) << name;
+    }
     EXPECT_DOUBLE_EQ(PlistValue(true).doubleValue(), 1.0);
-}
-
-TEST(PlistValueTest, BoolValueOfStringsFollowsFoundation)
-{
-    EXPECT_TRUE(PlistValue("YES").boolValue());
-    EXPECT_TRUE(PlistValue("yes").boolValue());
-    EXPECT_TRUE(PlistValue("true").boolValue());
-    EXPECT_TRUE(PlistValue("True").boolValue());
-    EXPECT_TRUE(PlistValue("Y").boolValue());
-    EXPECT_TRUE(PlistValue("1").boolValue());
-    EXPECT_TRUE(PlistValue("  1").boolValue());
-    EXPECT_TRUE(PlistValue("2").boolValue());
-    EXPECT_TRUE(PlistValue("-1").boolValue());
-    EXPECT_TRUE(PlistValue("01").boolValue());
-    EXPECT_TRUE(PlistValue(" yes").boolValue());
-    EXPECT_FALSE(PlistValue("0").boolValue());
-    EXPECT_FALSE(PlistValue("00").boolValue());
-    EXPECT_FALSE(PlistValue("no").boolValue());
-    EXPECT_FALSE(PlistValue("NO").boolValue());
-    EXPECT_FALSE(PlistValue("false").boolValue());
-    EXPECT_FALSE(PlistValue("").boolValue());
-    EXPECT_FALSE(PlistValue("   ").boolValue());
-    EXPECT_FALSE(PlistValue("on").boolValue());
-    EXPECT_FALSE(PlistValue("0.5").boolValue());
-}
-
-TEST(PlistValueTest, BoolValueOfNumbers)
-{
-    EXPECT_TRUE(PlistValue(true).boolValue());
-    EXPECT_FALSE(PlistValue(false).boolValue());
-    EXPECT_TRUE(PlistValue(1).boolValue());
-    EXPECT_TRUE(PlistValue(-5).boolValue());
-    EXPECT_FALSE(PlistValue(0).boolValue());
-    EXPECT_TRUE(PlistValue(0.25).boolValue());
-    EXPECT_FALSE(PlistValue(0.0).boolValue());
-    EXPECT_FALSE(PlistValue(PlistArray{PlistValue(1)}).boolValue());
-}
-
-TEST(PlistValueTest, NumberEqualsComparesAsNumberObjects)
-{
-    EXPECT_TRUE(PlistValue(true).numberEquals(1));
-    EXPECT_TRUE(PlistValue(false).numberEquals(0));
-    EXPECT_FALSE(PlistValue(true).numberEquals(2));
-    EXPECT_TRUE(PlistValue(1).numberEquals(1));
+    EXPECT_DOUBLE_EQ(PlistValue(3).doubleValue(), 3.0);
     EXPECT_TRUE(PlistValue(1.0).numberEquals(1));
     EXPECT_FALSE(PlistValue(1.5).numberEquals(1));
-    EXPECT_FALSE(PlistValue("1").numberEquals(1));
-    EXPECT_FALSE(PlistValue().numberEquals(0));
+    EXPECT_FALSE(PlistValue(true).numberEquals(2));
 
     // Integer 1 and boolean true are equal number objects, in both directions.
     EXPECT_EQ(PlistValue(1), PlistValue(true));
@@ -162,24 +170,6 @@ TEST(PlistValueTest, NumberEqualsComparesAsNumberObjects)
     EXPECT_EQ(PlistValue(2.0), PlistValue(2));
     EXPECT_NE(PlistValue(2), PlistValue(true));
     EXPECT_NE(PlistValue(1), PlistValue("1"));
-}
-
-TEST(PlistValueTest, SwitchIsOnForStringOneOrANumberEqualToTrue)
-{
-    EXPECT_TRUE(PlistValue("1").isSwitchOn());
-    EXPECT_TRUE(PlistValue(true).isSwitchOn());
-    EXPECT_TRUE(PlistValue(1).isSwitchOn());
-    EXPECT_TRUE(PlistValue(1.0).isSwitchOn());
-    EXPECT_FALSE(PlistValue("yes").isSwitchOn());
-    EXPECT_FALSE(PlistValue("YES").isSwitchOn());
-    EXPECT_FALSE(PlistValue("true").isSwitchOn());
-    EXPECT_FALSE(PlistValue(" 1").isSwitchOn());
-    EXPECT_FALSE(PlistValue("01").isSwitchOn());
-    EXPECT_FALSE(PlistValue("0").isSwitchOn());
-    EXPECT_FALSE(PlistValue(false).isSwitchOn());
-    EXPECT_FALSE(PlistValue(2).isSwitchOn());
-    EXPECT_FALSE(PlistValue().isSwitchOn());
-    EXPECT_FALSE(PlistValue(PlistArray{PlistValue("1")}).isSwitchOn());
 }
 
 TEST(PlistValueTest, EqualityOfContainers)
@@ -203,6 +193,8 @@ TEST(PlistValueTest, EqualityOfContainers)
     EXPECT_NE(PlistValue(QByteArray("ab")), PlistValue("ab"));
 }
 
+// Values share their containers until one side changes them, through a value or a
+// dictionary copied directly.
 TEST(PlistValueTest, ChangingACopyNeverChangesTheOriginal)
 {
     PlistValue original(PlistDict{
@@ -214,20 +206,12 @@ TEST(PlistValueTest, ChangingACopyNeverChangesTheOriginal)
 
     PlistValue copy = original;
     copy.mutableDict().insert(QStringLiteral("name"), PlistValue("second"));
-    copy.mutableDict().insert(QStringLiteral("added"), PlistValue(true));
     copy.mutableDict().find(QStringLiteral("list"))->mutableArray().push_back(PlistValue(3));
     copy.mutableDict()
         .find(QStringLiteral("inner"))
         ->mutableDict()
         .insert(QStringLiteral("deep"), PlistValue(99));
-
-    EXPECT_EQ(original.dict().value(QStringLiteral("name")).string(), QStringLiteral("first"));
-    EXPECT_FALSE(original.dict().contains(QStringLiteral("added")));
-    EXPECT_EQ(original.dict().value(QStringLiteral("list")).array().size(), 2u);
-    EXPECT_EQ(original.dict().value(QStringLiteral("inner")).dict().value(QStringLiteral("deep")),
-              PlistValue(1));
     EXPECT_EQ(original, snapshot);
-
     EXPECT_EQ(copy.dict().value(QStringLiteral("list")).array().size(), 3u);
     EXPECT_EQ(copy.dict().value(QStringLiteral("inner")).dict().value(QStringLiteral("deep")),
               PlistValue(99));
@@ -237,25 +221,12 @@ TEST(PlistValueTest, ChangingACopyNeverChangesTheOriginal)
     original.mutableDict().remove(QStringLiteral("name"));
     original.mutableDict().find(QStringLiteral("list"))->mutableArray().clear();
     EXPECT_EQ(second, snapshot);
-}
 
-TEST(PlistValueTest, CopiedArraysAndDictionariesAreIndependent)
-{
-    PlistValue array(PlistArray{PlistValue("a")});
-    PlistValue arrayCopy = array;
-    arrayCopy.mutableArray()[0] = PlistValue("changed");
-    EXPECT_EQ(array.array()[0].string(), QStringLiteral("a"));
-
-    // A PlistDict copied directly (not through a value) shares its nested containers only
-    // until one side changes them.
     PlistDict dict;
     dict.insert(QStringLiteral("list"), PlistValue(PlistArray{PlistValue(1)}));
     PlistDict dictCopy = dict;
     dictCopy.find(QStringLiteral("list"))->mutableArray().push_back(PlistValue(2));
     EXPECT_EQ(dict.value(QStringLiteral("list")).array().size(), 1u);
-    EXPECT_EQ(dictCopy.value(QStringLiteral("list")).array().size(), 2u);
-
-    // A value made from a dictionary is a copy of it.
     PlistValue fromDict(dict);
     dict.insert(QStringLiteral("later"), PlistValue(1));
     EXPECT_FALSE(fromDict.dict().contains(QStringLiteral("later")));
@@ -263,8 +234,7 @@ TEST(PlistValueTest, CopiedArraysAndDictionariesAreIndependent)
     // The mutable accessors turn another type into an empty container.
     PlistValue text("x");
     text.mutableArray().push_back(PlistValue(1));
-    EXPECT_TRUE(text.isArray());
-    EXPECT_EQ(text.array().size(), 1u);
+    EXPECT_EQ(text, PlistValue(PlistArray{PlistValue(1)}));
     PlistValue none;
     none.mutableDict().insert(QStringLiteral("a"), PlistValue(1));
     EXPECT_TRUE(none.isDictionary());
@@ -272,43 +242,27 @@ TEST(PlistValueTest, CopiedArraysAndDictionariesAreIndependent)
 
 TEST(PlistDictTest, KeepsInsertionOrderAndReplacingKeepsThePlace)
 {
-    PlistDict dict;
-    dict.insert(QStringLiteral("zeta"), PlistValue("v-zeta"));
-    dict.insert(QStringLiteral("alpha"), PlistValue("old"));
-    dict.insert(QStringLiteral("mid"), PlistValue("v-mid"));
+    PlistDict dict{{QStringLiteral("zeta"), PlistValue("v-zeta")},
+                   {QStringLiteral("alpha"), PlistValue("old")},
+                   {QString(), PlistValue("v-")}};
     dict.insert(QStringLiteral("alpha"), PlistValue("v-alpha"));
-    expectDict(dict, {QStringLiteral("zeta"), QStringLiteral("alpha"), QStringLiteral("mid")});
-
+    expectDict(dict, {QStringLiteral("zeta"), QStringLiteral("alpha"), QString()});
     EXPECT_TRUE(dict.remove(QStringLiteral("zeta")));
     EXPECT_FALSE(dict.remove(QStringLiteral("zeta")));
     dict.insert(QStringLiteral("zeta"), PlistValue("v-zeta"));
-    expectDict(dict, {QStringLiteral("alpha"), QStringLiteral("mid"), QStringLiteral("zeta")});
-
+    expectDict(dict, {QStringLiteral("alpha"), QString(), QStringLiteral("zeta")});
     EXPECT_FALSE(dict.value(QStringLiteral("missing")).isValid());
-    EXPECT_EQ(dict.find(QStringLiteral("missing")), nullptr);
     EXPECT_FALSE(dict.contains(QStringLiteral("ALPHA"))) << "keys are case-sensitive";
 
+    // In an initializer list the last duplicate wins, in the first one's place.
+    const PlistDict listed{{QStringLiteral("b"), PlistValue(1)},
+                           {QStringLiteral("a"), PlistValue(2)},
+                           {QStringLiteral("b"), PlistValue(3)}};
+    EXPECT_EQ(listed.keys(), (QStringList{QStringLiteral("b"), QStringLiteral("a")}));
+    EXPECT_EQ(listed.value(QStringLiteral("b")).integerValue(), 3);
     dict.clear();
     EXPECT_TRUE(dict.isEmpty());
     EXPECT_FALSE(dict.contains(QStringLiteral("alpha")));
-}
-
-TEST(PlistDictTest, InitializerListKeepsOrderAndLastDuplicateWins)
-{
-    const PlistDict dict{{QStringLiteral("b"), PlistValue(1)},
-                         {QStringLiteral("a"), PlistValue(2)},
-                         {QStringLiteral("b"), PlistValue(3)}};
-    EXPECT_EQ(dict.keys(), (QStringList{QStringLiteral("b"), QStringLiteral("a")}));
-    EXPECT_EQ(dict.value(QStringLiteral("b")).integerValue(), 3);
-}
-
-TEST(PlistDictTest, EmptyAndUnusualKeys)
-{
-    PlistDict dict;
-    dict.insert(QString(), PlistValue("v-"));
-    dict.insert(QString::fromUtf8("\xf0\x9f\x98\x80 key"),
-                PlistValue(QString::fromUtf8("v-\xf0\x9f\x98\x80 key")));
-    expectDict(dict, {QString(), QString::fromUtf8("\xf0\x9f\x98\x80 key")});
 }
 
 // Large dictionaries use a hash index: every operation must give the same answers past
@@ -378,41 +332,27 @@ TEST(PlistDictTest, CopiesAndMovesOfLargeDictionariesKeepWorking)
     expectDict(original, order);
     EXPECT_TRUE(copy.contains(QStringLiteral("extra")));
     EXPECT_FALSE(copy.contains(QStringLiteral("key0")));
-    EXPECT_EQ(copy.value(QStringLiteral("key99")).string(), QStringLiteral("v-key99"));
 
-    PlistDict assigned;
-    assigned.insert(QStringLiteral("gone"), PlistValue(1));
+    PlistDict assigned = dictWithKeys({QStringLiteral("gone")});
     assigned = copy;
     EXPECT_FALSE(assigned.contains(QStringLiteral("gone")));
-    EXPECT_TRUE(assigned.contains(QStringLiteral("extra")));
-    EXPECT_EQ(assigned.keys(), copy.keys());
-
     PlistDict moved = std::move(assigned);
     EXPECT_EQ(moved.keys(), copy.keys());
     EXPECT_EQ(moved.value(QStringLiteral("key42")).string(), QStringLiteral("v-key42"));
-    moved.insert(QStringLiteral("after-move"), PlistValue(1));
-    EXPECT_TRUE(moved.contains(QStringLiteral("after-move")));
 
     // Assigning a small dictionary over a large one drops the old index.
-    PlistDict small = dictWithKeys({QStringLiteral("a")});
-    moved = small;
+    moved = dictWithKeys({QStringLiteral("a")});
     EXPECT_FALSE(moved.contains(QStringLiteral("key42")));
     expectDict(moved, {QStringLiteral("a")});
-    moved = dictWithKeys(order);
-    expectDict(moved, order);
-}
 
-TEST(PlistDictTest, EqualityIgnoresOrder)
-{
-    const QStringList order = numberedKeys(50);
+    // Equality ignores the order, not the values or keys.
     QStringList reversed = order;
     std::reverse(reversed.begin(), reversed.end());
-    EXPECT_EQ(dictWithKeys(order), dictWithKeys(reversed));
+    EXPECT_EQ(original, dictWithKeys(reversed));
     PlistDict other = dictWithKeys(order);
     other.insert(QStringLiteral("key7"), PlistValue("different"));
-    EXPECT_NE(dictWithKeys(order), other);
-    other = dictWithKeys(order);
+    EXPECT_NE(original, other);
     other.remove(QStringLiteral("key7"));
     other.insert(QStringLiteral("key7x"), PlistValue("v-key7"));
-    EXPECT_NE(dictWithKeys(order), other);
+    EXPECT_NE(original, other);
 }

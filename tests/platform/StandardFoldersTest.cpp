@@ -32,47 +32,28 @@ protected:
 
 } // namespace
 
-TEST_F(StandardFoldersTest, UserDomain)
+// Each folder in the user's home, under the local root and in the system domain (which
+// has only the library); the local domain has no documents and no desktop.
+TEST_F(StandardFoldersTest, EveryFolderOfEachDomain)
 {
-    EXPECT_EQ(paths(SF::ApplicationDirectory, SF::UserDomain),
-              QStringList{home() + "/Applications"});
-    EXPECT_EQ(paths(SF::AdminApplicationDirectory, SF::UserDomain),
-              QStringList{home() + "/Applications/Utilities"});
-    EXPECT_EQ(paths(SF::LibraryDirectory, SF::UserDomain), QStringList{home() + "/Library"});
-    EXPECT_EQ(paths(SF::DocumentationDirectory, SF::UserDomain),
-              QStringList{home() + "/Library/Documentation"});
-    EXPECT_EQ(paths(SF::DocumentDirectory, SF::UserDomain), QStringList{home() + "/Documents"});
-    EXPECT_EQ(paths(SF::DesktopDirectory, SF::UserDomain), QStringList{home() + "/Desktop"});
-    EXPECT_EQ(paths(SF::CachesDirectory, SF::UserDomain), QStringList{home() + "/Library/Caches"});
-    EXPECT_EQ(paths(SF::ApplicationSupportDirectory, SF::UserDomain),
-              QStringList{home() + "/Library/Application Support"});
-}
-
-TEST_F(StandardFoldersTest, LocalDomain)
-{
-    EXPECT_EQ(paths(SF::ApplicationDirectory, SF::LocalDomain),
-              QStringList{root() + "/Applications"});
-    EXPECT_EQ(paths(SF::AdminApplicationDirectory, SF::LocalDomain),
-              QStringList{root() + "/Applications/Utilities"});
-    EXPECT_EQ(paths(SF::LibraryDirectory, SF::LocalDomain), QStringList{root() + "/Library"});
-    EXPECT_EQ(paths(SF::DocumentationDirectory, SF::LocalDomain),
-              QStringList{root() + "/Library/Documentation"});
-    EXPECT_EQ(paths(SF::DocumentDirectory, SF::LocalDomain), QStringList{});
-    EXPECT_EQ(paths(SF::DesktopDirectory, SF::LocalDomain), QStringList{});
-    EXPECT_EQ(paths(SF::CachesDirectory, SF::LocalDomain), QStringList{root() + "/Library/Caches"});
-    EXPECT_EQ(paths(SF::ApplicationSupportDirectory, SF::LocalDomain),
-              QStringList{root() + "/Library/Application Support"});
-}
-
-TEST_F(StandardFoldersTest, SystemDomainHasOnlyTheLibrary)
-{
-    EXPECT_EQ(paths(SF::LibraryDirectory, SF::SystemDomain),
-              QStringList{root() + "/System/Library"});
-    for (const int directory :
-         {SF::ApplicationDirectory, SF::AdminApplicationDirectory, SF::DocumentationDirectory,
-          SF::DocumentDirectory, SF::DesktopDirectory, SF::CachesDirectory,
-          SF::ApplicationSupportDirectory}) {
-        EXPECT_EQ(paths(directory, SF::SystemDomain), QStringList{}) << directory;
+    const std::tuple<int, const char *, bool> folders[] = {
+        {SF::ApplicationDirectory, "/Applications", true},
+        {SF::AdminApplicationDirectory, "/Applications/Utilities", true},
+        {SF::LibraryDirectory, "/Library", true},
+        {SF::DocumentationDirectory, "/Library/Documentation", true},
+        {SF::DocumentDirectory, "/Documents", false},
+        {SF::DesktopDirectory, "/Desktop", false},
+        {SF::CachesDirectory, "/Library/Caches", true},
+        {SF::ApplicationSupportDirectory, "/Library/Application Support", true},
+    };
+    for (const auto &[directory, folder, local] : folders) {
+        EXPECT_EQ(paths(directory, SF::UserDomain), QStringList{home() + QLatin1String(folder)});
+        EXPECT_EQ(paths(directory, SF::LocalDomain),
+                  local ? QStringList{root() + QLatin1String(folder)} : QStringList{});
+        EXPECT_EQ(paths(directory, SF::SystemDomain), directory == SF::LibraryDirectory
+                                                          ? QStringList{root() + "/System/Library"}
+                                                          : QStringList{})
+            << directory;
     }
 }
 

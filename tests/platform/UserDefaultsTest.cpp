@@ -103,55 +103,42 @@ TEST_F(UserDefaultsTest, MissingOrBrokenFilesAreEmpty)
 
 TEST_F(UserDefaultsTest, TypedGetters)
 {
-    writeDict(userFile(), {
-                              {QStringLiteral("one"), PlistValue(1)},
-                              {QStringLiteral("two"), PlistValue(2)},
-                              {QStringLiteral("zero"), PlistValue(0)},
-                              {QStringLiteral("real"), PlistValue(3.75)},
-                              {QStringLiteral("zeroReal"), PlistValue(0.0)},
-                              {QStringLiteral("true"), PlistValue(true)},
-                              {QStringLiteral("false"), PlistValue(false)},
-                              {QStringLiteral("YES"), PlistValue("YES")},
-                              {QStringLiteral("no"), PlistValue("no")},
-                              {QStringLiteral("text"), PlistValue(" 42abc")},
-                              {QStringLiteral("word"), PlistValue("abc")},
-                              {QStringLiteral("list"), PlistValue(PlistArray{PlistValue(1)})},
-                              {QStringLiteral("dict"),
-                               PlistValue(PlistDict{{QStringLiteral("a"), PlistValue(1)}})},
-                          });
+    struct Case
+    {
+        const char *key;
+        PlistValue value;
+        bool boolean;
+        qint64 integer;
+        std::optional<QString> string;
+    };
+    const Case cases[] = {
+        {"two", PlistValue(2), true, 2, QStringLiteral("2")},
+        {"zero", PlistValue(0), false, 0, QStringLiteral("0")},
+        {"real", PlistValue(3.75), true, 3, QStringLiteral("3.75")},
+        {"zeroReal", PlistValue(0.0), false, 0, QStringLiteral("0")},
+        {"true", PlistValue(true), true, 1, QStringLiteral("1")},
+        {"false", PlistValue(false), false, 0, QStringLiteral("0")},
+        {"YES", PlistValue("YES"), true, 0, QStringLiteral("YES")},
+        {"no", PlistValue("no"), false, 0, QStringLiteral("no")},
+        {"text", PlistValue(" 42abc"), true, 42, QStringLiteral(" 42abc")},
+        {"list", PlistValue(PlistArray{PlistValue(1)}), false, 0, std::nullopt},
+        {"dict", PlistValue(PlistDict{{QStringLiteral("a"), PlistValue(1)}}), false, 0,
+         std::nullopt},
+        {"missing", PlistValue(), false, 0, std::nullopt},
+    };
+    PlistDict content;
+    for (const Case &c : cases) {
+        if (c.value.isValid()) {
+            content.insert(QLatin1String(c.key), c.value);
+        }
+    }
+    writeDict(userFile(), content);
     UserDefaults d(userFile(), machineFile());
-
-    EXPECT_TRUE(d.boolForKey(QStringLiteral("one")));
-    EXPECT_TRUE(d.boolForKey(QStringLiteral("two")));
-    EXPECT_FALSE(d.boolForKey(QStringLiteral("zero")));
-    EXPECT_TRUE(d.boolForKey(QStringLiteral("real")));
-    EXPECT_FALSE(d.boolForKey(QStringLiteral("zeroReal")));
-    EXPECT_TRUE(d.boolForKey(QStringLiteral("true")));
-    EXPECT_FALSE(d.boolForKey(QStringLiteral("false")));
-    EXPECT_TRUE(d.boolForKey(QStringLiteral("YES")));
-    EXPECT_FALSE(d.boolForKey(QStringLiteral("no")));
-    EXPECT_TRUE(d.boolForKey(QStringLiteral("text")));
-    EXPECT_FALSE(d.boolForKey(QStringLiteral("word")));
-    EXPECT_FALSE(d.boolForKey(QStringLiteral("missing")));
-    EXPECT_FALSE(d.boolForKey(QStringLiteral("list")));
-
-    EXPECT_EQ(d.integerForKey(QStringLiteral("two")), 2);
-    EXPECT_EQ(d.integerForKey(QStringLiteral("real")), 3);
-    EXPECT_EQ(d.integerForKey(QStringLiteral("true")), 1);
-    EXPECT_EQ(d.integerForKey(QStringLiteral("text")), 42);
-    EXPECT_EQ(d.integerForKey(QStringLiteral("word")), 0);
-    EXPECT_EQ(d.integerForKey(QStringLiteral("missing")), 0);
-    EXPECT_EQ(d.integerForKey(QStringLiteral("dict")), 0);
-
-    EXPECT_EQ(d.stringForKey(QStringLiteral("text")),
-              std::optional<QString>(QStringLiteral(" 42abc")));
-    EXPECT_EQ(d.stringForKey(QStringLiteral("two")), std::optional<QString>(QStringLiteral("2")));
-    EXPECT_EQ(d.stringForKey(QStringLiteral("real")),
-              std::optional<QString>(QStringLiteral("3.75")));
-    EXPECT_EQ(d.stringForKey(QStringLiteral("true")), std::optional<QString>(QStringLiteral("1")));
-    EXPECT_EQ(d.stringForKey(QStringLiteral("missing")), std::nullopt);
-    EXPECT_EQ(d.stringForKey(QStringLiteral("list")), std::nullopt);
-    EXPECT_EQ(d.stringForKey(QStringLiteral("dict")), std::nullopt);
+    for (const Case &c : cases) {
+        EXPECT_EQ(d.boolForKey(QLatin1String(c.key)), c.boolean) << c.key;
+        EXPECT_EQ(d.integerForKey(QLatin1String(c.key)), c.integer) << c.key;
+        EXPECT_EQ(d.stringForKey(QLatin1String(c.key)), c.string) << c.key;
+    }
 }
 
 TEST_F(UserDefaultsTest, SetObjectWritesTheUserFileAtomically)
@@ -226,6 +213,12 @@ TEST_F(UserDefaultsTest, SeesAnotherWriterEvenWithTheSameSizeAndTime)
     ASSERT_EQ(::stat(QFile::encodeName(userFile()).constData(), &after), 0);
     ASSERT_EQ(after.st_size, before.st_size);
     EXPECT_EQ(d.objectForKey(QStringLiteral("k")).string(), QStringLiteral("BBBB"));
+
+    writeDict(userFile(), {{QStringLiteral("k"), PlistValue(2)}});
+    d.synchronize();
+    EXPECT_EQ(d.integerForKey(QStringLiteral("k")), 2);
+    QFile::remove(userFile());
+    EXPECT_EQ(d.integerForKey(QStringLiteral("k")), 0);
 }
 
 TEST_F(UserDefaultsTest, SetObjectForAnyUserWritesTheMachineFile)
@@ -247,18 +240,6 @@ TEST_F(UserDefaultsTest, SetObjectForAnyUserWritesTheMachineFile)
     ASSERT_TRUE(d.setObjectForAnyUser(PlistValue(5), QStringLiteral("n")));
     EXPECT_EQ(fileContent(machineFile()).keys(),
               (QStringList{QStringLiteral("k"), QStringLiteral("n")}));
-}
-
-TEST_F(UserDefaultsTest, SynchronizeRereads)
-{
-    UserDefaults d(userFile(), machineFile());
-    writeDict(userFile(), {{QStringLiteral("k"), PlistValue(1)}});
-    EXPECT_EQ(d.integerForKey(QStringLiteral("k")), 1);
-    writeDict(userFile(), {{QStringLiteral("k"), PlistValue(2)}});
-    d.synchronize();
-    EXPECT_EQ(d.integerForKey(QStringLiteral("k")), 2);
-    QFile::remove(userFile());
-    EXPECT_EQ(d.integerForKey(QStringLiteral("k")), 0);
 }
 
 TEST_F(UserDefaultsTest, StandardDefaultsFollowHomeAndLocalRoot)
@@ -292,17 +273,14 @@ TEST_F(UserDefaultsTest, StandardDefaultsFollowHomeAndLocalRoot)
               QDir::cleanPath(otherRoot) +
                   QStringLiteral("/Library/Preferences/com.vantreel.KairoPlanner.plist"));
     EXPECT_FALSE(moved.objectForKey(QStringLiteral("SUCheckAtStartup")).isValid());
-}
 
-TEST_F(UserDefaultsTest, StandardDefaultsUseTheMainBundleIdentifier)
-{
-    const QString bundle = TestFiles::makeBundle(
+    // The file is named after the main bundle's identifier.
+    Bundle::setMainBundlePath(TestFiles::makeBundle(
         m_sandbox.mkdir(QStringLiteral("apps")), QStringLiteral("Other"),
-        PlistDict{{QStringLiteral("CFBundleIdentifier"), PlistValue("com.example.Other")}});
-    Bundle::setMainBundlePath(bundle);
+        PlistDict{{QStringLiteral("CFBundleIdentifier"), PlistValue("com.example.Other")}}));
     UserDefaults::resetStandardUserDefaults();
     EXPECT_EQ(UserDefaults::standardUserDefaults().userFile(),
-              m_sandbox.home() + QStringLiteral("/Library/Preferences/com.example.Other.plist"));
+              otherHome + QStringLiteral("/Library/Preferences/com.example.Other.plist"));
     Bundle::setMainBundlePath(std::nullopt);
     UserDefaults::resetStandardUserDefaults();
 }

@@ -5,6 +5,7 @@
 #include "platform/PropertyList.h"
 
 #include "PrintQt.h"
+#include "testsupport/Poll.h"
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
 
@@ -40,18 +41,9 @@ protected:
     Sandbox m_sandbox;
 };
 
-// Waits up to ten seconds for a file to appear.
 bool waitForFile(const QString &path)
 {
-    QElapsedTimer timer;
-    timer.start();
-    while (!QFileInfo::exists(path)) {
-        if (timer.elapsed() > 10000) {
-            return false;
-        }
-        QThread::msleep(20);
-    }
-    return true;
+    return Poll::until([&] { return QFileInfo::exists(path); }, std::chrono::seconds(10));
 }
 
 QStringList nulSeparated(const QByteArray &bytes)
@@ -81,8 +73,8 @@ QString recordingScript(const QString &release, const QString &output)
 
 TEST_F(WorkspaceTest, UserApplicationsComeBeforeLocalOnes)
 {
-    const QString local = TestFiles::makeBundle(localApps(), QStringLiteral("Quill"),
-                                                info(QStringLiteral("com.vantreel.Quill")));
+    TestFiles::makeBundle(localApps(), QStringLiteral("Quill"),
+                          info(QStringLiteral("com.vantreel.Quill")));
     const QString onlyLocal = TestFiles::makeBundle(localApps(), QStringLiteral("Tessel"),
                                                     info(QStringLiteral("com.vantreel.Tessel")));
     const QString user = TestFiles::makeBundle(userApps(), QStringLiteral("Quill"),
@@ -92,7 +84,6 @@ TEST_F(WorkspaceTest, UserApplicationsComeBeforeLocalOnes)
     EXPECT_FALSE(lookup("com.vantreel.Missing"));
     EXPECT_FALSE(lookup(""));
     EXPECT_FALSE(lookup("com.vantreel.quill")) << "identifiers are compared exactly";
-    Q_UNUSED(local);
 }
 
 TEST_F(WorkspaceTest, SearchPathVariableReplacesTheApplicationsFolders)
@@ -299,50 +290,40 @@ TEST_F(WorkspaceTest, LoopingSymbolicLinksTerminate)
     ASSERT_TRUE(QFile::link(apps + QStringLiteral("/a"), sub + QStringLiteral("/up")));
     ASSERT_TRUE(QFile::link(QStringLiteral("self"), apps + QStringLiteral("/self")));
     const QString elsewhere = m_sandbox.mkdir(QStringLiteral("elsewhere"));
-    const QString linked = TestFiles::makeBundle(elsewhere, QStringLiteral("Linked"),
-                                                 info(QStringLiteral("com.example.Linked")));
+    TestFiles::makeBundle(elsewhere, QStringLiteral("Linked"),
+                          info(QStringLiteral("com.example.Linked")));
     ASSERT_TRUE(QFile::link(elsewhere, sub + QStringLiteral("/elsewhere")));
-    const QString bundle = TestFiles::makeBundle(sub, QStringLiteral("Found"),
-                                                 info(QStringLiteral("com.example.Found")));
+    TestFiles::makeBundle(sub, QStringLiteral("Found"), info(QStringLiteral("com.example.Found")));
 
     EXPECT_FALSE(lookup("com.example.Missing"));
     EXPECT_TRUE(lookup("com.example.Found"));
     EXPECT_TRUE(lookup("com.example.Linked"));
-    Q_UNUSED(bundle);
-    Q_UNUSED(linked);
 }
 
-TEST_F(WorkspaceTest, IconOfABundleWithAPngIcon)
+// A bundle's PNG icon (named with or without the extension, square or not) is scaled to
+// the size asked for; anything else gets the generic icon.
+TEST_F(WorkspaceTest, IconsOfBundlesAndTheGenericIcon)
 {
-    const QString path = TestFiles::makeBundle(
-        userApps(), QStringLiteral("Red"),
-        PlistDict{{QStringLiteral("CFBundleIdentifier"), PlistValue("com.example.Red")},
-                  {QStringLiteral("CFBundleIconFile"), PlistValue("AppIcon")}});
-    QImage red(64, 64, QImage::Format_ARGB32);
-    red.fill(QColor(255, 0, 0));
-    ASSERT_TRUE(red.save(path + QStringLiteral("/Contents/Resources/AppIcon.png")));
-
-    for (const int side : {16, 48, 128}) {
-        const QImage icon = Workspace::iconForFile(path, QSize(side, side));
-        ASSERT_FALSE(icon.isNull());
-        EXPECT_EQ(icon.size(), QSize(side, side));
-        EXPECT_EQ(QColor(icon.pixel(side / 2, side / 2)), QColor(255, 0, 0)) << side;
+    const std::tuple<const char *, const char *, QSize, QColor> icons[] = {
+        {"Red", "AppIcon", QSize(64, 64), QColor(255, 0, 0)},
+        {"Wide", "wide.png", QSize(64, 32), QColor(0, 0, 255)},
+    };
+    for (const auto &[name, file, size, color] : icons) {
+        const QString path = TestFiles::makeBundle(
+            userApps(), QLatin1String(name),
+            PlistDict{{QStringLiteral("CFBundleIconFile"), PlistValue(QLatin1String(file))}});
+        QImage image(size, QImage::Format_ARGB32);
+        image.fill(color);
+        ASSERT_TRUE(image.save(path + QStringLiteral("/Contents/Resources/") +
+                               QString::fromLatin1(file).section(QLatin1Char('.'), 0, 0) +
+                               QStringLiteral(".png")));
+        for (const int side : {16, 48, 128}) {
+            const QImage icon = Workspace::iconForFile(path, QSize(side, side));
+            EXPECT_EQ(icon.size(), QSize(side, side));
+            EXPECT_EQ(QColor(icon.pixel(side / 2, side / 2)), color) << name << side;
+        }
     }
 
-    // With the extension in CFBundleIconFile, and an icon that is not square.
-    const QString wide = TestFiles::makeBundle(
-        userApps(), QStringLiteral("Wide"),
-        PlistDict{{QStringLiteral("CFBundleIconFile"), PlistValue("wide.png")}});
-    QImage blue(64, 32, QImage::Format_ARGB32);
-    blue.fill(QColor(0, 0, 255));
-    ASSERT_TRUE(blue.save(wide + QStringLiteral("/Contents/Resources/wide.png")));
-    const QImage icon = Workspace::iconForFile(wide, QSize(48, 48));
-    EXPECT_EQ(icon.size(), QSize(48, 48));
-    EXPECT_EQ(QColor(icon.pixel(24, 24)), QColor(0, 0, 255));
-}
-
-TEST_F(WorkspaceTest, GenericIconOtherwise)
-{
     const QString plainBundle = TestFiles::makeBundle(userApps(), QStringLiteral("Plain"),
                                                       info(QStringLiteral("com.example.Plain")));
     const QString missingIcon = TestFiles::makeBundle(
@@ -354,16 +335,13 @@ TEST_F(WorkspaceTest, GenericIconOtherwise)
     TestFiles::write(brokenIcon + QStringLiteral("/Contents/Resources/broken.png"), "not an image");
     const QString file = m_sandbox.file(QStringLiteral("document.txt"));
     TestFiles::write(file, "text");
-
     const QImage generic = Workspace::iconForFile(plainBundle, QSize(48, 48));
-    ASSERT_FALSE(generic.isNull());
-    EXPECT_EQ(generic.size(), QSize(48, 48));
+    ASSERT_EQ(generic.size(), QSize(48, 48));
     for (const QString &path :
          {missingIcon, brokenIcon, file, m_sandbox.path() + QStringLiteral("/missing")}) {
-        const QImage icon = Workspace::iconForFile(path, QSize(48, 48));
-        EXPECT_EQ(icon.size(), QSize(48, 48)) << path.toStdString();
-        EXPECT_EQ(icon.convertToFormat(QImage::Format_ARGB32),
-                  generic.convertToFormat(QImage::Format_ARGB32))
+        EXPECT_EQ(
+            Workspace::iconForFile(path, QSize(48, 48)).convertToFormat(QImage::Format_ARGB32),
+            generic.convertToFormat(QImage::Format_ARGB32))
             << path.toStdString();
     }
     EXPECT_EQ(Workspace::iconForFile(file, QSize(32, 32)).size(), QSize(32, 32));
@@ -413,20 +391,18 @@ TEST_F(WorkspaceTest, OpenFileAndLaunchByIdentifier)
     EXPECT_EQ(nulSeparated(TestFiles::read(output)), QStringList{});
 
     EXPECT_FALSE(Workspace::launchAppWithBundleIdentifier(QStringLiteral("com.example.Nobody")));
-}
 
-TEST_F(WorkspaceTest, LaunchFailsWithoutAnExecutable)
-{
-    const QString path = TestFiles::makeBundle(
+    // Without an executable nothing starts.
+    const QString broken = TestFiles::makeBundle(
         userApps(), QStringLiteral("Broken"),
         PlistDict{{QStringLiteral("CFBundleExecutable"), PlistValue("Missing")}});
-    EXPECT_FALSE(Workspace::launchApplication(path));
     const QString notExecutable =
         TestFiles::makeBundle(userApps(), QStringLiteral("NotExec"), PlistDict{});
     QFile::setPermissions(notExecutable + QStringLiteral("/Contents/MacOS/NotExec"),
                           QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    EXPECT_FALSE(Workspace::launchApplication(notExecutable));
-    EXPECT_FALSE(Workspace::launchApplication(m_sandbox.path() + QStringLiteral("/missing.app")));
-    EXPECT_FALSE(Workspace::openFile(QStringLiteral("/etc/hostname"),
-                                     m_sandbox.path() + QStringLiteral("/missing.app")));
+    for (const QString &bundle :
+         {broken, notExecutable, m_sandbox.path() + QStringLiteral("/missing.app")}) {
+        EXPECT_FALSE(Workspace::launchApplication(bundle)) << bundle.toStdString();
+        EXPECT_FALSE(Workspace::openFile(document, bundle)) << bundle.toStdString();
+    }
 }

@@ -96,10 +96,7 @@ TEST_F(VTLocalPathsTest, RootIsRedirectedIntoTheConsoleUsersHome)
     becomeRoot(sandbox.path() + "/roothome");
     EXPECT_EQ(VTLocalPaths::appSupportDirectory(true),
               some(annaHome + "/Library/Application Support"));
-}
 
-TEST_F(VTLocalPathsTest, PrivateVarRootKeepsItsLastLetter)
-{
     // Sixteen characters go, one short of the prefix, so the "t" stays.
     becomeRoot(QStringLiteral("/private/var/root"));
     EXPECT_EQ(VTLocalPaths::libraryDirectory(true), some(annaHome + "/t/Library"));
@@ -171,23 +168,24 @@ TEST_F(VTLocalPathsTest, SystemDirectoryGuard)
     }
 }
 
-TEST_F(VTLocalPathsTest, TimeMachineVolumes)
+TEST_F(VTLocalPathsTest, TimeMachineVolumesTemporaryFilesAndJoinedPaths)
 {
     EXPECT_TRUE(VTLocalPaths::isPathOnTimeMachineVolume(
         QStringLiteral("/Volumes/Backup/Backups.backupdb/mac/Latest")));
     EXPECT_FALSE(VTLocalPaths::isPathOnTimeMachineVolume(QStringLiteral("/Backups.backupdb")));
     EXPECT_FALSE(VTLocalPaths::isPathOnTimeMachineVolume(
         QStringLiteral("/Volumes/Backup/Backups.backupdb2/x")));
-}
 
-TEST_F(VTLocalPathsTest, TemporaryFilesAreUniqueAndNotCreated)
-{
+    // Temporary files are unique and not created.
     const QString a = VTLocalPaths::tempFile();
-    const QString b = VTLocalPaths::tempFile();
-    EXPECT_NE(a, b);
+    EXPECT_NE(a, VTLocalPaths::tempFile());
     EXPECT_TRUE(a.startsWith(VTLocalPaths::tempDirectory() + "/"));
     EXPECT_FALSE(QFileInfo::exists(a));
     EXPECT_EQ(VTLocalPaths::uuid().size(), 36);
+
+    EXPECT_EQ(VTLocalPaths::appendPathComponent("/home/anna", "/Library"), "/home/anna/Library");
+    EXPECT_EQ(VTLocalPaths::appendPathComponent("/home/anna/", "Library/"), "/home/anna/Library");
+    EXPECT_EQ(VTLocalPaths::appendPathComponent("/home/anna", ""), "/home/anna");
 }
 
 TEST_F(VTLocalPathsTest, StagingHappensInAFolderOfTheUsersAlone)
@@ -219,11 +217,4 @@ TEST_F(VTLocalPathsTest, StagingHappensInAFolderOfTheUsersAlone)
     EXPECT_EQ(info.st_uid, ::geteuid());
     EXPECT_EQ(info.st_mode & 077, 0u);
     EXPECT_EQ(VTLocalPaths::tempDirectory(), chosen);
-}
-
-TEST_F(VTLocalPathsTest, PathJoiningCollapsesDoubledSlashes)
-{
-    EXPECT_EQ(VTLocalPaths::appendPathComponent("/home/anna", "/Library"), "/home/anna/Library");
-    EXPECT_EQ(VTLocalPaths::appendPathComponent("/home/anna/", "Library/"), "/home/anna/Library");
-    EXPECT_EQ(VTLocalPaths::appendPathComponent("/home/anna", ""), "/home/anna");
 }

@@ -72,24 +72,14 @@ TEST_F(VTLogTest, NewLogStartsWithTheMachineHeader)
             .match(lines[5])
             .hasMatch())
         << lines[5].toStdString();
-}
 
-TEST_F(VTLogTest, WithoutABundleTheVersionAndPathLinesAreLeftOut)
-{
+    // Without a bundle the version and path lines are left out.
+    VTLog::resetForTesting();
     Bundle::setMainBundlePath(sandbox.path() + "/no-such.app");
     VTLog::createNewLog(QStringLiteral("Test"));
-    const QStringList lines = current();
-    ASSERT_EQ(lines.size(), 3);
-    EXPECT_TRUE(lines[1].startsWith(QStringLiteral("System: Linux ")));
-}
-
-TEST_F(VTLogTest, TheFirstNameGivenSticks)
-{
-    VTLog::createNewLog(QStringLiteral("Test"));
-    VTLog::createNewLog(QStringLiteral("Other"));
-    VTLog::appendLog(QStringLiteral("after"));
-    EXPECT_TRUE(current().last().endsWith(QStringLiteral(" - after")));
-    EXPECT_FALSE(QFileInfo::exists(folder + "/Other.1.log"));
+    const QStringList bare = current();
+    ASSERT_EQ(bare.size(), 3);
+    EXPECT_TRUE(bare[1].startsWith(QStringLiteral("System: Linux ")));
 }
 
 TEST_F(VTLogTest, StartingALogShiftsTheFiveGenerations)
@@ -99,13 +89,17 @@ TEST_F(VTLogTest, StartingALogShiftsTheFiveGenerations)
         TestFiles::write(generation(i), QByteArray("old ") + QByteArray::number(i));
     }
     VTLog::createNewLog(QStringLiteral("Test"));
-
-    EXPECT_EQ(TestFiles::read(generation(5)), QByteArray("old 4"));
-    EXPECT_EQ(TestFiles::read(generation(4)), QByteArray("old 3"));
-    EXPECT_EQ(TestFiles::read(generation(3)), QByteArray("old 2"));
-    EXPECT_EQ(TestFiles::read(generation(2)), QByteArray("old 1"));
+    for (int i = 2; i <= 5; ++i) {
+        EXPECT_EQ(TestFiles::read(generation(i)), QByteArray("old ") + QByteArray::number(i - 1));
+    }
     EXPECT_TRUE(current().first().startsWith(QStringLiteral("Log started: ")));
     EXPECT_FALSE(QFileInfo::exists(folder + "/Test.6.log"));
+
+    // The first name given sticks.
+    VTLog::createNewLog(QStringLiteral("Other"));
+    VTLog::appendLog(QStringLiteral("after"));
+    EXPECT_TRUE(current().last().endsWith(QStringLiteral(" - after")));
+    EXPECT_FALSE(QFileInfo::exists(folder + "/Other.1.log"));
 }
 
 TEST_F(VTLogTest, GlobalSwitchTurnsLoggingOff)
@@ -132,24 +126,18 @@ TEST_F(VTLogTest, GlobalSwitchTurnsLoggingOff)
     }
 }
 
-TEST_F(VTLogTest, ShortMessagesOnAnIdleQueueAreWrittenBeforeTheCallReturns)
-{
-    VTLog::createNewLog(QStringLiteral("Test"));
-    const QString message(99, QLatin1Char('x'));
-    VTLog::appendLog(message);
-    // No finishWriting: the file already holds the line.
-    const QStringList lines = TestFiles::lines(generation(1));
-    EXPECT_TRUE(lines.last().endsWith(" - " + message));
-}
-
 TEST_F(VTLogTest, MessagesAreTrimmedAndAnEmptyOneStillMakesALine)
 {
     VTLog::createNewLog(QStringLiteral("Test"));
     VTLog::appendLog(QStringLiteral("  \n padded \t\n"));
     VTLog::appendLog(QStringLiteral(" \n "));
+    // A short message on an idle queue is written before the call returns.
+    VTLog::appendLog(QString(99, QLatin1Char('x')));
+    EXPECT_TRUE(
+        TestFiles::lines(generation(1)).last().endsWith(" - " + QString(99, QLatin1Char('x'))));
     const QStringList lines = current();
-    EXPECT_TRUE(lines[lines.size() - 2].endsWith(QStringLiteral(" - padded")));
-    EXPECT_TRUE(lines.last().endsWith(QStringLiteral(" - ")));
+    EXPECT_TRUE(lines[lines.size() - 3].endsWith(QStringLiteral(" - padded")));
+    EXPECT_TRUE(lines[lines.size() - 2].endsWith(QStringLiteral(" - ")));
     EXPECT_EQ(VTLog::sharedController().bytesInQueue(), 0u);
 }
 

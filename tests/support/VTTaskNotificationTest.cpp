@@ -148,121 +148,75 @@ protected:
     }
 };
 
-TEST_F(VTTaskNotificationTest, WithoutABusEveryCallReturnsSilently)
+TEST_F(VTTaskNotificationTest, WithoutABusOrListenerEveryCallReturnsSilently)
 {
     TestFiles::CaptureStderr console;
     postAll(); // the sandbox's address is "disabled:"
-
     sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", std::nullopt);
     sandbox.setEnv("XDG_RUNTIME_DIR", sandbox.mkdir(QStringLiteral("run")));
     postAll();
-
     sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + sandbox.path() + "/no-such-socket");
     postAll();
-
+    {
+        DBusDaemon bus;
+        ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
+        ASSERT_TRUE(SessionBus::current().connection());
+        postAll();
+    }
     EXPECT_EQ(console.finish(), QString());
     EXPECT_EQ(TestFiles::logMessages(), QStringList());
     EXPECT_EQ(pauses(), 0);
 }
 
-TEST_F(VTTaskNotificationTest, WithNobodyListeningEveryCallReturnsSilently)
+// A client gets the rich forms when it has them, else the plain ones, one way; methods of
+// another interface or signature do not count. Every call it could get pauses.
+TEST_F(VTTaskNotificationTest, AClientGetsTheFormsItHas)
 {
     DBusDaemon bus;
     ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
-    ASSERT_TRUE(SessionBus::current().connection());
-
-    TestFiles::CaptureStderr console;
-    postAll();
-    EXPECT_EQ(console.finish(), QString());
-    EXPECT_EQ(TestFiles::logMessages(), QStringList());
-    EXPECT_EQ(pauses(), 0);
-}
-
-TEST_F(VTTaskNotificationTest, AClientWithThePlainFormsGetsThemOneWay)
-{
-    DBusDaemon bus;
-    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
-    CallbackClient client(QStringLiteral("plain"), QStringLiteral("quill"), record("quill"));
-    ASSERT_TRUE(client.ready());
-
-    postAll();
-
-    // It has no incrementRemoteProgress, so that call sends nothing (but still pauses).
-    EXPECT_EQ(client.received(), QStringList({
-                                     "postErrorString|s|noreply|Kairo Planner: boom",
-                                     "postError|v|noreply|variant:QString:failure",
-                                     "postFinishedTask||noreply",
-                                     "postDisconnect||noreply",
-                                 }));
-    EXPECT_EQ(pauses(), 5);
-    EXPECT_EQ(TestFiles::logMessages(), QStringList());
-}
-
-TEST_F(VTTaskNotificationTest, AClientWithTheRichFormsGetsOnlyThose)
-{
-    DBusDaemon bus;
-    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
-    CallbackClient client(QStringLiteral("rich"), QStringLiteral("quill"), record("quill"));
-    ASSERT_TRUE(client.ready());
-
-    postAll();
-
-    EXPECT_EQ(
-        client.received(),
-        QStringList({
-            "postErrorStringUserInfo|sa{sv}|noreply|Kairo Planner: boom|{appName=" + kProcess + "}",
-            "postErrorForApp|vs|noreply|variant:QString:failure|" + kProcess,
-            "incrementRemoteProgress||noreply",
-            "postFinishedTask||noreply",
-            "postDisconnect||noreply",
-        }));
-    EXPECT_EQ(pauses(), 5);
-}
-
-TEST_F(VTTaskNotificationTest, MethodsOfAnotherInterfaceOrSignatureDoNotCount)
-{
-    DBusDaemon bus;
-    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
-    CallbackClient client(QStringLiteral("none"), QStringLiteral("quill"), record("quill"));
-    ASSERT_TRUE(client.ready());
-
-    TestFiles::CaptureStderr console;
-    postAll();
-
-    EXPECT_EQ(client.received(), QStringList());
-    EXPECT_EQ(pauses(), 5);
-    EXPECT_EQ(console.finish(), QString());
+    const std::pair<const char *, QStringList> cases[] = {
+        // Without incrementRemoteProgress that call sends nothing.
+        {"plain",
+         {"postErrorString|s|noreply|Kairo Planner: boom",
+          "postError|v|noreply|variant:QString:failure", "postFinishedTask||noreply",
+          "postDisconnect||noreply"}},
+        {"rich",
+         {"postErrorStringUserInfo|sa{sv}|noreply|Kairo Planner: boom|{appName=" + kProcess + "}",
+          "postErrorForApp|vs|noreply|variant:QString:failure|" + kProcess,
+          "incrementRemoteProgress||noreply", "postFinishedTask||noreply",
+          "postDisconnect||noreply"}},
+        {"none", {}},
+    };
+    int expectedPauses = 0;
+    for (const auto &[mode, expected] : cases) {
+        CallbackClient client(QLatin1String(mode), QStringLiteral("quill"), record(mode));
+        ASSERT_TRUE(client.ready());
+        TestFiles::CaptureStderr console;
+        postAll();
+        EXPECT_EQ(client.received(), expected) << mode;
+        EXPECT_EQ(pauses(), expectedPauses += 5) << mode;
+        EXPECT_EQ(console.finish(), QString());
+    }
     EXPECT_EQ(TestFiles::logMessages(), QStringList());
 }
 
-TEST_F(VTTaskNotificationTest, TheSecondNameIsFoundWhenOnlyItIsRegistered)
+TEST_F(VTTaskNotificationTest, TheFirstNameWinsAndTheSecondIsFound)
 {
     DBusDaemon bus;
     ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
     CallbackClient tessel(QStringLiteral("plain"), QStringLiteral("tessel"), record("tessel"));
     ASSERT_TRUE(tessel.ready());
-
     VTTaskNotification::postTaskErrorString(
         QStringLiteral("Kairo Planner: No tasks found in application"));
-
     EXPECT_EQ(
         tessel.received(),
         QStringList({"postErrorString|s|noreply|Kairo Planner: No tasks found in application"}));
-}
 
-TEST_F(VTTaskNotificationTest, TheFirstNameWinsWhenBothAreRegistered)
-{
-    DBusDaemon bus;
-    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
-    CallbackClient tessel(QStringLiteral("rich"), QStringLiteral("tessel"), record("tessel"));
     CallbackClient quill(QStringLiteral("plain"), QStringLiteral("quill"), record("quill"));
-    ASSERT_TRUE(tessel.ready());
     ASSERT_TRUE(quill.ready());
-
     VTTaskNotification::postTaskFinished();
-
     EXPECT_EQ(quill.received(), QStringList({"postFinishedTask||noreply"}));
-    EXPECT_EQ(tessel.received(), QStringList());
+    EXPECT_EQ(tessel.received().size(), 1);
 }
 
 TEST_F(VTTaskNotificationTest, AClientThatDoesNotAnswerIsLoggedNeverRaised)
