@@ -17,9 +17,7 @@
 #include "support/VTTask.h"
 #include "support/VTToolPaths.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
+#include <unistd.h>
 
 namespace {
 
@@ -177,7 +175,7 @@ bool JobFileWriter::writeWithAuthorization(const PlistDict &job, const QString &
     }
     VTAuthorization &auth = VTAuthorization::sharedController();
     // The waits give the privileged tool time to finish before the next step looks.
-    if (QFileInfo::exists(filename)) {
+    if (FileNames::exists(filename)) {
         if (!auth.authRemoveFile(filename)) {
             VTReport::report(QStringLiteral("Unable to authenticate"));
             return false;
@@ -189,9 +187,9 @@ bool JobFileWriter::writeWithAuthorization(const PlistDict &job, const QString &
         return false;
     }
     Clock::current().sleepFor(1s);
-    if (!QFileInfo::exists(filename)) {
+    if (!FileNames::exists(filename)) {
         VTReport::report(QStringLiteral("Unable to move file"));
-        QFile::remove(stage);
+        ::unlink(FileNames::encode(stage).constData());
         return false;
     }
     return true;
