@@ -620,3 +620,23 @@ TEST_F(CommandLineTest, ALoadTheToolRefusesReachesTheLog)
     EXPECT_TRUE(hasLine(r.err, message)) << r.err.toStdString();
     EXPECT_TRUE(logHas(logLines(), message));
 }
+
+// A damaged preferences file is kept aside and a new one written: the version is recorded
+// at once and not reported as unrecordable on every command.
+TEST_F(CommandLineTest, DamagedPreferencesAreKeptAsideAndWrittenAnew)
+{
+    const QString prefs = sandbox.home() + "/Library/Preferences/com.vantreel.KairoPlanner.plist";
+    TestFiles::write(prefs, "not a property list");
+    for (int i = 0; i < 2; ++i) {
+        const Result r = run({"-tasks"});
+        EXPECT_EQ(r.exitCode, 0);
+        EXPECT_FALSE(r.err.contains("Unable to record version")) << r.err.toStdString();
+        EXPECT_EQ(hasLine(r.err, "Damaged preferences file " + prefs + " was kept as " + prefs +
+                                     ".damaged; a new one is written"),
+                  i == 0)
+            << r.err.toStdString();
+    }
+    EXPECT_EQ(TestFiles::read(prefs + ".damaged"), "not a property list");
+    EXPECT_EQ(PropertyList::readDictionary(prefs).value_or(PlistDict()).value("lastRunVersion"),
+              PlistValue(QStringLiteral(KAIRO_VERSION)));
+}
