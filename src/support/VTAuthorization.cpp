@@ -292,6 +292,21 @@ int VTAuthorization::authExecTask(const QString &toolPath, const QStringList &pa
     });
 }
 
+int VTAuthorization::authRunTask(const QString &toolPath, const QStringList &parameters)
+{
+    return VTException::guard(VT_METHOD, -1, [&]() -> int {
+        if (isRoot() && existsAt(toolPath)) {
+            return static_cast<int>(VTTask::terminationCodeFromTask(toolPath, parameters));
+        }
+        const int call = authExecTask(toolPath, parameters, false);
+        if (call != 0 || !m_authRef) {
+            return call;
+        }
+        const PrivilegedHelperClient::Reply reply = m_authRef->lastReply();
+        return reply.kind == PrivilegedHelperClient::Reply::Kind::Status ? reply.status : 0;
+    });
+}
+
 int VTAuthorization::callHelper(const QString &toolPath, const QStringList &parameters, bool async)
 {
     const QByteArray tool = FileNames::encode(toolPath);

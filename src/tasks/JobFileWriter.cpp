@@ -204,19 +204,21 @@ void JobFileWriter::reload(const VTScheduledTask &task)
 
     VTTask::runTask(launchctl, {QStringLiteral("unload"), filename});
     VTTask::runTask(VTToolPaths::chmod(), {QStringLiteral("644"), filename});
+    // The save stands either way; a job the tool refuses (one systemd could not run) is at
+    // least told on the console and in the log.
+    const auto reportRefusal = [&filename](qint64 status) {
+        if (status != 0) {
+            const QString message =
+                VTFormat::string(QStringLiteral("launchctl refused to load %@ (status %lld)"),
+                                 filename, static_cast<long long>(status));
+            Console::log(message);
+            VTLog::appendLog(QStringLiteral("%@"), message);
+        }
+    };
     if (!task.root().value_or(false)) {
         if (load) {
-            // The save stands either way; a job the tool refuses (one systemd could not run)
-            // is at least told in the log.
-            const qint64 status =
-                VTTask::terminationCodeFromTask(launchctl, {QStringLiteral("load"), filename});
-            if (status != 0) {
-                const QString message =
-                    VTFormat::string(QStringLiteral("launchctl refused to load %@ (status %lld)"),
-                                     filename, static_cast<long long>(status));
-                Console::log(message);
-                VTLog::appendLog(QStringLiteral("%@"), message);
-            }
+            reportRefusal(
+                VTTask::terminationCodeFromTask(launchctl, {QStringLiteral("load"), filename}));
         }
         return;
     }
@@ -224,6 +226,6 @@ void JobFileWriter::reload(const VTScheduledTask &task)
     auth.authExecTask(VTToolPaths::chown(), {QStringLiteral("root:root"), filename});
     if (load) {
         Clock::current().sleepFor(1s);
-        auth.authExecTask(launchctl, {QStringLiteral("load"), filename});
+        reportRefusal(auth.authRunTask(launchctl, {QStringLiteral("load"), filename}));
     }
 }

@@ -610,15 +610,26 @@ TEST_F(CommandLineTest, NamesThatAreNotUtf8AreKeptAsBytes)
 }
 
 // A job the launchctl tool refuses (say, one systemd could not run) is still saved, as the
-// tool's outcome does not decide the save, and the refusal is in the log.
+// tool's outcome does not decide the save, and the refusal is on the console and in the
+// log, for a root job as for a user's.
 TEST_F(CommandLineTest, ALoadTheToolRefusesReachesTheLog)
 {
     TestFiles::writeScript(launchctl->path(), QStringLiteral("[ \"$1\" != load ] || exit 3"));
-    const Result r = run({"-add", "com.vantreel.Quill", "backup", "3"});
-    EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
-    const QString message = "launchctl refused to load " + job(1) + " (status 3)";
-    EXPECT_TRUE(hasLine(r.err, message)) << r.err.toStdString();
-    EXPECT_TRUE(logHas(logLines(), message));
+    sandbox.setEnv("VT_CONSOLE_USER", QStringLiteral("anna"));
+    sandbox.setEnv("VT_CONSOLE_HOME", sandbox.home());
+    // Root's log is the machine's.
+    const QString rootLog =
+        sandbox.mkdir("root/Library/Logs/Vantreel") + "/Kairo Planner.task.1.log";
+    for (const bool root : {false, true}) {
+        if (root && !runningAsRoot()) {
+            continue;
+        }
+        const Result r = run({"-add", "com.vantreel.Quill", root ? "repair" : "backup", "3"}, root);
+        EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
+        const QString message = "launchctl refused to load " + job(1, root) + " (status 3)";
+        EXPECT_TRUE(hasLine(r.err, message)) << r.err.toStdString();
+        EXPECT_TRUE(logHas(root ? TestFiles::lines(rootLog) : logLines(), message)) << root;
+    }
 }
 
 // A damaged preferences file is kept aside and a new one written: the version is recorded
