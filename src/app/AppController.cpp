@@ -24,7 +24,6 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QThread>
 
@@ -155,11 +154,11 @@ QString linkDestination(const QByteArray &link)
     if (length <= 0) {
         return QString();
     }
-    const QString target = QFile::decodeName(QByteArray(buffer, static_cast<int>(length)));
+    const QString target = FileNames::decode(QByteArray(buffer, static_cast<int>(length)));
     if (target.startsWith(QLatin1Char('/'))) {
         return QDir::cleanPath(target);
     }
-    return QDir::cleanPath(QFileInfo(QFile::decodeName(link)).absolutePath() + QLatin1Char('/') +
+    return QDir::cleanPath(QFileInfo(FileNames::decode(link)).absolutePath() + QLatin1Char('/') +
                            target);
 }
 
@@ -401,7 +400,7 @@ void AppController::deleteTask()
         }
         const VTScheduledTask::Ptr task = tasks[static_cast<size_t>(row)];
         const QString filename = task->filename().value_or(QString());
-        if (!QFileInfo::exists(filename)) {
+        if (!FileNames::exists(filename)) {
             return;
         }
         const QString launchctl = VTToolPaths::launchctl();
@@ -568,7 +567,7 @@ std::optional<AppController::ClientList> AppController::appsForFolder(const QStr
         VT_METHOD, std::optional<ClientList>(), [&]() -> std::optional<ClientList> {
             const QString applications =
                 VTLocalPaths::applicationDirectory(false).value_or(QString());
-            const QByteArray native = QFile::encodeName(folder);
+            const QByteArray native = FileNames::encode(folder);
             struct stat st
             {};
             const bool isLink = ::lstat(native.constData(), &st) == 0 && S_ISLNK(st.st_mode);
@@ -590,7 +589,7 @@ bool AppController::appendAppsInFolder(const QByteArray &folder, bool isLink,
 
     DIR *dir = ::opendir(folder.constData());
     if (!dir) {
-        const QString path = QFile::decodeName(folder);
+        const QString path = FileNames::decode(folder);
         const QString reason = QString::fromLocal8Bit(std::strerror(errno));
         VTTaskNotification::postTaskErrorString(VTFormat::string(
             QStringLiteral("Kairo Planner: Unable to get contents of directory %@ - %@"), path,
@@ -633,7 +632,7 @@ bool AppController::appendAppsInFolder(const QByteArray &folder, bool isLink,
         if (!isDirectory) {
             continue;
         }
-        const QString name = QFile::decodeName(entry.name);
+        const QString name = FileNames::decode(entry.name);
         const QString extension = PathString::pathExtension(name).toLower();
         if (!isPackageExtension(extension)) {
             if (extension.isEmpty() && !isFileBlacklisted(name)) {
@@ -660,9 +659,9 @@ void AppController::appendApplication(const QByteArray &bundle, ClientList &apps
     if (::access(catalogue.constData(), F_OK) != 0) {
         return;
     }
-    const QString path = QFile::decodeName(bundle);
+    const QString path = FileNames::decode(bundle);
     const std::optional<PlistDict> tasks =
-        PropertyList::readDictionary(QFile::decodeName(catalogue));
+        PropertyList::readDictionary(FileNames::decode(catalogue));
     if (!tasks) {
         return;
     }

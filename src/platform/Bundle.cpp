@@ -1,5 +1,6 @@
 #include "Bundle.h"
 
+#include "FileNames.h"
 #include "PlistFileCache.h"
 
 #include <QDir>
@@ -15,7 +16,7 @@ std::optional<QString> g_mainOverride;
 // The bundle folder of the running executable: .../NAME.app/Contents/MacOS/EXECUTABLE.
 std::optional<QString> runningBundlePath()
 {
-    const QString exe = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
+    const QString exe = FileNames::canonicalPath(QStringLiteral("/proc/self/exe"));
     const QDir macos = QFileInfo(exe).absoluteDir();
     if (macos.dirName() != QLatin1String("MacOS")) {
         return std::nullopt;
@@ -42,7 +43,7 @@ Bundle::Bundle(const QString &path) : m_path(path)
 
 std::optional<Bundle> Bundle::atPath(const QString &path)
 {
-    if (path.isEmpty() || !QFileInfo(path).isDir()) {
+    if (!FileNames::isDirectory(path)) {
         return std::nullopt;
     }
     QString clean = path;
@@ -78,11 +79,10 @@ bool Bundle::isPackage(const QString &path)
     while (clean.size() > 1 && clean.endsWith(QLatin1Char('/'))) {
         clean.chop(1);
     }
-    const QFileInfo info(clean);
-    if (!info.isDir()) {
+    if (!FileNames::isDirectory(clean)) {
         return false;
     }
-    const QString ext = info.suffix().toLower();
+    const QString ext = QFileInfo(clean).suffix().toLower();
     return ext == QLatin1String("app") || ext == QLatin1String("bundle") ||
            ext == QLatin1String("framework") || ext == QLatin1String("plugin") ||
            ext == QLatin1String("kext");
@@ -122,7 +122,7 @@ std::optional<QString> Bundle::pathForResource(const QString &name, const QStrin
     if (!type.isEmpty()) {
         path += QLatin1Char('.') + type;
     }
-    if (QFileInfo::exists(path)) {
+    if (FileNames::exists(path)) {
         return path;
     }
     return std::nullopt;

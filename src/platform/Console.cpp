@@ -1,6 +1,7 @@
 #include "Console.h"
 
 #include "Clock.h"
+#include "FileNames.h"
 #include "PosixFile.h"
 
 #include <QByteArray>
@@ -14,8 +15,8 @@ QString Console::processName()
 {
     // The executable's own name, also when it was started through a link.
     static const QString name = [] {
-        const QString exe = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
-        return exe.isEmpty() ? QString::fromLocal8Bit(program_invocation_short_name)
+        const QString exe = FileNames::canonicalPath(QStringLiteral("/proc/self/exe"));
+        return exe.isEmpty() ? FileNames::decode(program_invocation_short_name)
                              : QFileInfo(exe).fileName();
     }();
     return name;
@@ -55,14 +56,16 @@ void Console::log(const QString &message)
     const QDateTime now = Clock::current().now();
     QByteArray line = now.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz")).toUtf8();
     line += ' ';
-    line += processName().toUtf8();
+    // Names in the text go out as the bytes they are (FileNames), so a path can be used as
+    // printed, also when it is not UTF-8.
+    line += FileNames::encode(processName());
     line += '[' + QByteArray::number(static_cast<qint64>(::getpid())) + "] ";
-    line += singleLine(message).toUtf8();
+    line += FileNames::encode(singleLine(message));
     line += '\n';
     PosixFile::writeAll(STDERR_FILENO, line);
 }
 
 void Console::print(const QString &text)
 {
-    PosixFile::writeAll(STDOUT_FILENO, text.toUtf8());
+    PosixFile::writeAll(STDOUT_FILENO, FileNames::encode(text));
 }

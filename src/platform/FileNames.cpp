@@ -1,7 +1,10 @@
 #include "FileNames.h"
 
 #include <dirent.h>
+#include <limits.h>
+#include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -73,6 +76,12 @@ void appendUtf8(QByteArray &out, char32_t cp)
 
 QString FileNames::decode(const QByteArray &native)
 {
+    // Most names are UTF-8, for which Qt's faster decoder gives the same whenever it had
+    // nothing to replace.
+    QString utf8 = QString::fromUtf8(native);
+    if (!utf8.contains(QChar::ReplacementCharacter)) {
+        return utf8;
+    }
     const auto *p = reinterpret_cast<const unsigned char *>(native.constData());
     const auto *end = p + native.size();
     QString out;
@@ -167,4 +176,25 @@ bool FileNames::isSymbolicLink(const QString &path)
     struct stat st
     {};
     return !path.isEmpty() && ::lstat(encode(path).constData(), &st) == 0 && S_ISLNK(st.st_mode);
+}
+
+bool FileNames::isExecutable(const QString &path)
+{
+    struct stat st
+    {};
+    const QByteArray native = encode(path);
+    return !path.isEmpty() && ::stat(native.constData(), &st) == 0 && !S_ISDIR(st.st_mode) &&
+           ::access(native.constData(), X_OK) == 0;
+}
+
+QString FileNames::canonicalPath(const QString &path)
+{
+    if (path.isEmpty()) {
+        return QString();
+    }
+    char resolved[PATH_MAX];
+    if (!::realpath(encode(path).constData(), resolved)) {
+        return QString();
+    }
+    return decode(QByteArray(resolved));
 }

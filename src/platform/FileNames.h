@@ -22,4 +22,8 @@ public:
     static bool exists(const QString &path);
     static bool isDirectory(const QString &path);
     static bool isSymbolicLink(const QString &path);
+    // A file (not a folder) that this process may run.
+    static bool isExecutable(const QString &path);
+    // The absolute path with every link and "." or ".." resolved; empty when it does not exist.
+    static QString canonicalPath(const QString &path);
 };

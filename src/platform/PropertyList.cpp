@@ -329,11 +329,13 @@ std::optional<PlistValue> fromNode(plist_t node, int depth)
         if (!s) {
             char *copy = nullptr;
             plist_get_string_val(node, &copy);
-            PlistValue v(QString::fromUtf8(copy ? copy : ""));
+            PlistValue v(FileNames::decode(QByteArray(copy ? copy : "")));
             free(copy);
             return v;
         }
-        return PlistValue(QString::fromUtf8(s, static_cast<qsizetype>(len)));
+        // Strings hold paths, which are bytes: kept as they are, also when not UTF-8.
+        return PlistValue(
+            FileNames::decode(QByteArray::fromRawData(s, static_cast<qsizetype>(len))));
     }
     case PLIST_DATA: {
         uint64_t len = 0;
@@ -393,7 +395,7 @@ plist_t toNode(const PlistValue &value)
 {
     switch (value.type()) {
     case PlistValue::Type::String:
-        return plist_new_string(value.string().toUtf8().constData());
+        return plist_new_string(FileNames::encode(value.string()).constData());
     case PlistValue::Type::Integer:
         return plist_new_uint(static_cast<uint64_t>(value.integerValue()));
     case PlistValue::Type::Real:

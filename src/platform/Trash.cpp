@@ -7,7 +7,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QUrl>
 
 #include <cerrno>
 
@@ -25,7 +24,8 @@ QString infoFolderFor(const QString &filesFolder)
 QByteArray trashInfo(const QString &originalPath)
 {
     const QString absolute = QFileInfo(originalPath).absoluteFilePath();
-    return "[Trash Info]\nPath=" + QUrl::toPercentEncoding(absolute, "/") + "\nDeletionDate=" +
+    return "[Trash Info]\nPath=" + FileNames::encode(absolute).toPercentEncoding("/") +
+           "\nDeletionDate=" +
            Clock::current().now().toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss")).toUtf8() + "\n";
 }
 
@@ -101,7 +101,7 @@ QString candidateName(const QFileInfo &source, int n)
 std::optional<QString> Trash::moveToTrash(const QString &path, const QString &filesFolder)
 {
     const QFileInfo source(path);
-    if (!source.exists() && !source.isSymLink()) {
+    if (!taken(path)) {
         return std::nullopt;
     }
     const QString infoFolder = infoFolderFor(filesFolder);
@@ -124,13 +124,15 @@ std::optional<QString> Trash::moveToTrash(const QString &path, const QString &fi
             return std::nullopt;
         }
         if (taken(target)) {
-            QFile::remove(infoPath);
+            ::unlink(FileNames::encode(infoPath).constData());
             continue;
         }
-        if (QFile::rename(path, target)) {
+        if (::rename(FileNames::encode(path).constData(), FileNames::encode(target).constData()) ==
+                0 ||
+            (errno == EXDEV && QFile::rename(path, target))) {
             return target;
         }
-        QFile::remove(infoPath);
+        ::unlink(FileNames::encode(infoPath).constData());
         return std::nullopt;
     }
     return std::nullopt;

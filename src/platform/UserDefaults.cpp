@@ -1,6 +1,7 @@
 #include "UserDefaults.h"
 
 #include "Bundle.h"
+#include "Console.h"
 #include "FileNames.h"
 #include "PosixFile.h"
 #include "PropertyList.h"
@@ -9,10 +10,13 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <memory>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 namespace {
 
@@ -31,6 +35,52 @@ QString preferencesFile(int domain, const QString &identifier)
     }
     return library.first() + QStringLiteral("/Preferences/") + identifier +
            QStringLiteral(".plist");
+}
+
+// A file that is there, a plain file and readable, but holds no dictionary is damaged: it
+// is renamed to NAME.damaged, so that a new one can be written and what it held is kept.
+// A file that cannot be read (permissions, not a plain file, a link) is left alone: it may
+// be whole, and writing would lose it.
+bool setAsideDamaged(const QString &path)
+{
+    const QByteArray native = FileNames::encode(path);
+    const qsizetype slash = native.lastIndexOf('/');
+    if (slash < 0) {
+        return false;
+    }
+    const int folder = PosixFile::openFolder(native.left(std::max<qsizetype>(slash, 1)), false);
+    if (folder < 0) {
+        return false;
+    }
+    const QByteArray name = native.mid(slash + 1);
+    const QByteArray aside = name + ".damaged";
+    bool moved = false;
+    const int fd =
+        ::openat(folder, name.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    struct stat st
+    {};
+    if (fd >= 0 && ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+        QByteArray bytes;
+        char buffer[65536];
+        ssize_t n = 0;
+        while ((n = ::read(fd, buffer, sizeof buffer)) > 0) {
+            bytes.append(buffer, n);
+        }
+        // Read again: another process may have written it whole meanwhile.
+        const std::optional<PlistValue> value = PropertyList::parse(bytes);
+        moved = n == 0 && !(value && value->isDictionary()) &&
+                ::renameat(folder, name.constData(), folder, aside.constData()) == 0;
+    }
+    if (fd >= 0) {
+        ::close(fd);
+    }
+    ::close(folder);
+    if (moved) {
+        Console::log(
+            QStringLiteral("Damaged preferences file %1 was kept as %2; a new one is written")
+                .arg(path, FileNames::decode(native.left(slash + 1) + aside)));
+    }
+    return moved;
 }
 
 } // namespace
@@ -138,6 +188,9 @@ bool UserDefaults::update(const QString &path, const QString &key, const PlistVa
     }
     // Read the file afresh so that keys another process wrote meanwhile are kept.
     std::optional<PlistDict> existing = PropertyList::readDictionaryToUpdate(path);
+    if (!existing && setAsideDamaged(path)) {
+        existing = PlistDict();
+    }
     if (!existing) {
         return false;
     }

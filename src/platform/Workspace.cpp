@@ -10,6 +10,7 @@
 
 #include <QDesktopServices>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QHash>
@@ -23,8 +24,10 @@
 #include <mutex>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 namespace {
 
@@ -133,16 +136,16 @@ void indexFolder(const QString &folder, AppIndex &index, QSet<QString> &visited)
 {
     index.stamps.push_back(stampOf(folder));
     index.isFolder.push_back(true);
-    const QString canonical = QFileInfo(folder).canonicalFilePath();
+    const QString canonical = FileNames::canonicalPath(folder);
     if (canonical.isEmpty() || visited.contains(canonical)) {
         return;
     }
     visited.insert(canonical);
-    const QDir dir(folder);
-    const QStringList names =
-        dir.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden, QDir::Name);
-    for (const QString &name : names) {
+    for (const QString &name : FileNames::entryList(folder)) {
         const QString path = folder + QLatin1Char('/') + name;
+        if (!FileNames::isDirectory(path)) {
+            continue;
+        }
         if (Bundle::isPackage(path)) {
             index.stamps.push_back(stampOf(path + QStringLiteral("/Contents/Info.plist")));
             index.isFolder.push_back(false);
@@ -233,7 +236,19 @@ QImage fitted(const QImage &image, const QSize &size)
 
 QImage loadImage(const QString &file, const QSize &size)
 {
-    QImageReader reader(file);
+    // Opened by its bytes, and only when it is a plain file: a FIFO must not block.
+    const int fd = ::open(FileNames::encode(file).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    struct stat st
+    {};
+    QFile device;
+    if (fd < 0 || ::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) ||
+        !device.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
+        if (fd >= 0) {
+            ::close(fd);
+        }
+        return QImage();
+    }
+    QImageReader reader(&device, QFileInfo(file).suffix().toLower().toLatin1());
     if (!reader.canRead()) {
         return QImage();
     }
@@ -265,7 +280,7 @@ QImage bundleIcon(const QString &path, const QSize &size)
     const QString base = bundle->resourcePath() + QLatin1Char('/') + iconFile;
     for (const char *ext : {"", ".icns", ".png", ".svg"}) {
         const QString candidate = base + QLatin1String(ext);
-        if (QFileInfo(candidate).isFile()) {
+        if (FileNames::exists(candidate) && !FileNames::isDirectory(candidate)) {
             QImage image = loadImage(candidate, size);
             if (!image.isNull()) {
                 return image;
@@ -391,7 +406,7 @@ bool Workspace::launchApplication(const QString &bundlePath, const QStringList &
         return false;
     }
     const QString executable = bundle->executablePath();
-    if (!QFileInfo(executable).isExecutable()) {
+    if (!FileNames::isExecutable(executable)) {
         return false;
     }
     return ProcessSpawner::current().startDetached(executable, arguments);

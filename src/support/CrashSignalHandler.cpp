@@ -1,10 +1,9 @@
 #include "CrashSignalHandler.h"
 
+#include "platform/FileNames.h"
 #include "platform/PosixFile.h"
 
 #include <QByteArray>
-#include <QFile>
-#include <QFileInfo>
 
 #include <atomic>
 #include <cerrno>
@@ -266,15 +265,15 @@ bool CrashSignalHandler::install(const QString &folder, const QString &appName, 
     struct utsname system
     {};
     uname(&system);
-    const QString executable = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
+    const QString executable = FileNames::canonicalPath(QStringLiteral("/proc/self/exe"));
     const QByteArray header = "Process:         " + appName.toUtf8() +
-                              "\nPath:            " + QFile::encodeName(executable) +
+                              "\nPath:            " + FileNames::encode(executable) +
                               "\nOS Version:      " + QByteArray(system.sysname) + ' ' +
                               QByteArray(system.release) + '\n';
     if (!copyText(g_pathPrefix, sizeof g_pathPrefix,
-                  QFile::encodeName(folder + QLatin1Char('/') + appName + QLatin1Char('_'))) ||
+                  FileNames::encode(folder + QLatin1Char('/') + appName + QLatin1Char('_'))) ||
         !copyText(g_pathSuffix, sizeof g_pathSuffix,
-                  QFile::encodeName(QLatin1Char('_') + host + QStringLiteral(".crash"))) ||
+                  FileNames::encode(QLatin1Char('_') + host + QStringLiteral(".crash"))) ||
         !copyText(g_header, sizeof g_header, header)) {
         return false;
     }
@@ -283,7 +282,7 @@ bool CrashSignalHandler::install(const QString &folder, const QString &appName, 
         ::close(g_folder);
     }
     g_folder = PosixFile::openFolder(folder, false);
-    g_folderLength = static_cast<size_t>(QFile::encodeName(folder + QLatin1Char('/')).size());
+    g_folderLength = static_cast<size_t>(FileNames::encode(folder + QLatin1Char('/')).size());
 
     // The first backtrace loads the unwinder; in the handler it must not have to.
     void *frames[2];

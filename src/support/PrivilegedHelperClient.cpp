@@ -1,8 +1,7 @@
 #include "PrivilegedHelperClient.h"
 
 #include "helper/HelperProtocol.h"
-
-#include <QFile>
+#include "platform/FileNames.h"
 
 #include <thread>
 #include <vector>
@@ -96,10 +95,10 @@ PrivilegedHelperClient::Start PrivilegedHelperClient::start(const QString &progr
         ::fcntl(secretPipe[0], F_SETFL, 0);
     }
 
-    const QByteArray programName = QFile::encodeName(program);
+    const QByteArray programName = FileNames::encode(program);
     std::vector<QByteArray> storage{programName};
     for (const QString &argument : arguments) {
-        storage.push_back(QFile::encodeName(argument));
+        storage.push_back(FileNames::encode(argument));
     }
     std::vector<char *> argv;
     for (QByteArray &item : storage) {

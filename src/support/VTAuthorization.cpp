@@ -10,12 +10,11 @@
 #include "platform/Clock.h"
 #include "platform/Console.h"
 #include "platform/Environment.h"
+#include "platform/FileNames.h"
 #include "platform/Identity.h"
 #include "platform/PosixFile.h"
 #include "platform/Trash.h"
 
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
 
 #include <cstring>
@@ -51,7 +50,7 @@ bool isRoot()
 
 bool existsAt(const QString &path)
 {
-    return !path.isEmpty() && QFileInfo::exists(path);
+    return FileNames::exists(path);
 }
 
 // The platform's path rules: the last component ignores trailing slashes, and a name that
@@ -103,15 +102,14 @@ QStringList folderEntries(const QString &folder)
     if (folder.isEmpty()) {
         return {};
     }
-    return QDir(folder).entryList(
-        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+    return FileNames::entryList(folder);
 }
 
 QByteArrayList encodedArguments(const QStringList &parameters)
 {
     QByteArrayList encoded;
     for (const QString &parameter : parameters) {
-        encoded.append(QFile::encodeName(parameter));
+        encoded.append(FileNames::encode(parameter));
     }
     return encoded;
 }
@@ -294,9 +292,24 @@ int VTAuthorization::authExecTask(const QString &toolPath, const QStringList &pa
     });
 }
 
+int VTAuthorization::authRunTask(const QString &toolPath, const QStringList &parameters)
+{
+    return VTException::guard(VT_METHOD, -1, [&]() -> int {
+        if (isRoot() && existsAt(toolPath)) {
+            return static_cast<int>(VTTask::terminationCodeFromTask(toolPath, parameters));
+        }
+        const int call = authExecTask(toolPath, parameters, false);
+        if (call != 0 || !m_authRef) {
+            return call;
+        }
+        const PrivilegedHelperClient::Reply reply = m_authRef->lastReply();
+        return reply.kind == PrivilegedHelperClient::Reply::Kind::Status ? reply.status : 0;
+    });
+}
+
 int VTAuthorization::callHelper(const QString &toolPath, const QStringList &parameters, bool async)
 {
-    const QByteArray tool = QFile::encodeName(toolPath);
+    const QByteArray tool = FileNames::encode(toolPath);
     const QByteArrayList arguments = encodedArguments(parameters);
     auto send = [&] {
         return async ? m_authRef->spawn(tool, arguments) : m_authRef->run(tool, arguments);
@@ -415,7 +428,7 @@ QString VTAuthorization::trashDestination(const QString &path) const
     } else if (auto trash = VTLocalPaths::trashDirectory()) {
         destination = VTLocalPaths::appendPathComponent(*trash, name);
     }
-    if (existsAt(destination) || (!destination.isEmpty() && QFileInfo(destination).isSymLink())) {
+    if (existsAt(destination) || FileNames::isSymbolicLink(destination)) {
         // A name without extension ends in a lone ".": intended.
         const QString time =
             Clock::current().now().toLocalTime().toString(QStringLiteral("yyyyMMddHHmmss"));

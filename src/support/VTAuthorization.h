@@ -33,6 +33,9 @@ public:
     // 0 on success, -2 when no file is at the tool path, -1 when not authorized; otherwise
     // the status of the privileged call.
     int authExecTask(const QString &toolPath, const QStringList &parameters, bool async = true);
+    // Runs the tool and waits for it: the tool's own exit status, or as authExecTask a
+    // negative value when it could not be run.
+    int authRunTask(const QString &toolPath, const QStringList &parameters);
 
     // Null paths are refused with the system's messages.
     bool authCopyFile(const QString &source, const QString &destination);

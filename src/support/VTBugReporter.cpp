@@ -16,9 +16,11 @@
 #include "platform/Workspace.h"
 
 #include <QCoreApplication>
-#include <QDir>
+#include <QDateTime>
 #include <QFileInfo>
 
+#include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -50,17 +52,34 @@ QStringList crashLogFolders()
 std::optional<QString> lastCrashLog(const QString &folder, const QString &appName)
 {
     const QString prefix = appName + QLatin1Char('_');
-    const QStringList entries = QDir(folder).entryList(QDir::Files, QDir::Unsorted);
     std::optional<QString> last;
-    for (const QString &entry : entries) {
-        if (entry.startsWith(prefix, Qt::CaseInsensitive)) {
-            last = entry;
+    DIR *dir = ::opendir(FileNames::encode(folder).constData());
+    if (!dir) {
+        return std::nullopt;
+    }
+    while (const dirent *entry = ::readdir(dir)) {
+        const QString name = FileNames::decode(QByteArray(entry->d_name));
+        if (name.startsWith(prefix, Qt::CaseInsensitive) &&
+            !FileNames::isDirectory(folder + QLatin1Char('/') + name)) {
+            last = name;
         }
     }
+    ::closedir(dir);
     if (!last) {
         return std::nullopt;
     }
     return folder + QLatin1Char('/') + *last;
+}
+
+QDateTime modified(const QString &path)
+{
+    struct stat st
+    {};
+    if (::stat(FileNames::encode(path).constData(), &st) != 0) {
+        return QDateTime();
+    }
+    return QDateTime::fromMSecsSinceEpoch(qint64(st.st_mtim.tv_sec) * 1000 +
+                                          st.st_mtim.tv_nsec / 1000000);
 }
 
 bool crashReporterDisabled()
@@ -197,7 +216,7 @@ std::optional<QString> VTBugReporter::checkForCrashes(const std::optional<QStrin
 
         for (const QString &folder : crashLogFolders()) {
             const std::optional<QString> crashLog = lastCrashLog(folder, name);
-            if (!crashLog || QFileInfo(*crashLog).lastModified() <= launch.date()) {
+            if (!crashLog || modified(*crashLog) <= launch.date()) {
                 continue;
             }
             VTLog::appendLog(QStringLiteral("Application crashed on last launch"));
@@ -227,7 +246,7 @@ void VTBugReporter::chownPlist(const QString &path)
             return;
         }
         // A link standing there is left alone, and chown does not follow one that appears.
-        if (QFileInfo(path).isSymLink()) {
+        if (FileNames::isSymbolicLink(path)) {
             return;
         }
         VTTask::runTask(VTToolPaths::chown(),

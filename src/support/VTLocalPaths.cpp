@@ -1,11 +1,11 @@
 #include "VTLocalPaths.h"
 
 #include "platform/Environment.h"
+#include "platform/FileNames.h"
 #include "platform/Identity.h"
 #include "platform/StandardFolders.h"
 
 #include <QDir>
-#include <QFile>
 #include <QUuid>
 
 #include <cerrno>
@@ -31,6 +31,13 @@ std::optional<QString> appended(const std::optional<QString> &path, const QStrin
         return std::nullopt;
     }
     return VTLocalPaths::appendPathComponent(*path, component);
+}
+
+// The shared temporary folder, from TMPDIR as its bytes are.
+QString sharedTempFolder()
+{
+    const QString custom = Environment::value("TMPDIR").value_or(QString());
+    return custom.startsWith(QLatin1Char('/')) ? QDir::cleanPath(custom) : QStringLiteral("/tmp");
 }
 
 } // namespace
@@ -199,23 +206,24 @@ QString VTLocalPaths::tempDirectory()
     };
     if (const auto runtime = Environment::value("XDG_RUNTIME_DIR");
         runtime && runtime->startsWith(QLatin1Char('/')) &&
-        isPrivate(QFile::encodeName(*runtime))) {
+        isPrivate(FileNames::encode(*runtime))) {
         return QDir::cleanPath(*runtime);
     }
-    const QString shared = QDir::tempPath() + QStringLiteral("/kairo-planner-%1").arg(::geteuid());
-    const QByteArray fixed = QFile::encodeName(shared);
+    const QString shared =
+        sharedTempFolder() + QStringLiteral("/kairo-planner-%1").arg(::geteuid());
+    const QByteArray fixed = FileNames::encode(shared);
     if ((::mkdir(fixed.constData(), 0700) == 0 || errno == EEXIST) && isPrivate(fixed)) {
         return shared;
     }
-    if (made.startsWith(shared + QLatin1Char('-')) && isPrivate(QFile::encodeName(made))) {
+    if (made.startsWith(shared + QLatin1Char('-')) && isPrivate(FileNames::encode(made))) {
         return made;
     }
     QByteArray pattern = fixed + "-XXXXXX";
     if (::mkdtemp(pattern.data())) {
-        made = QFile::decodeName(pattern);
+        made = FileNames::decode(pattern);
         return made;
     }
-    return QDir::tempPath();
+    return sharedTempFolder();
 }
 
 QString VTLocalPaths::uuid()

@@ -11,7 +11,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <QScopeGuard>
 
 #include <cerrno>
@@ -301,13 +300,18 @@ void VTLog::startNewLog(const std::optional<QString> &name)
         }
     }
 
-    QSaveFile saver(file);
-    const QByteArray header = this->header().toUtf8();
-    if (file.isEmpty() || !saver.open(QIODevice::WriteOnly) ||
-        saver.write(header) != header.size() || !saver.commit()) {
+    // The folder is locked and the old file moved aside: a plain create is safe here.
+    const QByteArray header = FileNames::encode(this->header());
+    const int created = file.isEmpty() ? -1 : PosixFile::createFile(file, O_WRONLY | O_TRUNC, 0666);
+    const bool written = created >= 0 && PosixFile::writeAll(created, header);
+    const int reason = errno;
+    if (created >= 0) {
+        ::close(created);
+    }
+    if (!written) {
         Console::log(VTFormat::string(QStringLiteral("Unable to create log file %@ - %@"),
                                       file.isEmpty() ? QStringLiteral("(null)") : file,
-                                      saver.errorString()));
+                                      QString::fromLocal8Bit(strerror(reason))));
         return;
     }
 
@@ -346,10 +350,10 @@ void VTLog::appendLogOnThread(const QString &text)
     }
     if (m_fileHandle >= 0) {
         ::lseek(m_fileHandle, 0, SEEK_END);
-        const QByteArray line =
+        // Paths in the line are the bytes they are, as on the console.
+        const QByteArray line = FileNames::encode(
             VTFormat::string(QStringLiteral("%@ - %@\n"), dateDescription(Clock::current().now()),
-                             Console::singleLine(text))
-                .toUtf8();
+                             Console::singleLine(text)));
         if (PosixFile::writeAll(m_fileHandle, line)) {
             m_bytesWritten += static_cast<quint64>(line.size());
             written = true;

@@ -5,9 +5,9 @@
 #include "VTLog.h"
 #include "platform/Bundle.h"
 #include "platform/Console.h"
+#include "platform/FileNames.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QStringDecoder>
 
@@ -71,7 +71,7 @@ void storeTask(VTTask::TaskSlot *task, const VTTask::TaskSlot &child, const QStr
 bool checkExecutable(const QString &path)
 {
     if (!path.isEmpty()) {
-        const QByteArray native = QFile::encodeName(path);
+        const QByteArray native = FileNames::encode(path);
         if (::access(native.constData(), X_OK) == 0 && !Bundle::isPackage(path)) {
             return true;
         }

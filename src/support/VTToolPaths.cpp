@@ -2,6 +2,7 @@
 
 #include "platform/Bundle.h"
 #include "platform/Environment.h"
+#include "platform/FileNames.h"
 
 #include <QFileInfo>
 #include <QStandardPaths>
@@ -13,12 +14,12 @@ namespace {
 QString besideTheApplication(const QString &name)
 {
     const QString beside = VTToolPaths::executableFolder() + QLatin1Char('/') + name;
-    if (QFileInfo(beside).isExecutable()) {
+    if (FileNames::isExecutable(beside)) {
         return beside;
     }
     if (auto main = Bundle::mainBundle()) {
         const QString inBundle = main->bundlePath() + QStringLiteral("/Contents/MacOS/") + name;
-        if (QFileInfo(inBundle).isExecutable()) {
+        if (FileNames::isExecutable(inBundle)) {
             return inBundle;
         }
     }
@@ -30,8 +31,7 @@ QString besideTheApplication(const QString &name)
 
 QString VTToolPaths::executableFolder()
 {
-    return QFileInfo(QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath())
-        .absolutePath();
+    return QFileInfo(FileNames::canonicalPath(QStringLiteral("/proc/self/exe"))).absolutePath();
 }
 
 QString VTToolPaths::launchctl()

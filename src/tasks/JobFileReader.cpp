@@ -11,8 +11,8 @@
 #include "support/VTException.h"
 #include "support/VTFormat.h"
 
-#include <QFile>
-#include <QFileInfo>
+#include <cerrno>
+#include <cstring>
 
 #include <unistd.h>
 
@@ -185,11 +185,10 @@ void JobFileReader::offerRemoval(const QString &path, const std::optional<QStrin
     }
     // The job is not unloaded first.
     if (mayDelete(path)) {
-        QFile file(path);
-        if (!file.remove()) {
+        if (::unlink(FileNames::encode(path).constData()) != 0) {
             VTAlertRequest failure;
             failure.messageText = QStringLiteral("Unable to remove file.");
-            failure.informativeText = file.errorString();
+            failure.informativeText = QString::fromLocal8Bit(std::strerror(errno));
             failure.defaultButton = QStringLiteral("OK");
             VTAlert::runModal(failure);
         }

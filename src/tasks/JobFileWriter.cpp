@@ -17,9 +17,7 @@
 #include "support/VTTask.h"
 #include "support/VTToolPaths.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
+#include <unistd.h>
 
 namespace {
 
@@ -177,7 +175,7 @@ bool JobFileWriter::writeWithAuthorization(const PlistDict &job, const QString &
     }
     VTAuthorization &auth = VTAuthorization::sharedController();
     // The waits give the privileged tool time to finish before the next step looks.
-    if (QFileInfo::exists(filename)) {
+    if (FileNames::exists(filename)) {
         if (!auth.authRemoveFile(filename)) {
             VTReport::report(QStringLiteral("Unable to authenticate"));
             return false;
@@ -189,9 +187,9 @@ bool JobFileWriter::writeWithAuthorization(const PlistDict &job, const QString &
         return false;
     }
     Clock::current().sleepFor(1s);
-    if (!QFileInfo::exists(filename)) {
+    if (!FileNames::exists(filename)) {
         VTReport::report(QStringLiteral("Unable to move file"));
-        QFile::remove(stage);
+        ::unlink(FileNames::encode(stage).constData());
         return false;
     }
     return true;
@@ -206,19 +204,21 @@ void JobFileWriter::reload(const VTScheduledTask &task)
 
     VTTask::runTask(launchctl, {QStringLiteral("unload"), filename});
     VTTask::runTask(VTToolPaths::chmod(), {QStringLiteral("644"), filename});
+    // The save stands either way; a job the tool refuses (one systemd could not run) is at
+    // least told on the console and in the log.
+    const auto reportRefusal = [&filename](qint64 status) {
+        if (status != 0) {
+            const QString message =
+                VTFormat::string(QStringLiteral("launchctl refused to load %@ (status %lld)"),
+                                 filename, static_cast<long long>(status));
+            Console::log(message);
+            VTLog::appendLog(QStringLiteral("%@"), message);
+        }
+    };
     if (!task.root().value_or(false)) {
         if (load) {
-            // The save stands either way; a job the tool refuses (one systemd could not run)
-            // is at least told in the log.
-            const qint64 status =
-                VTTask::terminationCodeFromTask(launchctl, {QStringLiteral("load"), filename});
-            if (status != 0) {
-                const QString message =
-                    VTFormat::string(QStringLiteral("launchctl refused to load %@ (status %lld)"),
-                                     filename, static_cast<long long>(status));
-                Console::log(message);
-                VTLog::appendLog(QStringLiteral("%@"), message);
-            }
+            reportRefusal(
+                VTTask::terminationCodeFromTask(launchctl, {QStringLiteral("load"), filename}));
         }
         return;
     }
@@ -226,6 +226,6 @@ void JobFileWriter::reload(const VTScheduledTask &task)
     auth.authExecTask(VTToolPaths::chown(), {QStringLiteral("root:root"), filename});
     if (load) {
         Clock::current().sleepFor(1s);
-        auth.authExecTask(launchctl, {QStringLiteral("load"), filename});
+        reportRefusal(auth.authRunTask(launchctl, {QStringLiteral("load"), filename}));
     }
 }

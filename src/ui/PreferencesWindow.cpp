@@ -2,6 +2,7 @@
 
 #include "VTShortcutKeyContainerView.h"
 #include "platform/Console.h"
+#include "platform/FileNames.h"
 #include "platform/PathString.h"
 #include "platform/PropertyList.h"
 #include "platform/UserDefaults.h"
@@ -14,9 +15,9 @@
 #include "ui_Preferences.h"
 
 #include <QCheckBox>
-#include <QFile>
-#include <QFileInfo>
 #include <QSignalBlocker>
+
+#include <unistd.h>
 
 namespace {
 
@@ -84,7 +85,7 @@ bool PreferencesWindow::storeRequireAdminPassword(int value)
         if (stored) {
             VTAuthorization &auth = VTAuthorization::sharedController();
             const QString folder = PathString::deletingLastPathComponent(target);
-            if (!QFileInfo(folder).isDir()) {
+            if (!FileNames::isDirectory(folder)) {
                 auth.authCreateDir(folder);
             }
             stored = auth.authMoveFile(staged, target);
@@ -94,7 +95,7 @@ bool PreferencesWindow::storeRequireAdminPassword(int value)
                 auth.authExecTask(VTToolPaths::chmod(), {QStringLiteral("644"), target}, false);
             }
         }
-        QFile::remove(staged);
+        ::unlink(FileNames::encode(staged).constData());
         defaults.synchronize();
         if (!stored) {
             const QString message =

@@ -1,17 +1,18 @@
 #include "CommandLineFixture.h"
 
+#include "platform/FileNames.h"
 #include "platform/PropertyList.h"
 #include "testsupport/ClientApps.h"
 #include "testsupport/TestFiles.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
-#include <QDirIterator>
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
 
 #include <cstring>
+#include <functional>
 
 #include <unistd.h>
 
@@ -60,19 +61,17 @@ void CommandLineFixture::handOver() const
     if (!runningAsRoot() || keepOwners) {
         return;
     }
-    const QByteArray top = QFile::encodeName(sandbox.path());
-    if (::chown(top.constData(), kNobody, kNobody) != 0) {
-        return;
-    }
-    QDirIterator it(sandbox.path(),
-                    QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QByteArray path = QFile::encodeName(it.next());
-        if (::lchown(path.constData(), kNobody, kNobody) != 0) {
-            continue;
+    // By the names' bytes: some tests make names that are not UTF-8.
+    const std::function<void(const QString &)> handFolder = [&](const QString &folder) {
+        if (::lchown(FileNames::encode(folder).constData(), kNobody, kNobody) != 0 ||
+            FileNames::isSymbolicLink(folder) || !FileNames::isDirectory(folder)) {
+            return;
         }
-    }
+        for (const QString &name : FileNames::entryList(folder)) {
+            handFolder(folder + QLatin1Char('/') + name);
+        }
+    };
+    handFolder(sandbox.path());
 }
 
 std::unique_ptr<QProcess> CommandLineFixture::start(const QStringList &arguments)
@@ -160,8 +159,8 @@ CommandLineFixture::Result CommandLineFixture::runBytes(const QList<QByteArray> 
         return result;
     }
     result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    result.out = QString::fromUtf8(process.readAllStandardOutput());
-    result.err = QString::fromUtf8(process.readAllStandardError());
+    result.out = FileNames::decode(process.readAllStandardOutput());
+    result.err = FileNames::decode(process.readAllStandardError());
     return result;
 }
 

@@ -45,7 +45,7 @@ protected:
     // Starts it without waiting.
     std::unique_ptr<QProcess> start(const QStringList &arguments);
     // Runs it with arguments and HOME given as bytes, which need not be UTF-8 (Qt would pass
-    // others).
+    // others); its output is decoded byte for byte (FileNames).
     Result runBytes(const QList<QByteArray> &arguments, const QByteArray &home);
 
     QString agents() const;

@@ -1,7 +1,11 @@
 #include "CommandLineFixture.h"
 
 #include "app/CommandLine.h"
+#include "platform/FileNames.h"
+#include "platform/PlistText.h"
+#include "platform/PosixFile.h"
 #include "platform/PropertyList.h"
+#include "testsupport/ClientApps.h"
 #include "testsupport/TestFiles.h"
 
 #include <QDir>
@@ -553,47 +557,97 @@ TEST_F(CommandLineTest, LogLinesAreOneLineEachAndSurviveConcurrentRotation)
     }
 }
 
-// Names that are not UTF-8 reach the system as the bytes they are: a job file so named is
-// removed, and a home so named is where the job goes.
+// Names that are not UTF-8 reach the system as the bytes they are, from the arguments, HOME,
+// folder listings and job files: in a home so named, with a client in a folder so named,
+// each command finds and changes the very file it names.
 TEST_F(CommandLineTest, NamesThatAreNotUtf8AreKeptAsBytes)
 {
-    QDir().mkpath(agents());
-    const QByteArray latin1Job =
-        QFile::encodeName(agents()) + "/com.vantreel.ScheduledTask\xe9.plist";
-    TestFiles::write(QFile::decodeName(QFile::encodeName(agents()) + "/x.plist"), "<plist/>");
-    ASSERT_EQ(::rename(QFile::encodeName(agents() + "/x.plist").constData(), latin1Job.constData()),
-              0);
-    const QByteArray home = QFile::encodeName(sandbox.home());
-    Result r = runBytes({"-remove", latin1Job}, home);
-    EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
-    EXPECT_NE(::access(latin1Job.constData(), F_OK), 0);
+    const QByteArray home = FileNames::encode(sandbox.path()) + "/caf\xe9";
+    ASSERT_TRUE(PosixFile::makeFolders(FileNames::decode(home + "/Applications")));
+    const QString staged = sandbox.mkdir("staging");
+    ClientApps::make(staged, "Tessel", "com.vantreel.Tessel",
+                     PlistValue(PlistArray{ClientApps::entry("thumbs", {"-thumbs"}, "Thumbs")}));
+    const QByteArray tools = home + "/Applications/T\xf6ols";
+    ASSERT_EQ(::rename(FileNames::encode(staged).constData(), tools.constData()), 0);
+    const QByteArray jobs = home + "/Library/LaunchAgents";
+    const QByteArray first = jobs + "/com.vantreel.ScheduledTask1.plist";
+    const QByteArray latin1 = jobs + "/com.vantreel.ScheduledTask\xe9.plist";
 
-    const QByteArray latin1Home = QFile::encodeName(sandbox.path()) + "/h\xe9me";
-    ASSERT_EQ(::mkdir(latin1Home.constData(), 0777), 0);
-    ASSERT_EQ(::chmod(latin1Home.constData(), 0777), 0);
-    r = runBytes({"-add", "com.vantreel.Quill", "backup", "3"}, latin1Home);
-    EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
-    EXPECT_EQ(
-        ::access(
-            (latin1Home + "/Library/LaunchAgents/com.vantreel.ScheduledTask1.plist").constData(),
-            F_OK),
-        0);
+    struct Step
+    {
+        QList<QByteArray> arguments;
+        QByteArray present;
+        QByteArray gone;
+        QByteArray printed;
+        QByteArray renamedTo; // after the step, present is renamed to this
+    };
+    const Step steps[] = {
+        {{"-add", "com.vantreel.Tessel", "thumbs", "3"}, first, {}, {}, latin1},
+        {{"-tasks"}, latin1, {}, latin1, {}},
+        {{"-add", "com.vantreel.Quill", "backup", "3"}, first, {}, {}, {}},
+        {{"-remove", latin1}, first, latin1, {}, {}},
+    };
+    for (const Step &step : steps) {
+        const Result r = runBytes(step.arguments, home);
+        const std::string what = step.arguments.join(' ').toStdString();
+        EXPECT_EQ(r.exitCode, 0) << what << ": " << r.err.toStdString();
+        EXPECT_EQ(::access(step.present.constData(), F_OK), 0) << what;
+        if (!step.gone.isEmpty()) {
+            EXPECT_NE(::access(step.gone.constData(), F_OK), 0) << what;
+        }
+        if (!step.printed.isEmpty()) {
+            EXPECT_TRUE(r.out.contains(PlistText::quoted(FileNames::decode(step.printed)))) << what;
+        }
+        if (!step.renamedTo.isEmpty()) {
+            ASSERT_EQ(::rename(step.present.constData(), step.renamedTo.constData()), 0) << what;
+        }
+    }
     // No second home under another name.
-    for (const QString &entry : QDir(sandbox.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        EXPECT_FALSE(QFileInfo::exists(sandbox.path() + "/" + entry + "/Library/LaunchAgents") &&
-                     entry.startsWith(QLatin1Char('h')) && entry != QStringLiteral("home"))
+    for (const QString &entry : FileNames::entryList(sandbox.path())) {
+        EXPECT_TRUE(!entry.startsWith("caf") || FileNames::encode(entry) == "caf\xe9")
             << entry.toStdString();
     }
 }
 
 // A job the launchctl tool refuses (say, one systemd could not run) is still saved, as the
-// tool's outcome does not decide the save, and the refusal is in the log.
+// tool's outcome does not decide the save, and the refusal is on the console and in the
+// log, for a root job as for a user's.
 TEST_F(CommandLineTest, ALoadTheToolRefusesReachesTheLog)
 {
     TestFiles::writeScript(launchctl->path(), QStringLiteral("[ \"$1\" != load ] || exit 3"));
-    const Result r = run({"-add", "com.vantreel.Quill", "backup", "3"});
-    EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
-    const QString message = "launchctl refused to load " + job(1) + " (status 3)";
-    EXPECT_TRUE(hasLine(r.err, message)) << r.err.toStdString();
-    EXPECT_TRUE(logHas(logLines(), message));
+    sandbox.setEnv("VT_CONSOLE_USER", QStringLiteral("anna"));
+    sandbox.setEnv("VT_CONSOLE_HOME", sandbox.home());
+    // Root's log is the machine's.
+    const QString rootLog =
+        sandbox.mkdir("root/Library/Logs/Vantreel") + "/Kairo Planner.task.1.log";
+    for (const bool root : {false, true}) {
+        if (root && !runningAsRoot()) {
+            continue;
+        }
+        const Result r = run({"-add", "com.vantreel.Quill", root ? "repair" : "backup", "3"}, root);
+        EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
+        const QString message = "launchctl refused to load " + job(1, root) + " (status 3)";
+        EXPECT_TRUE(hasLine(r.err, message)) << r.err.toStdString();
+        EXPECT_TRUE(logHas(root ? TestFiles::lines(rootLog) : logLines(), message)) << root;
+    }
+}
+
+// A damaged preferences file is kept aside and a new one written: the version is recorded
+// at once and not reported as unrecordable on every command.
+TEST_F(CommandLineTest, DamagedPreferencesAreKeptAsideAndWrittenAnew)
+{
+    const QString prefs = sandbox.home() + "/Library/Preferences/com.vantreel.KairoPlanner.plist";
+    TestFiles::write(prefs, "not a property list");
+    for (int i = 0; i < 2; ++i) {
+        const Result r = run({"-tasks"});
+        EXPECT_EQ(r.exitCode, 0);
+        EXPECT_FALSE(r.err.contains("Unable to record version")) << r.err.toStdString();
+        EXPECT_EQ(hasLine(r.err, "Damaged preferences file " + prefs + " was kept as " + prefs +
+                                     ".damaged; a new one is written"),
+                  i == 0)
+            << r.err.toStdString();
+    }
+    EXPECT_EQ(TestFiles::read(prefs + ".damaged"), "not a property list");
+    EXPECT_EQ(PropertyList::readDictionary(prefs).value_or(PlistDict()).value("lastRunVersion"),
+              PlistValue(QStringLiteral(KAIRO_VERSION)));
 }

@@ -1,5 +1,6 @@
 #include "app/AppController.h"
 #include "app/AppControllerView.h"
+#include "platform/FileNames.h"
 #include "platform/PathString.h"
 #include "support/VTLog.h"
 #include "testsupport/ClientApps.h"
@@ -174,11 +175,17 @@ TEST_F(DiscoveryTest, TheWalkFindsTheMakersApplicationsWithCataloguesAtAnyDepth)
     ClientApps::make(applications, "Tessel", "com.vantreel.Tessel", oneTask(), true);
     // A folder named like a package that is a plain file is no folder at all.
     TestFiles::write(applications + "/Fake.app", "not a bundle");
+    // A bundle whose folder name is not UTF-8 is found by its bytes.
+    const QByteArray latin1 = FileNames::encode(applications) + "/Tess\xe9ra.app";
+    ASSERT_EQ(::rename(FileNames::encode(app("", "Tessera", "com.vantreel.Tessera")).constData(),
+                       latin1.constData()),
+              0);
 
     const auto apps = controller->appsForFolder(applications);
     ASSERT_TRUE(apps);
-    EXPECT_EQ(identifiers(apps), QStringList({"com.vantreel.Manual", "com.vantreelLoose",
-                                              "com.vantreel.Quill", "com.vantreel.Inkwell"}));
+    EXPECT_EQ(identifiers(apps),
+              QStringList({"com.vantreel.Manual", "com.vantreelLoose", "com.vantreel.Quill",
+                           "com.vantreel.Tessera", "com.vantreel.Inkwell"}));
     const VTClientApplication &inkwell = apps->back();
     EXPECT_EQ(inkwell.name, QStringLiteral("Inkwell"));
     EXPECT_EQ(inkwell.icon.size(), QSize(48, 48));

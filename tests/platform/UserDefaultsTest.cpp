@@ -91,9 +91,10 @@ TEST_F(UserDefaultsTest, MissingOrBrokenFilesAreEmpty)
     TestFiles::write(userFile(), "this is not a property list");
     TestFiles::write(machineFile(), PropertyList::toXml(PlistValue(PlistArray{PlistValue("k")})));
     EXPECT_EQ(defaults.objectForKey(QStringLiteral("k")).string(), QStringLiteral("registered"));
-    // What could not be read is not replaced by the one key being set.
-    EXPECT_FALSE(defaults.setObject(PlistValue(1), QStringLiteral("k")));
-    EXPECT_EQ(TestFiles::read(userFile()), QByteArray("this is not a property list"));
+    // A damaged file is kept aside, not lost, when a key is set.
+    EXPECT_TRUE(defaults.setObject(PlistValue(1), QStringLiteral("k")));
+    EXPECT_EQ(TestFiles::read(userFile() + ".damaged"), QByteArray("this is not a property list"));
+    EXPECT_EQ(defaults.objectForKey(QStringLiteral("k")).integerValue(), 1);
 
     UserDefaults nowhere{QString(), QString()};
     EXPECT_FALSE(nowhere.objectForKey(QStringLiteral("k")).isValid());
