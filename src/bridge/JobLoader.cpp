@@ -65,27 +65,34 @@ QString foreignUnitMessage(const UnitFolder &folder, const QString &unit)
 
 } // namespace
 
-bool JobLoader::deactivate(const SystemdManager &systemd, const UnitFolder &folder,
-                           const QStringList &units) const
+bool JobLoader::deactivate(const SystemdManager &systemd, const QStringList &units) const
 {
     if (units.isEmpty()) {
         return true;
     }
-    bool ok = systemd.run(QStringList{QStringLiteral("stop")} + units, true);
-    QStringList installed;
-    for (const QString &unit : units) {
-        if (folder.text(unit).contains(QLatin1String("\n[Install]\n"))) {
-            installed.append(unit);
+    // One call stops them and removes their links; units without an [Install] section are
+    // only stopped. The caller reloads only where the manager needs it.
+    return systemd.run(QStringList{QStringLiteral("disable"), QStringLiteral("--now"),
+                                   QStringLiteral("--no-reload")} +
+                           units,
+                       true);
+}
+
+bool JobLoader::needsReload(const SystemdManager &systemd, const QStringList &units) const
+{
+    // systemd loads a unit it does not hold yet from its file; only a unit it holds from an
+    // older file (or from one since removed) needs the reload. Without an answer, reload.
+    const std::optional<QString> shown = systemd.show({QStringLiteral("NeedDaemonReload")}, units);
+    if (!shown) {
+        return true;
+    }
+    qsizetype current = 0;
+    for (const QString &line : shown->split(QLatin1Char('\n'))) {
+        if (line.trimmed() == QLatin1String("NeedDaemonReload=no")) {
+            ++current;
         }
     }
-    if (!installed.isEmpty()) {
-        // The caller reloads once when all files are in place.
-        ok = systemd.run(QStringList{QStringLiteral("disable"), QStringLiteral("--no-reload")} +
-                             installed,
-                         true) &&
-             ok;
-    }
-    return ok;
+    return current != units.size();
 }
 
 int JobLoader::load(const QString &jobPath) const
@@ -140,11 +147,12 @@ int JobLoader::load(const QString &jobPath) const
     if (!previous.isEmpty() && previous.first() == writer->serviceName()) {
         previous.move(0, previous.size() - 1);
     }
-    bool ok = deactivate(systemd, folder, previous);
+    bool ok = deactivate(systemd, previous);
 
     QStringList written;
     for (const auto &[name, text] : writer->units()) {
-        if (!folder.write(name, text, &message)) {
+        // An unchanged file keeps its time, so the manager sees nothing to reload.
+        if (folder.text(name) != text && !folder.write(name, text, &message)) {
             Console::log(message);
             return 1;
         }
@@ -168,26 +176,29 @@ int JobLoader::load(const QString &jobPath) const
     } else if (folder.state(watcher) == UnitFolder::State::Ours &&
                !otherMountJobs(folder, writer->serviceName())) {
         // This job was the last one that needed the watcher.
-        ok = deactivate(systemd, folder, {watcher}) && ok;
+        ok = deactivate(systemd, {watcher}) && ok;
         if (!folder.remove(watcher, &message)) {
             Console::log(message);
             ok = false;
         }
     }
 
-    // One reload for the whole change: enable only links the files.
-    const bool enable = !job.disabled() && !triggers.isEmpty();
-    if (enable) {
-        ok = systemd.run(QStringList{QStringLiteral("enable"), QStringLiteral("--no-reload")} +
-                         triggers) &&
-             ok;
+    // A disabled job starts nothing, so what the manager holds of it can wait for the load
+    // that enables it.
+    if (job.disabled() || triggers.isEmpty()) {
+        return ok ? 0 : 1;
     }
-    ok = systemd.run({QStringLiteral("daemon-reload")}) && ok;
-    if (enable) {
-        ok = systemd.run(QStringList{QStringLiteral("start"), QStringLiteral("--no-block")} +
-                         triggers) &&
-             ok;
+    QStringList units = written;
+    if (mountJob) {
+        units.append(watcher);
     }
+    if (needsReload(systemd, units)) {
+        ok = systemd.run({QStringLiteral("daemon-reload")}) && ok;
+    }
+    ok = systemd.run(QStringList{QStringLiteral("enable"), QStringLiteral("--now"),
+                                 QStringLiteral("--no-reload"), QStringLiteral("--no-block")} +
+                     triggers) &&
+         ok;
     return ok ? 0 : 1;
 }
 
@@ -235,7 +246,9 @@ int JobLoader::unload(const QString &jobPath) const
     }
 
     const SystemdManager systemd(t->scope);
-    bool ok = deactivate(systemd, folder, loaded);
+    // Stopped and unlinked, the units are dropped by the manager once unreferenced, or
+    // replaced by the next load's reload; nothing starts them in between.
+    bool ok = deactivate(systemd, loaded);
     QString message;
     for (const QString &name : loaded) {
         if (!folder.remove(name, &message)) {
@@ -243,6 +256,5 @@ int JobLoader::unload(const QString &jobPath) const
             ok = false;
         }
     }
-    ok = systemd.run({QStringLiteral("daemon-reload")}) && ok;
     return ok ? 0 : 1;
 }

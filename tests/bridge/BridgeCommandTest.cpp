@@ -109,12 +109,12 @@ TEST_F(BridgeCommandTest, LoadAndUnloadCallSystemctlInOrder)
     EXPECT_EQ(run.err, QString());
     EXPECT_EQ(
         systemctl.calls(),
-        (QStringList{
-            "--user enable --no-reload com.vantreel.ScheduledTask3.timer", "--user daemon-reload",
-            "--user start --no-block com.vantreel.ScheduledTask3.timer",
-            "--user stop com.vantreel.ScheduledTask3.timer com.vantreel.ScheduledTask3.service",
-            "--user disable --no-reload com.vantreel.ScheduledTask3.timer",
-            "--user daemon-reload"}));
+        (QStringList{"--user show --timestamp=unix -p NeedDaemonReload "
+                     "com.vantreel.ScheduledTask3.service com.vantreel.ScheduledTask3.timer",
+                     "--user daemon-reload",
+                     "--user enable --now --no-reload --no-block com.vantreel.ScheduledTask3.timer",
+                     "--user disable --now --no-reload com.vantreel.ScheduledTask3.timer "
+                     "com.vantreel.ScheduledTask3.service"}));
 }
 
 TEST_F(BridgeCommandTest, OnlyRootLoadsDaemons)
@@ -140,10 +140,12 @@ TEST_F(BridgeCommandTest, OnlyRootLoadsDaemons)
     if (geteuid() == 0) {
         run = BridgeTesting::bridge({"load", path});
         EXPECT_EQ(run.status, 0) << run.err.toStdString();
-        EXPECT_EQ(systemctl.calls(),
-                  (QStringList{"enable --no-reload com.vantreel.RootScheduledTask1.timer",
-                               "daemon-reload",
-                               "start --no-block com.vantreel.RootScheduledTask1.timer"}));
+        EXPECT_EQ(systemctl.calls(), (QStringList{"show --timestamp=unix -p NeedDaemonReload "
+                                                  "com.vantreel.RootScheduledTask1.service "
+                                                  "com.vantreel.RootScheduledTask1.timer",
+                                                  "daemon-reload",
+                                                  "enable --now --no-reload --no-block "
+                                                  "com.vantreel.RootScheduledTask1.timer"}));
         EXPECT_TRUE(QFileInfo::exists(systemUnits +
                                       QStringLiteral("/com.vantreel.RootScheduledTask1.timer")));
     }

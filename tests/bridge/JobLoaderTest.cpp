@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -61,17 +62,20 @@ protected:
 
 } // namespace
 
-TEST_F(JobLoaderTest, LoadWritesTheUnitsThenReloadsEnablesAndStartsTheTrigger)
+TEST_F(JobLoaderTest, LoadWritesTheUnitsThenEnablesAndStartsTheTrigger)
 {
     const QString path = job(QStringLiteral("com.vantreel.ScheduledTask3"), daily());
     // The manager must be able to read the units whatever the caller's umask.
     const mode_t mask = umask(077);
     EXPECT_EQ(loader.load(path), 0);
     umask(mask);
+    // A manager that does not answer is reloaded.
     EXPECT_EQ(systemctl.calls(),
-              (QStringList{"--user enable --no-reload com.vantreel.ScheduledTask3.timer",
+              (QStringList{"--user show --timestamp=unix -p NeedDaemonReload "
+                           "com.vantreel.ScheduledTask3.service com.vantreel.ScheduledTask3.timer",
                            "--user daemon-reload",
-                           "--user start --no-block com.vantreel.ScheduledTask3.timer"}));
+                           "--user enable --now --no-reload --no-block "
+                           "com.vantreel.ScheduledTask3.timer"}));
     EXPECT_EQ(files(userUnits()), (QStringList{"com.vantreel.ScheduledTask3.service",
                                                "com.vantreel.ScheduledTask3.timer"}));
     EXPECT_EQ(QFileInfo(userUnits() + "/com.vantreel.ScheduledTask3.timer").permissions(),
@@ -80,29 +84,56 @@ TEST_F(JobLoaderTest, LoadWritesTheUnitsThenReloadsEnablesAndStartsTheTrigger)
 
     systemctl.clearCalls();
     EXPECT_EQ(loader.unload(path), 0);
-    EXPECT_EQ(
-        systemctl.calls(),
-        (QStringList{
-            "--user stop com.vantreel.ScheduledTask3.timer com.vantreel.ScheduledTask3.service",
-            "--user disable --no-reload com.vantreel.ScheduledTask3.timer",
-            "--user daemon-reload"}));
+    EXPECT_EQ(systemctl.calls(), QStringList{"--user disable --now --no-reload "
+                                             "com.vantreel.ScheduledTask3.timer "
+                                             "com.vantreel.ScheduledTask3.service"});
     EXPECT_TRUE(files(userUnits()).isEmpty());
+}
+
+TEST_F(JobLoaderTest, TheManagerIsReloadedOnlyWhenItHoldsAnOlderUnit)
+{
+    const QString path = job(QStringLiteral("com.vantreel.ScheduledTask3"), daily());
+    const QString timer = userUnits() + QStringLiteral("/com.vantreel.ScheduledTask3.timer");
+    const QString enable = QStringLiteral(
+        "--user enable --now --no-reload --no-block com.vantreel.ScheduledTask3.timer");
+    for (const auto &[answer, reloads] :
+         {std::pair{"NeedDaemonReload=no\n\nNeedDaemonReload=no\n", false},
+          std::pair{"NeedDaemonReload=no\n\nNeedDaemonReload=yes\n", true}}) {
+        systemctl.answerShow(QString::fromLatin1(answer));
+        systemctl.clearCalls();
+        ASSERT_EQ(loader.load(path), 0);
+        const QStringList calls = systemctl.calls();
+        EXPECT_EQ(calls.contains(QStringLiteral("--user daemon-reload")), reloads) << answer;
+        EXPECT_EQ(calls.last(), enable);
+    }
+    // Loading it again unchanged leaves the files as they are, time included, so that the
+    // manager has nothing to reload.
+    QFile file(timer);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    ASSERT_TRUE(file.setFileTime(QDateTime::fromSecsSinceEpoch(1000000000),
+                                 QFileDevice::FileModificationTime));
+    file.close();
+    ASSERT_EQ(loader.load(path), 0);
+    EXPECT_EQ(QFileInfo(timer).lastModified().toSecsSinceEpoch(), 1000000000);
+    // A disabled job is only written: the load that enables it asks the manager.
+    systemctl.clearCalls();
+    job(QStringLiteral("com.vantreel.ScheduledTask3"), daily(), true);
+    ASSERT_EQ(loader.load(path), 0);
+    EXPECT_EQ(systemctl.calls(), QStringList{"--user disable --now --no-reload "
+                                             "com.vantreel.ScheduledTask3.timer "
+                                             "com.vantreel.ScheduledTask3.service"});
 }
 
 TEST_F(JobLoaderTest, RunAtLoadEnablesAndStartsTheServiceItself)
 {
     const QString path = job(QStringLiteral("com.vantreel.ScheduledTask0"), {{"RunAtLoad", true}});
     EXPECT_EQ(loader.load(path), 0);
-    EXPECT_EQ(systemctl.calls(),
-              (QStringList{"--user enable --no-reload com.vantreel.ScheduledTask0.service",
-                           "--user daemon-reload",
-                           "--user start --no-block com.vantreel.ScheduledTask0.service"}));
+    EXPECT_EQ(systemctl.calls().last(), QStringLiteral("--user enable --now --no-reload --no-block "
+                                                       "com.vantreel.ScheduledTask0.service"));
     systemctl.clearCalls();
     EXPECT_EQ(loader.unload(path), 0);
     EXPECT_EQ(systemctl.calls(),
-              (QStringList{"--user stop com.vantreel.ScheduledTask0.service",
-                           "--user disable --no-reload com.vantreel.ScheduledTask0.service",
-                           "--user daemon-reload"}));
+              QStringList{"--user disable --now --no-reload com.vantreel.ScheduledTask0.service"});
 }
 
 TEST_F(JobLoaderTest, DisabledJobsAndJobsWithoutTriggerAreWrittenButNotStarted)
@@ -111,7 +142,7 @@ TEST_F(JobLoaderTest, DisabledJobsAndJobsWithoutTriggerAreWrittenButNotStarted)
     EXPECT_EQ(loader.load(job(QStringLiteral("com.vantreel.ScheduledTask2"),
                               {{"StartCalendarInterval", PlistArray{}}})),
               0);
-    EXPECT_EQ(systemctl.calls(), (QStringList{"--user daemon-reload", "--user daemon-reload"}));
+    EXPECT_TRUE(systemctl.calls().isEmpty());
     EXPECT_EQ(files(userUnits()), (QStringList{"com.vantreel.ScheduledTask1.service",
                                                "com.vantreel.ScheduledTask1.timer",
                                                "com.vantreel.ScheduledTask2.service"}));
@@ -135,23 +166,23 @@ TEST_F(JobLoaderTest, LoadingAgainReplacesTheUnitsOfTheOldSchedule)
     // The application rewrites the job file for a new schedule.
     job(label, {{"WatchPaths", QStringList{"/srv/inbox"}}});
     EXPECT_EQ(loader.load(path), 0);
-    EXPECT_EQ(
-        systemctl.calls(),
-        (QStringList{
-            "--user stop com.vantreel.ScheduledTask3.timer com.vantreel.ScheduledTask3.service",
-            "--user disable --no-reload com.vantreel.ScheduledTask3.timer",
-            "--user enable --no-reload com.vantreel.ScheduledTask3.path", "--user daemon-reload",
-            "--user start --no-block com.vantreel.ScheduledTask3.path"}));
+    EXPECT_EQ(systemctl.calls(),
+              (QStringList{
+                  "--user disable --now --no-reload com.vantreel.ScheduledTask3.timer "
+                  "com.vantreel.ScheduledTask3.service",
+                  "--user show --timestamp=unix -p NeedDaemonReload "
+                  "com.vantreel.ScheduledTask3.service com.vantreel.ScheduledTask3.path",
+                  "--user daemon-reload",
+                  "--user enable --now --no-reload --no-block com.vantreel.ScheduledTask3.path"}));
     EXPECT_EQ(files(userUnits()), (QStringList{"com.vantreel.ScheduledTask3.path",
                                                "com.vantreel.ScheduledTask3.service"}));
     // Unload finds the units by label, whatever the job file says now.
     job(label, {{"StartInterval", 60}});
     systemctl.clearCalls();
     EXPECT_EQ(loader.unload(path), 0);
-    EXPECT_EQ(
-        systemctl.calls().first(),
-        QStringLiteral(
-            "--user stop com.vantreel.ScheduledTask3.path com.vantreel.ScheduledTask3.service"));
+    EXPECT_EQ(systemctl.calls().first(),
+              QStringLiteral("--user disable --now --no-reload com.vantreel.ScheduledTask3.path "
+                             "com.vantreel.ScheduledTask3.service"));
     EXPECT_TRUE(files(userUnits()).isEmpty());
 }
 
@@ -172,10 +203,12 @@ TEST_F(JobLoaderTest, DaemonsNeedRoot)
 
     identity->uid = 0;
     EXPECT_EQ(loader.load(path), 0);
-    EXPECT_EQ(
-        systemctl.calls(),
-        (QStringList{"enable --no-reload com.vantreel.RootScheduledTask1.timer", "daemon-reload",
-                     "start --no-block com.vantreel.RootScheduledTask1.timer"}));
+    EXPECT_EQ(systemctl.calls(),
+              (QStringList{
+                  "show --timestamp=unix -p NeedDaemonReload "
+                  "com.vantreel.RootScheduledTask1.service com.vantreel.RootScheduledTask1.timer",
+                  "daemon-reload",
+                  "enable --now --no-reload --no-block com.vantreel.RootScheduledTask1.timer"}));
     EXPECT_EQ(files(systemUnits()), (QStringList{"com.vantreel.RootScheduledTask1.service",
                                                  "com.vantreel.RootScheduledTask1.timer"}));
     EXPECT_FALSE(QFileInfo::exists(userUnits()));
@@ -228,12 +261,13 @@ TEST_F(JobLoaderTest, FailingSystemctlLeavesTheUnitsWrittenAndFailsTheCommand)
         << said.toStdString();
     // Enabling works without a running manager, so it is still done.
     EXPECT_EQ(systemctl.calls().size(), 3);
+    EXPECT_TRUE(systemctl.calls().last().startsWith(QStringLiteral("--user enable --now ")));
     EXPECT_EQ(files(userUnits()).size(), 2);
 
     // Stopping a unit the manager does not know is no failure.
     systemctl.fail(QStringLiteral("daemon-reload"), 0);
     QFile::remove(systemctl.folder() + QStringLiteral("/fail-daemon-reload"));
-    systemctl.fail(QStringLiteral("stop"), 5);
+    systemctl.fail(QStringLiteral("disable"), 5);
     EXPECT_EQ(loader.unload(path), 0);
     EXPECT_TRUE(files(userUnits()).isEmpty());
 }
@@ -265,24 +299,24 @@ TEST_F(JobLoaderTest, TheMountWatcherComesWithTheFirstMountJobAndGoesWithTheLast
     EXPECT_TRUE(TestFiles::read(watcher).contains(
         "ExecStart=\"/opt/kairo/kairo-launchctl\" \"watch-mounts\"\n"));
     EXPECT_EQ(loader.load(second), 0);
-    EXPECT_EQ(systemctl.calls().mid(1),
-              (QStringList{
-                  "--user enable --no-reload kairo-mount-watcher.service", "--user daemon-reload",
-                  "--user start --no-block kairo-mount-watcher.service",
-                  "--user enable --no-reload kairo-mount-watcher.service", "--user daemon-reload",
-                  "--user start --no-block kairo-mount-watcher.service"}));
+    const QStringList calls = systemctl.calls();
+    ASSERT_EQ(calls.size(), 6);
+    EXPECT_EQ(calls.at(0),
+              QStringLiteral("--user show --timestamp=unix -p NeedDaemonReload "
+                             "com.vantreel.ScheduledTask1.service kairo-mount-watcher.service"));
+    EXPECT_EQ(calls.at(2), QStringLiteral("--user enable --now --no-reload --no-block "
+                                          "kairo-mount-watcher.service"));
+    EXPECT_EQ(calls.at(5), calls.at(2));
 
     systemctl.clearCalls();
     EXPECT_EQ(loader.unload(first), 0);
     EXPECT_TRUE(QFileInfo::exists(watcher));
     EXPECT_EQ(loader.unload(second), 0);
     EXPECT_FALSE(QFileInfo::exists(watcher));
-    EXPECT_EQ(
-        systemctl.calls(),
-        (QStringList{"--user stop com.vantreel.ScheduledTask1.service", "--user daemon-reload",
-                     "--user stop kairo-mount-watcher.service com.vantreel.ScheduledTask2.service",
-                     "--user disable --no-reload kairo-mount-watcher.service",
-                     "--user daemon-reload"}));
+    EXPECT_EQ(systemctl.calls(),
+              (QStringList{"--user disable --now --no-reload com.vantreel.ScheduledTask1.service",
+                           "--user disable --now --no-reload kairo-mount-watcher.service "
+                           "com.vantreel.ScheduledTask2.service"}));
     // The disabled one is still loaded.
     EXPECT_EQ(files(userUnits()), QStringList{"com.vantreel.ScheduledTask3.service"});
 }

@@ -99,7 +99,8 @@ protected:
         return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
                "<key>Label</key><string>com.vantreel.RootScheduledTask" +
                QByteArray::number(n) +
-               "</string><key>Program</key><string>/bin/true</string></dict></plist>\n";
+               "</string><key>Program</key><string>/bin/true</string>"
+               "<key>StartInterval</key><integer>60</integer></dict></plist>\n";
     }
     // A private folder of the test's user, as the application stages in.
     QByteArray stage() const

@@ -28,6 +28,10 @@ done
 check "$jobs jobs were loaded" \
     test "$(as_user systemctl --user list-timers --no-legend 'com.vantreel.*' | wc -l)" -eq "$jobs"
 
+# The first scan after installing rewrites every job once (the upgrade rewrite); that is
+# no part of what "-disable" costs.
+as_user kairo-planner -tasks >/dev/null 2>&1
+
 t0=$(seconds)
 as_user kairo-planner -disable >/dev/null 2>&1
 t1=$(seconds)
@@ -49,7 +53,9 @@ enable=$(elapsed "$t2" "$t3")
 reloads=$(elapsed "$t4" "$t5")
 awk -v d="$disable" -v e="$enable" -v r="$reloads" -v n="$jobs" 'BEGIN {
     printf "# %d user jobs: -disable %.2f s, -enable %.2f s; %d daemon-reloads %.2f s\n", n, d, e, n, r
-    printf "# -disable / reloads = %.2f, -enable / reloads = %.2f (goal: at most 1.50) %s\n",
-        d / r, e / r, (d / r <= 1.5 && e / r <= 1.5) ? "OK" : "MISSED"
+    printf "# -disable / reloads = %.2f, -enable / reloads = %.2f (goal: at most 1.50)\n", d / r, e / r
 }'
+# A missed goal fails the benchmark like a failed check.
+check "-disable and -enable cost at most 1.5 times the daemon-reloads" \
+    awk -v d="$disable" -v e="$enable" -v r="$reloads" 'BEGIN { exit !(d <= 1.5 * r && e <= 1.5 * r) }'
 echo done
