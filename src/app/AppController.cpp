@@ -327,6 +327,7 @@ void AppController::rewriteAfterUpgrade()
         VTLog::appendLog(QStringLiteral("%@"), message);
         return;
     }
+    const LookupSnapshot snapshot;
     for (const VTScheduledTask::Ptr &task : dataArray()) {
         task->saveData(false);
     }
@@ -365,6 +366,7 @@ void AppController::enableDisableAll()
             return;
         }
         const bool disable = m_view->enableDisableAllLabel() == kDisableAll;
+        const LookupSnapshot snapshot;
         for (const VTScheduledTask::Ptr &task : dataArray()) {
             task->setEnabled(!disable);
             // A failed save is reported by the writer and does not stop the others.
