@@ -164,7 +164,7 @@ int main(int argc, char **argv)
         std::printf("  slowest sort of the rows by a column, either way, shown: %.2f ms "
                     "(goal: under 20) %s\n",
                     slowestSort, slowestSort < 20 ? "OK" : "MISSED");
-        status |= rows == kTasks ? 0 : 1;
+        status |= rows == kTasks && firstPaint.atMs <= 1000 && slowestSort < 20 ? 0 : 1;
     }
 
     {
@@ -200,7 +200,7 @@ int main(int argc, char **argv)
                     counts.folders, counts.bundles, clients, ended - started);
         std::printf("  longest main-thread gap meanwhile %.1f ms (goal: at most 50) %s\n",
                     longestGap, longestGap <= 50 ? "OK" : "MISSED");
-        status |= clients == static_cast<size_t>(counts.clients) ? 0 : 1;
+        status |= clients == static_cast<size_t>(counts.clients) && longestGap <= 50 ? 0 : 1;
     }
     return status;
 }

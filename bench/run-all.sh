@@ -3,7 +3,8 @@
 # Usage: bench/run-all.sh BUILD_DIR
 # Every executable file directly in BUILD_DIR/bench is a benchmark (each bench/*.cpp target
 # added to the "benchmarks" target lands there); they run one after another, in name order.
-# The exit status is 1 when a benchmark program fails or none is found, else 0.
+# A benchmark program exits non-zero when it misses a goal or cannot run; the exit status
+# here is then 1, after naming every program that did, and also when none is found.
 set -u
 
 build=${1:-build}
@@ -24,7 +25,7 @@ for program in "$dir"/*; do
         echo "==== $name: done"
     else
         status=$?
-        echo "==== $name: FAILED (exit status $status)"
+        echo "==== $name: FAILED (exit status $status: a goal missed or the run failed)"
         failed="$failed $name"
     fi
     echo
@@ -35,7 +36,7 @@ if [ "$count" -eq 0 ]; then
     exit 1
 fi
 if [ -n "$failed" ]; then
-    echo "Benchmarks that failed:$failed"
+    echo "Benchmarks that missed a goal or failed:$failed"
     exit 1
 fi
 echo "All $count benchmark programs ran."

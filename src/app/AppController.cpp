@@ -326,6 +326,7 @@ void AppController::rewriteAfterUpgrade()
         VTLog::appendLog(QStringLiteral("%@"), message);
         return;
     }
+    const LookupSnapshot snapshot;
     for (const VTScheduledTask::Ptr &task : dataArray()) {
         task->saveData(false);
     }
@@ -364,6 +365,7 @@ void AppController::enableDisableAll()
             return;
         }
         const bool disable = m_view->enableDisableAllLabel() == kDisableAll;
+        const LookupSnapshot snapshot;
         for (const VTScheduledTask::Ptr &task : dataArray()) {
             task->setEnabled(!disable);
             // A failed save is reported by the writer and does not stop the others.

@@ -4,6 +4,7 @@
 #include "platform/Console.h"
 #include "platform/FileNames.h"
 #include "platform/Identity.h"
+#include "platform/LookupSnapshot.h"
 #include "platform/PlistText.h"
 #include "support/VTBugReporter.h"
 #include "support/VTException.h"
@@ -245,6 +246,8 @@ int CommandLine::remove(const QStringList &arguments)
 
 bool CommandLine::saveAll(AppController &controller, bool enable)
 {
+    // One look at each application for the whole pass, not one per job.
+    const LookupSnapshot snapshot;
     for (const VTScheduledTask::Ptr &task : controller.dataArray()) {
         task->setEnabled(enable);
         if (!task->saveData()) {

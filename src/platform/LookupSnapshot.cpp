@@ -1,5 +1,7 @@
 #include "LookupSnapshot.h"
 
+#include "FileNames.h"
+
 namespace {
 
 thread_local LookupSnapshot *t_current = nullptr;
@@ -53,4 +55,15 @@ std::optional<std::optional<PlistDict>> LookupSnapshot::dictionary(const QString
 void LookupSnapshot::rememberDictionary(const QString &path, const std::optional<PlistDict> &value)
 {
     m_dictionaries.insert(path, value);
+}
+
+bool LookupSnapshot::fileExists(const QString &path)
+{
+    const auto it = m_existingFiles.constFind(path);
+    if (it != m_existingFiles.constEnd()) {
+        return *it;
+    }
+    const bool exists = FileNames::exists(path);
+    m_existingFiles.insert(path, exists);
+    return exists;
 }

@@ -30,8 +30,13 @@ public:
     std::optional<std::optional<PlistDict>> dictionary(const QString &path) const;
     void rememberDictionary(const QString &path, const std::optional<PlistDict> &value);
 
+    // Whether a file is there, looked at once: the jobs of one application share its
+    // executable.
+    bool fileExists(const QString &path);
+
 private:
     bool m_installed = false;
     QHash<QString, std::optional<QString>> m_applicationPaths;
     QHash<QString, std::optional<PlistDict>> m_dictionaries;
+    QHash<QString, bool> m_existingFiles;
 };

@@ -54,8 +54,17 @@ void PlistText::appendQuoted(QString &out, const QString &string)
         return;
     }
     out += QLatin1Char('"');
-    for (QChar c : string) {
-        const char16_t u = c.unicode();
+    // Runs of characters that need no escape are copied whole: paths are long and plain.
+    const QChar *data = string.constData();
+    const qsizetype size = string.size();
+    qsizetype run = 0;
+    for (qsizetype i = 0; i < size; ++i) {
+        const char16_t u = data[i].unicode();
+        if (u >= 0x20 && u < 0x7f && u != '"' && u != '\\') {
+            continue;
+        }
+        out.append(data + run, i - run);
+        run = i + 1;
         switch (u) {
         case '"':
             out += QLatin1String("\\\"");
@@ -72,18 +81,16 @@ void PlistText::appendQuoted(QString &out, const QString &string)
         case '\r':
             out += QLatin1String("\\r");
             break;
-        default:
-            if (u < 0x20 || u >= 0x7f) {
-                static const char hex[] = "0123456789abcdef";
-                out += QLatin1String("\\U");
-                for (int shift = 12; shift >= 0; shift -= 4) {
-                    out += QLatin1Char(hex[(u >> shift) & 0xf]);
-                }
-            } else {
-                out += c;
+        default: {
+            static const char hex[] = "0123456789abcdef";
+            out += QLatin1String("\\U");
+            for (int shift = 12; shift >= 0; shift -= 4) {
+                out += QLatin1Char(hex[(u >> shift) & 0xf]);
             }
         }
+        }
     }
+    out.append(data + run, size - run);
     out += QLatin1Char('"');
 }
 

@@ -1,6 +1,6 @@
 #include "ProcessSpawner.h"
 
-#include "QtProcessSpawner.h"
+#include "PosixSpawner.h"
 
 #include <mutex>
 
@@ -16,7 +16,7 @@ ProcessSpawner &ProcessSpawner::current()
 {
     std::lock_guard<std::mutex> lock(g_mutex);
     if (!g_current) {
-        g_current = std::make_shared<QtProcessSpawner>();
+        g_current = std::make_shared<PosixSpawner>();
     }
     return *g_current;
 }

@@ -3,6 +3,7 @@
 #include "TaskCatalogue.h"
 #include "platform/Bundle.h"
 #include "platform/FileNames.h"
+#include "platform/LookupSnapshot.h"
 #include "platform/PathString.h"
 #include "platform/PropertyList.h"
 #include "platform/Workspace.h"
@@ -81,7 +82,9 @@ VTScheduledTask::Ptr JobFileReader::taskWithFilename(const QString &path)
         }
     }
 
-    if (!executable || !FileNames::exists(*executable)) {
+    LookupSnapshot *snapshot = LookupSnapshot::current();
+    if (!executable ||
+        !(snapshot ? snapshot->fileExists(*executable) : FileNames::exists(*executable))) {
         offerRemoval(path, executable, task->taskBundleID());
         return nullptr;
     }
