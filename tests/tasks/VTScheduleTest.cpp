@@ -92,6 +92,8 @@ protected:
 
 TEST_F(FrequencyTextTest, SecondsCalendarAndFolderSchedules)
 {
+    EXPECT_EQ(textFor(0), "Run at system startup");
+    EXPECT_EQ(textFor(5), "Once a month");
     const std::pair<int, const char *> seconds[] = {
         {1, "Every 1 second"}, {30, "Every 30 seconds"}, {0, "Every 0 seconds"}};
     for (const auto &[count, text] : seconds) {

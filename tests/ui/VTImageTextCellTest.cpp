@@ -88,6 +88,7 @@ TEST(VTImageTextCellTest, ALongSubtitleIsCutByTheAverageCharacterWidth)
     EXPECT_EQ(VTImageTextCell::shortenedSubtitle(QString(), 0, 20), QString());
     EXPECT_EQ(VTImageTextCell::subtitleColorFor(true, Qt::red), QColor(Qt::white));
     EXPECT_EQ(VTImageTextCell::subtitleColorFor(false, Qt::red), QColor(Qt::red));
+    EXPECT_EQ(VTImageTextCell(solid(Qt::blue)).image().size(), QSize(18, 18));
 }
 
 class VTImageTextCellDrawingTest : public ::testing::Test
