@@ -128,6 +128,31 @@ QString BridgeTesting::writeJob(const QString &folder, const PlistDict &job)
     return path;
 }
 
+QString BridgeTesting::job(const Sandbox &sandbox, const QString &label, const PlistDict &schedule,
+                           bool disabled, bool daemon)
+{
+    const QString folder = daemon ? sandbox.localRoot() + QStringLiteral("/Library/LaunchDaemons")
+                                  : sandbox.home() + QStringLiteral("/Library/LaunchAgents");
+    const QString program =
+        sandbox.localRoot() + QStringLiteral("/Applications/Foo.app/Contents/MacOS/Foo");
+    return writeJob(folder,
+                    writerJob(label, program, {QStringLiteral("-backup")}, schedule, disabled));
+}
+
+PlistDict BridgeTesting::calendar(std::initializer_list<PlistDict> elements)
+{
+    PlistArray array;
+    for (const PlistDict &element : elements) {
+        array.push_back(PlistValue(element));
+    }
+    return PlistDict{{QStringLiteral("StartCalendarInterval"), PlistValue(array)}};
+}
+
+PlistDict BridgeTesting::daily()
+{
+    return calendar({PlistDict{{QStringLiteral("Hour"), 7}, {QStringLiteral("Minute"), 0}}});
+}
+
 bool BridgeTesting::verify(const QStringList &unitFiles, bool userUnits, const QString &runtimeDir,
                            QString *report)
 {

@@ -57,6 +57,13 @@ public:
                                bool disabled = false);
     // Writes the job to FOLDER/LABEL.plist and an executable program where it points.
     static QString writeJob(const QString &folder, const PlistDict &job);
+    // The writer's job for Foo.app with -backup, written to the sandbox's agents (or, for a
+    // daemon, the system's job folder); its path.
+    static QString job(const Sandbox &sandbox, const QString &label, const PlistDict &schedule,
+                       bool disabled = false, bool daemon = false);
+    // StartCalendarInterval with one element per dictionary; daily() is 7:00 every day.
+    static PlistDict calendar(std::initializer_list<PlistDict> elements);
+    static PlistDict daily();
 
     // Sets TZ for the process (and so for mktime and QDateTime) until it goes away.
     class TimeZone

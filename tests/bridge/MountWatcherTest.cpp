@@ -39,11 +39,7 @@ protected:
 
     void load(const QString &label, const PlistDict &schedule, bool disabled = false)
     {
-        const QString program =
-            sandbox.localRoot() + QStringLiteral("/Applications/Foo.app/Contents/MacOS/Foo");
-        const QString path = BridgeTesting::writeJob(
-            sandbox.home() + QStringLiteral("/Library/LaunchAgents"),
-            BridgeTesting::writerJob(label, program, {}, schedule, disabled));
+        const QString path = BridgeTesting::job(sandbox, label, schedule, disabled);
         ASSERT_EQ(JobLoader(BridgeTesting::bridgeBinary()).load(path), 0);
     }
 };
@@ -53,7 +49,6 @@ protected:
 TEST_F(MountWatcherTest, OnlyNewLinesOfTheMountTableCount)
 {
     MountWatcher watcher(table, ManagerScope::user());
-    EXPECT_TRUE(watcher.poll().isEmpty());
     EXPECT_TRUE(watcher.poll().isEmpty());
     append(table, kStick);
     EXPECT_EQ(watcher.poll(), QStringList{QString::fromUtf8(kStick.trimmed())});

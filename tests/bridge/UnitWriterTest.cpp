@@ -1,6 +1,5 @@
 #include "BridgeTesting.h"
 
-#include "CalendarEvent.h"
 #include "JobFile.h"
 #include "ManagerScope.h"
 #include "UnitWriter.h"
@@ -10,15 +9,10 @@
 
 #include <gtest/gtest.h>
 
-#include <QDateTime>
 #include <QDir>
 #include <QRegularExpression>
-#include <QTimeZone>
 
 namespace {
-
-// Fri 2011-03-04 12:00:00 UTC.
-constexpr qint64 kBase = 1299240000;
 
 struct Case
 {
@@ -29,159 +23,87 @@ struct Case
     PlistDict schedule;
     bool disabled = false;
     std::optional<PlistDict> environment = std::nullopt;
-    // Each calendar line and its next three firings after kBase, in UTC.
-    std::map<QString, QStringList> firings = {};
 };
 
-PlistDict calendar(std::initializer_list<PlistDict> elements)
-{
-    PlistArray array;
-    for (const PlistDict &element : elements) {
-        array.push_back(PlistValue(element));
-    }
-    return PlistDict{{QStringLiteral("StartCalendarInterval"), PlistValue(array)}};
-}
+const auto calendar = &BridgeTesting::calendar;
 
 QString hostileNewline()
 {
     return QStringLiteral("x\n[Service]\nExecStartPre=/bin/false");
 }
 
+// An agent of the application's writer running Foo Bar with -backup: ScheduledTaskN.
+Case agent(const char *name, int number, const PlistDict &schedule)
+{
+    return {name,
+            false,
+            QStringLiteral("com.vantreel.ScheduledTask%1").arg(number),
+            {"-backup"},
+            schedule};
+}
+
+// Each schedule type the application writes, and forms written by hand.
 std::vector<Case> cases()
 {
-    const QString agent = QStringLiteral("com.vantreel.ScheduledTask");
-    const QStringList task{QStringLiteral("-backup")};
-    return {
-        {"type0-startup", false, agent + "0", task, {{"RunAtLoad", true}}},
-        {"type0-startup-daemon",
-         true,
-         "com.vantreel.RootScheduledTask1",
-         task,
-         {{"RunAtLoad", true}}},
-        {"type1-mount", false, agent + "1", task, {{"StartOnMount", true}}},
-        {"type2-hourly",
-         false,
-         agent + "2",
-         task,
-         calendar({{{"Minute", 0}}}),
-         false,
-         {},
-         {{"*-*-* *:00:00",
-           {"2011-03-04 13:00:00", "2011-03-04 14:00:00", "2011-03-04 15:00:00"}}}},
-        {"type3-daily",
-         false,
-         agent + "3",
-         task,
-         calendar({{{"Hour", 7}, {"Minute", 0}}}),
-         false,
-         {},
-         {{"*-*-* 07:00:00",
-           {"2011-03-05 07:00:00", "2011-03-06 07:00:00", "2011-03-07 07:00:00"}}}},
-        {"type3-daily-disabled",
-         false,
-         agent + "4",
-         task,
-         calendar({{{"Hour", 7}, {"Minute", 0}}}),
-         true,
-         {},
-         {{"*-*-* 07:00:00",
-           {"2011-03-05 07:00:00", "2011-03-06 07:00:00", "2011-03-07 07:00:00"}}}},
-        {"type4-weekly",
-         false,
-         agent + "5",
-         task,
-         calendar({{{"Weekday", 1}, {"Hour", 7}, {"Minute", 0}}}),
-         false,
-         {},
-         {{"Mon *-*-* 07:00:00",
-           {"2011-03-07 07:00:00", "2011-03-14 07:00:00", "2011-03-21 07:00:00"}}}},
-        {"type5-monthly",
-         false,
-         agent + "6",
-         task,
-         calendar({{{"Day", 1}, {"Hour", 7}, {"Minute", 0}}}),
-         false,
-         {},
-         {{"*-*-01 07:00:00",
-           {"2011-04-01 07:00:00", "2011-05-01 07:00:00", "2011-06-01 07:00:00"}}}},
-        {"type6-seconds", false, agent + "7", task, {{"StartInterval", 300}}},
+    std::vector<Case> all{
+        agent("type0-startup", 0, {{"RunAtLoad", true}}),
+        agent("type0-startup-daemon", 1, {{"RunAtLoad", true}}),
+        agent("type1-mount", 1, {{"StartOnMount", true}}),
+        agent("type2-hourly", 2, calendar({{{"Minute", 0}}})),
+        agent("type3-daily", 3, calendar({{{"Hour", 7}, {"Minute", 0}}})),
+        agent("type3-daily-disabled", 4, calendar({{{"Hour", 7}, {"Minute", 0}}})),
+        agent("type4-weekly", 5, calendar({{{"Weekday", 1}, {"Hour", 7}, {"Minute", 0}}})),
+        agent("type5-monthly", 6, calendar({{{"Day", 1}, {"Hour", 7}, {"Minute", 0}}})),
+        agent("type6-seconds", 7, {{"StartInterval", 300}}),
         // The writer's calendar form, one key per element, is one merged event.
-        {"type7-calendar",
-         false,
-         agent + "8",
-         task,
-         calendar({{{"Minute", 30}}, {{"Hour", 2}}}),
-         false,
-         {},
-         {{"*-*-* 02:30:00",
-           {"2011-03-05 02:30:00", "2011-03-06 02:30:00", "2011-03-07 02:30:00"}}}},
-        {"type7-calendar-all-keys",
-         false,
-         agent + "9",
-         task,
-         calendar(
-             {{{"Minute", 15}}, {{"Hour", 9}}, {{"Day", 31}}, {{"Weekday", 7}}, {{"Month", 12}}}),
-         false,
-         {},
-         {{"*-12-31 09:15:00",
-           {"2011-12-31 09:15:00", "2012-12-31 09:15:00", "2013-12-31 09:15:00"}},
-          {"Sun *-12-* 09:15:00",
-           {"2011-12-04 09:15:00", "2011-12-11 09:15:00", "2011-12-18 09:15:00"}}}},
+        agent("type7-calendar", 8, calendar({{{"Minute", 30}}, {{"Hour", 2}}})),
+        agent("type7-calendar-all-keys", 9,
+              calendar({{{"Minute", 15}},
+                        {{"Hour", 9}},
+                        {{"Day", 31}},
+                        {{"Weekday", 7}},
+                        {{"Month", 12}}})),
         // Any other array keeps launchd's meaning, one event per element: a key twice, or
         // an element of more than one key.
-        {"calendar-key-twice",
-         false,
-         agent + "14",
-         task,
-         calendar({{{"Minute", 0}}, {{"Minute", 30}}}),
-         false,
-         {},
-         {{"*-*-* *:00:00", {"2011-03-04 13:00:00", "2011-03-04 14:00:00", "2011-03-04 15:00:00"}},
-          {"*-*-* *:30:00",
-           {"2011-03-04 12:30:00", "2011-03-04 13:30:00", "2011-03-04 14:30:00"}}}},
-        {"calendar-per-element",
-         false,
-         agent + "15",
-         task,
-         calendar({{{"Hour", 2}, {"Minute", 30}}, {{"Weekday", 1}}}),
-         false,
-         {},
-         {{"*-*-* 02:30:00", {"2011-03-05 02:30:00", "2011-03-06 02:30:00", "2011-03-07 02:30:00"}},
-          {"Mon *-*-* *:*:00",
-           {"2011-03-07 00:00:00", "2011-03-07 00:01:00", "2011-03-07 00:02:00"}}}},
+        agent("calendar-key-twice", 14, calendar({{{"Minute", 0}}, {{"Minute", 30}}})),
+        agent("calendar-per-element", 15,
+              calendar({{{"Hour", 2}, {"Minute", 30}}, {{"Weekday", 1}}})),
         // A type-7 task saved with an empty interval: launchd never fires it.
-        {"type7-calendar-empty", false, agent + "10", task, calendar({})},
+        agent("type7-calendar-empty", 10, calendar({})),
         // Written by hand: launchd fires on day 1 and on Sundays.
-        {"calendar-day-or-weekday",
-         false,
-         agent + "11",
-         task,
-         calendar({{{"Day", 1}, {"Weekday", 0}, {"Hour", 7}, {"Minute", 0}}}),
-         false,
-         {},
-         {{"*-*-01 07:00:00",
-           {"2011-04-01 07:00:00", "2011-05-01 07:00:00", "2011-06-01 07:00:00"}},
-          {"Sun *-*-* 07:00:00",
-           {"2011-03-06 07:00:00", "2011-03-13 07:00:00", "2011-03-20 07:00:00"}}}},
-        {"type8-watch",
-         false,
-         agent + "12",
-         task,
-         {{"WatchPaths", QStringList{"@SANDBOX@/home/anna/Documents/In box 100%"}}}},
-        {"hostile-arguments",
-         false,
-         agent + "13",
-         {"two words", "double \"quote\"", "single 'quote'", "back\\slash", "ends with\\", "100%",
-          "%n%%", "$HOME", "${HOME}", "$$", hostileNewline(), "tab\there", "bell\a and \x7f",
-          "Grüße ✓ 日本", "", ";"},
-         {{"StartInterval", 60}},
-         false,
-         PlistDict{{"VTAppBundleID", "com.vantreel.FooBar"},
-                   {"VTCommandID", "x\n[Install]\nWantedBy=evil.target"},
-                   {"HOSTILE", "$HOME %h \"q\" \\"}}},
+        agent("calendar-day-or-weekday", 11,
+              calendar({{{"Day", 1}, {"Weekday", 0}, {"Hour", 7}, {"Minute", 0}}})),
+        agent("type8-watch", 12,
+              {{"WatchPaths", QStringList{"@SANDBOX@/home/anna/Documents/In box 100%"}}}),
+        agent("hostile-arguments", 13, {{"StartInterval", 60}}),
         // Characters systemd does not take in unit names.
-        {"awkward-label", false, "com.vantreel.Scheduled Task@1/ü", task, {{"StartInterval", 60}}},
+        agent("awkward-label", 0, {{"StartInterval", 60}}),
     };
+    all[1].daemon = true;
+    all[1].label = QStringLiteral("com.vantreel.RootScheduledTask1");
+    all[5].disabled = true;
+    Case &hostile = all[all.size() - 2];
+    hostile.arguments = {"two words",
+                         "double \"quote\"",
+                         "single 'quote'",
+                         "back\\slash",
+                         "ends with\\",
+                         "100%",
+                         "%n%%",
+                         "$HOME",
+                         "${HOME}",
+                         "$$",
+                         hostileNewline(),
+                         "tab\there",
+                         "bell\a and \x7f",
+                         "Grüße ✓ 日本",
+                         "",
+                         ";"};
+    hostile.environment = PlistDict{{"VTAppBundleID", "com.vantreel.FooBar"},
+                                    {"VTCommandID", "x\n[Install]\nWantedBy=evil.target"},
+                                    {"HOSTILE", "$HOME %h \"q\" \\"}};
+    all.back().label = QStringLiteral("com.vantreel.Scheduled Task@1/ü");
+    return all;
 }
 
 QString goldenFolder(const Case &c)
@@ -199,13 +121,6 @@ QString withPlaceholders(QString text, const Sandbox &sandbox)
 {
     return text.replace(BridgeTesting::bridgeBinary(), QStringLiteral("@BRIDGE@"))
         .replace(sandbox.path(), QStringLiteral("@SANDBOX@"));
-}
-
-qint64 utc(const QString &text)
-{
-    QDateTime time = QDateTime::fromString(text, QStringLiteral("yyyy-MM-dd HH:mm:ss"));
-    time.setTimeZone(QTimeZone::utc());
-    return time.toSecsSinceEpoch();
 }
 
 struct Generated
@@ -302,55 +217,6 @@ TEST_P(UnitWriterGoldenTest, UnitsAreExactlyTheGoldenOnesAndPassSystemdVerify)
     EXPECT_TRUE(
         BridgeTesting::verify(files, !c.daemon, sandbox.mkdir(QStringLiteral("runtime")), &report))
         << report.toStdString();
-}
-
-TEST_P(UnitWriterGoldenTest, CalendarLinesFireWhenSystemdSaysTheyDo)
-{
-    const Case &c = GetParam();
-    const Generated generated = generate(c, sandbox);
-    QStringList lines;
-    for (const auto &[name, text] : generated.units) {
-        for (const QString &line : text.split(QLatin1Char('\n'))) {
-            if (line.startsWith(QLatin1String("OnCalendar="))) {
-                lines.append(line.mid(11));
-            }
-        }
-    }
-    QStringList expectedLines;
-    for (const auto &[line, times] : c.firings) {
-        expectedLines.append(line);
-    }
-    EXPECT_EQ(QSet<QString>(lines.begin(), lines.end()),
-              QSet<QString>(expectedLines.begin(), expectedLines.end()));
-    if (lines.isEmpty()) {
-        return;
-    }
-
-    QStringList normalized;
-    const auto systemd =
-        BridgeTesting::systemdFirings(lines, kBase, 3, QStringLiteral("UTC"), &normalized);
-    ASSERT_EQ(systemd.size(), static_cast<size_t>(lines.size()));
-    // Written as systemd itself would write them.
-    EXPECT_EQ(normalized, lines);
-    const BridgeTesting::TimeZone zone(QStringLiteral("UTC"));
-    for (qsizetype i = 0; i < lines.size(); ++i) {
-        std::vector<qint64> expected;
-        for (const QString &time : c.firings.at(lines.at(i))) {
-            expected.push_back(utc(time));
-        }
-        EXPECT_EQ(systemd.at(static_cast<size_t>(i)), expected) << lines.at(i).toStdString();
-        std::vector<qint64> ours;
-        const std::optional<CalendarEvent> event = CalendarEvent::parse(lines.at(i));
-        ASSERT_TRUE(event) << lines.at(i).toStdString();
-        qint64 after = kBase;
-        for (int n = 0; n < 3; ++n) {
-            const std::optional<qint64> next = event->nextAfter(after);
-            ASSERT_TRUE(next);
-            ours.push_back(*next);
-            after = *next;
-        }
-        EXPECT_EQ(ours, expected) << lines.at(i).toStdString();
-    }
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -30,20 +30,10 @@ protected:
 
     static PlistValue oldForm()
     {
-        PlistDict tasks;
-        tasks.insert(QStringLiteral("-backup ### -quiet"), QStringLiteral("Quiet backup"));
-        tasks.insert(QStringLiteral("-index"), QStringLiteral("Rebuild the index"));
-        return PlistValue(tasks);
+        return PlistValue(
+            PlistDict{{"-backup ### -quiet", "Quiet backup"}, {"-index", "Rebuild the index"}});
     }
 };
-
-TEST_F(TaskCatalogueTest, ArgumentsOfAKnownTask)
-{
-    std::optional<QStringList> arguments;
-    EXPECT_EQ(consoleOf(QStringLiteral("clean"), QStringLiteral("com.vantreel.Quill"), &arguments),
-              QString());
-    EXPECT_EQ(arguments, QStringList({"-clean", "-quiet"}));
-}
 
 TEST_F(TaskCatalogueTest, EachFailureIsReportedWithItsOwnText)
 {
@@ -132,12 +122,8 @@ TEST_F(TaskCatalogueTest, DescriptionsOfBothForms)
     old.setTaskArguments(QStringList{"-backup", "-quiet"});
     EXPECT_EQ(old.descriptionFromArguments(), QStringLiteral("Quiet backup"));
     EXPECT_FALSE(old.taskID().has_value());
-}
 
-TEST_F(TaskCatalogueTest, UnknownArgumentsLeaveTheIDAlone)
-{
-    VTScheduledTask task;
-    task.setTaskBundleID(QStringLiteral("com.vantreel.Quill"));
+    // Unknown arguments leave the ID alone.
     task.setTaskID(QStringLiteral("kept"));
     task.setTaskArguments(QStringList{"-clean"});
     EXPECT_FALSE(task.descriptionFromArguments().has_value());
@@ -165,12 +151,8 @@ TEST_F(TaskCatalogueTest, TheFirstOfTwoEqualCommandsWins)
 
 TEST_F(TaskCatalogueTest, RootChoiceOfAnEntry)
 {
-    EXPECT_TRUE(
-        TaskCatalogue::isRootTask(QStringLiteral("com.vantreel.Quill"), QStringLiteral("repair")));
-    EXPECT_FALSE(
-        TaskCatalogue::isRootTask(QStringLiteral("com.vantreel.Quill"), QStringLiteral("backup")));
-    EXPECT_FALSE(
-        TaskCatalogue::isRootTask(QStringLiteral("com.vantreel.Quill"), QStringLiteral("nothing")));
-    EXPECT_FALSE(TaskCatalogue::isRootTask(QStringLiteral("com.vantreel.Nowhere"),
-                                           QStringLiteral("repair")));
+    EXPECT_TRUE(TaskCatalogue::isRootTask("com.vantreel.Quill", "repair"));
+    EXPECT_FALSE(TaskCatalogue::isRootTask("com.vantreel.Quill", "backup"));
+    EXPECT_FALSE(TaskCatalogue::isRootTask("com.vantreel.Quill", "nothing"));
+    EXPECT_FALSE(TaskCatalogue::isRootTask("com.vantreel.Nowhere", "repair"));
 }

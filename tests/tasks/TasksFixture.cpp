@@ -3,8 +3,6 @@
 #include "platform/PropertyList.h"
 #include "support/VTAuthorization.h"
 #include "testsupport/ClientApps.h"
-#include "testsupport/PlistXml.h"
-#include "testsupport/TestFiles.h"
 
 void TasksFixture::SetUp()
 {
@@ -40,9 +38,4 @@ QString TasksFixture::daemons() const
 PlistDict TasksFixture::readJob(const QString &path) const
 {
     return PropertyList::readDictionary(path).value_or(PlistDict());
-}
-
-QVariant TasksFixture::parseIndependently(const QString &path) const
-{
-    return PlistXml::parse(TestFiles::read(path));
 }

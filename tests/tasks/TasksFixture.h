@@ -10,8 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QVariant>
-
 #include <memory>
 #include <vector>
 
@@ -34,6 +32,4 @@ protected:
     QString agents() const;
     QString daemons() const;
     PlistDict readJob(const QString &path) const;
-    // The file as an independent XML reader sees it.
-    QVariant parseIndependently(const QString &path) const;
 };

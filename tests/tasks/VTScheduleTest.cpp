@@ -38,16 +38,9 @@ TEST(IntervalExpressionTest, FieldsAreMinuteHourDayWeekdayMonth)
     // Extra fields are ignored.
     EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString("1,2,3,4,5,6"),
               interval({{"Minute", 1}, {"Hour", 2}, {"Day", 3}, {"Weekday", 4}, {"Month", 5}}));
-}
-
-TEST(IntervalExpressionTest, KeysKeepTheExpressionsOrder)
-{
-    const PlistDict d = VTScheduledTask::intervalDictionaryFromString("15,,1,,12");
-    EXPECT_EQ(d.keys(), QStringList({"Minute", "Day", "Month"}));
-}
-
-TEST(IntervalExpressionTest, ValuesAreReadLikeIntegersWithoutRangeChecks)
-{
+    // Keys keep the expression's order.
+    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString("15,,1,,12").keys(),
+              QStringList({"Minute", "Day", "Month"}));
     // No wildcard syntax: an asterisk or a letter stores 0, and nothing is range checked.
     EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString("*,x,75, 7b,-3"),
               interval({{"Minute", 0}, {"Hour", 0}, {"Day", 75}, {"Weekday", 7}, {"Month", -3}}));
@@ -76,10 +69,6 @@ TEST(FriendlyIntervalTest, TheSentencesOfEachCombination)
     EXPECT_EQ(friendly("45", "", "", "3", ""), "Every Wednesday Every hour at minute 45");
     EXPECT_EQ(friendly("1", "6", "2", "4", "11"), "Every November on day 2 at 6:01");
     EXPECT_EQ(friendly("", "", "", "", ""), "");
-}
-
-TEST(FriendlyIntervalTest, NamesOfDaysAndMonths)
-{
     EXPECT_EQ(friendly("0", "8", "", "7", ""), "Every Sunday at 8:00");
     EXPECT_EQ(friendly("0", "8", "", "0", ""), "Every Sunday at 8:00");
     EXPECT_EQ(friendly("0", "8", "", "9", ""), "Every Unknown at 8:00");
@@ -101,30 +90,16 @@ protected:
     }
 };
 
-TEST_F(FrequencyTextTest, FixedSchedules)
+TEST_F(FrequencyTextTest, SecondsCalendarAndFolderSchedules)
 {
     EXPECT_EQ(textFor(0), "Run at system startup");
-    EXPECT_EQ(textFor(1), "When a new disk is mounted");
-    EXPECT_EQ(textFor(2), "Once an hour");
-    EXPECT_EQ(textFor(3), "Once a day");
-    EXPECT_EQ(textFor(4), "Once a week");
     EXPECT_EQ(textFor(5), "Once a month");
-    EXPECT_EQ(textFor(-1), "Unknown");
-    EXPECT_EQ(textFor(9), "Unknown");
-}
-
-TEST_F(FrequencyTextTest, SecondsAreCountedInEnglish)
-{
-    task.setIntervalSeconds(1);
-    EXPECT_EQ(textFor(6), "Every 1 second");
-    task.setIntervalSeconds(30);
-    EXPECT_EQ(textFor(6), "Every 30 seconds");
-    task.setIntervalSeconds(0);
-    EXPECT_EQ(textFor(6), "Every 0 seconds");
-}
-
-TEST_F(FrequencyTextTest, CalendarAndFolderSchedules)
-{
+    const std::pair<int, const char *> seconds[] = {
+        {1, "Every 1 second"}, {30, "Every 30 seconds"}, {0, "Every 0 seconds"}};
+    for (const auto &[count, text] : seconds) {
+        task.setIntervalSeconds(count);
+        EXPECT_EQ(textFor(6), text);
+    }
     task.setInterval(PlistDict());
     EXPECT_EQ(textFor(7), "");
     task.setInterval(interval({{"Hour", 14}, {"Minute", 0}}));

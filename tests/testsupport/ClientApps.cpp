@@ -38,11 +38,6 @@ QString ClientApps::make(const QString &folder, const QString &name, const QStri
     return bundle;
 }
 
-QString ClientApps::runLog(const QString &bundlePath)
-{
-    return bundlePath + QStringLiteral("/Contents/runs.log");
-}
-
 QString ClientApps::makeQuill(const QString &folder)
 {
     const PlistArray tasks{

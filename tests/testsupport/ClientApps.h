@@ -20,6 +20,4 @@ public:
     // library"), "clean" (-clean -quiet, "Clean caches") and the root task "repair"
     // (-repair, "Repair permissions"); the bundle's path.
     static QString makeQuill(const QString &folder);
-    // The file the sample executables append "ARG1 ARG2 ..." lines to.
-    static QString runLog(const QString &bundlePath);
 };

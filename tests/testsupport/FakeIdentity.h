@@ -4,8 +4,6 @@
 
 #include <QMap>
 
-#include <vector>
-
 // An identity the test sets up: who the process is, who is at the console and where the
 // homes are. Installed for the life of the object (see Scoped).
 class FakeIdentity : public Identity
@@ -18,8 +16,6 @@ public:
     std::optional<QString> console;
     QMap<QString, QString> homes;
     QMap<QString, uid_t> uids;
-    bool allowSetUserId = true;
-    std::vector<uid_t> setUserIdCalls;
 
     uid_t realUserId() const override { return uid; }
     QString userName() const override { return name; }

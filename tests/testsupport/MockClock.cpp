@@ -21,12 +21,6 @@ void MockClock::advance(std::chrono::milliseconds duration)
     m_now = m_now.addMSecs(duration.count());
 }
 
-void MockClock::set(const QDateTime &time)
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_now = time;
-}
-
 std::vector<std::chrono::microseconds> MockClock::sleeps() const
 {
     std::lock_guard<std::mutex> lock(m_mutex);

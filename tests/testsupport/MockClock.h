@@ -14,7 +14,6 @@ public:
     QDateTime now() const override;
     void sleepFor(std::chrono::microseconds duration) override;
     void advance(std::chrono::milliseconds duration);
-    void set(const QDateTime &time);
     std::vector<std::chrono::microseconds> sleeps() const;
 
     // Installs a mock clock until the guard goes away.

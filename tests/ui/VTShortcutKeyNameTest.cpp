@@ -43,50 +43,33 @@ protected:
     }
 };
 
-TEST_F(VTShortcutKeyNameTest, ModifiersComeInTheOrderCtrlShiftAltCmd)
+// Modifiers in the order Ctrl, Shift, Alt, Cmd; the key named without its modifiers (Shift+1
+// is not "!") and upper-cased when it is one character.
+TEST_F(VTShortcutKeyNameTest, NamesOfKeysAndModifiers)
 {
-    EXPECT_EQ(name(0x00, 0), some("A"));
-    EXPECT_EQ(name(0x00, 0x300), some("Shift+Cmd+A"));
-    EXPECT_EQ(name(0x00, 0x100), some("Cmd+A"));
-    EXPECT_EQ(name(0x00, 0x1B00), some("Ctrl+Shift+Alt+Cmd+A"));
-    EXPECT_EQ(name(0x0E, 0x1800), some("Ctrl+Alt+E"));
-    EXPECT_EQ(name(0x12, 0x1200), some("Ctrl+Shift+1"));
     // Caps lock (0x400) and other bits name nothing.
-    EXPECT_EQ(name(0x00, 0x400 | 0x80 | 0x1), some("A"));
-}
-
-TEST_F(VTShortcutKeyNameTest, TheKeyIsNamedWithoutItsModifiersAndUpperCasedWhenItIsOneCharacter)
-{
-    // Shift+1 is named 1, not "!".
-    EXPECT_EQ(name(0x12, 0x200), some("Shift+1"));
-    EXPECT_EQ(name(0x2C, 0x300), some("Shift+Cmd+/"));
-    EXPECT_EQ(name(0x60, 0x1800), some("Ctrl+Alt+F5"));
-    // A name of several characters keeps its case.
-    EXPECT_EQ(name(0x7A, 0), some("F1"));
-}
-
-TEST_F(VTShortcutKeyNameTest, SpecialKeysHaveTheirNames)
-{
-    const std::pair<quint16, const char *> keys[] = {
-        {0x7E, "Up Arrow"},
-        {0x7D, "Down Arrow"},
-        {0x7B, "Left Arrow"},
-        {0x7C, "Right Arrow"},
-        {0x73, "Home"},
-        {0x77, "End"},
-        {0x74, "Page Up"},
-        {0x79, "Page Down"},
-        // The Return key types a carriage return, which is named "Enter", and the keypad's
-        // Enter key types 0x03, named "Return".
-        {0x24, "Enter"},
-        {0x4C, "Return"},
-        {0x30, "Tab"},
-        {0x35, "Escape"},
-        {0x31, "Space"},
-        {0x33, "Backspace"},
-        {0x75, "Delete"},
-    };
-    for (const auto &[keyCode, expected] : keys) {
+    const std::tuple<quint16, quint64, const char *> keys[] = {
+        {0x00, 0, "A"},
+        {0x00, 0x100, "Cmd+A"},
+        {0x00, 0x1B00, "Ctrl+Shift+Alt+Cmd+A"},
+        {0x0E, 0x1800, "Ctrl+Alt+E"},
+        {0x12, 0x1200, "Ctrl+Shift+1"},
+        {0x00, 0x481, "A"},
+        {0x12, 0x200, "Shift+1"},
+        {0x2C, 0x300, "Shift+Cmd+/"},
+        {0x60, 0x1800, "Ctrl+Alt+F5"},
+        {0x7A, 0, "F1"}};
+    for (const auto &[keyCode, modifiers, expected] : keys) {
+        EXPECT_EQ(name(keyCode, modifiers), some(QString::fromUtf8(expected))) << keyCode;
+    }
+    // The Return key types a carriage return, named "Enter"; the keypad's Enter key types
+    // 0x03, named "Return".
+    const std::pair<quint16, const char *> special[] = {
+        {0x7E, "Up Arrow"}, {0x7D, "Down Arrow"}, {0x7B, "Left Arrow"}, {0x7C, "Right Arrow"},
+        {0x73, "Home"},     {0x77, "End"},        {0x74, "Page Up"},    {0x79, "Page Down"},
+        {0x24, "Enter"},    {0x4C, "Return"},     {0x30, "Tab"},        {0x35, "Escape"},
+        {0x31, "Space"},    {0x33, "Backspace"},  {0x75, "Delete"}};
+    for (const auto &[keyCode, expected] : special) {
         EXPECT_EQ(name(keyCode, 0x300), some(QStringLiteral("Shift+Cmd+") + expected)) << keyCode;
     }
 }
