@@ -435,7 +435,7 @@ TEST_F(CommandLineTest, WithoutADisplayTheWindowIsRefusedInOneLine)
     sandbox.setEnv("QT_QPA_PLATFORM", std::nullopt);
     sandbox.setEnv("WAYLAND_DISPLAY", std::nullopt);
     // No display at all, and one nobody answers on.
-    for (const std::optional<QString> display :
+    for (const std::optional<QString> &display :
          {std::optional<QString>(), std::optional<QString>(":97")}) {
         sandbox.setEnv("DISPLAY", display);
         for (const QStringList &arguments : {QStringList{}, QStringList{"-Tasks"}}) {
