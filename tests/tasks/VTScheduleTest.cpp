@@ -93,6 +93,7 @@ protected:
 TEST_F(FrequencyTextTest, SecondsCalendarAndFolderSchedules)
 {
     EXPECT_EQ(textFor(0), "Run at system startup");
+    EXPECT_EQ(textFor(1), "When a new disk is mounted");
     EXPECT_EQ(textFor(5), "Once a month");
     const std::pair<int, const char *> seconds[] = {
         {1, "Every 1 second"}, {30, "Every 30 seconds"}, {0, "Every 0 seconds"}};
