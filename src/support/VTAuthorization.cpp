@@ -48,11 +48,6 @@ bool isRoot()
     return Identity::current().isRoot();
 }
 
-bool existsAt(const QString &path)
-{
-    return FileNames::exists(path);
-}
-
 // The platform's path rules: the last component ignores trailing slashes, and a name that
 // starts with its only dot (".profile") has no extension.
 QString lastPathComponent(const QString &path)
@@ -268,7 +263,7 @@ int VTAuthorization::authExecTask(const QString &toolPath, const QStringList &pa
                                   bool async)
 {
     return VTException::guard(VT_METHOD, -1, [&]() -> int {
-        if (!existsAt(toolPath)) {
+        if (!FileNames::exists(toolPath)) {
             Console::log(VTFormat::string(
                 QStringLiteral("Unable to execute task: path %@ doesn't exist"), toolPath));
             return -2;
@@ -295,7 +290,7 @@ int VTAuthorization::authExecTask(const QString &toolPath, const QStringList &pa
 int VTAuthorization::authRunTask(const QString &toolPath, const QStringList &parameters)
 {
     return VTException::guard(VT_METHOD, -1, [&]() -> int {
-        if (isRoot() && existsAt(toolPath)) {
+        if (isRoot() && FileNames::exists(toolPath)) {
             return static_cast<int>(VTTask::terminationCodeFromTask(toolPath, parameters));
         }
         const int call = authExecTask(toolPath, parameters, false);
@@ -361,7 +356,7 @@ bool VTAuthorization::authCopyFile(const QString &source, const QString &destina
             Console::log(QStringLiteral("Error in authCopyFile: new path is null"));
             return false;
         }
-        if (!existsAt(source)) {
+        if (!FileNames::exists(source)) {
             return false;
         }
         return runTool(VTToolPaths::cp(), {QStringLiteral("-f"), QStringLiteral("-p"),
@@ -386,7 +381,7 @@ bool VTAuthorization::authMoveFile(const QString &source, const QString &destina
                 source));
             return false;
         }
-        if (!existsAt(source)) {
+        if (!FileNames::exists(source)) {
             return false;
         }
         return runTool(VTToolPaths::mv(), {QStringLiteral("-f"), source, destination});
@@ -428,7 +423,7 @@ QString VTAuthorization::trashDestination(const QString &path) const
     } else if (auto trash = VTLocalPaths::trashDirectory()) {
         destination = VTLocalPaths::appendPathComponent(*trash, name);
     }
-    if (existsAt(destination) || FileNames::isSymbolicLink(destination)) {
+    if (FileNames::exists(destination) || FileNames::isSymbolicLink(destination)) {
         // A name without extension ends in a lone ".": intended.
         const QString time =
             Clock::current().now().toLocalTime().toString(QStringLiteral("yyyyMMddHHmmss"));
