@@ -4,6 +4,7 @@
 #include "platform/Console.h"
 #include "platform/Environment.h"
 #include "platform/PlistValue.h"
+#include "platform/WorkspaceIcons.h"
 #include "support/VTAlert.h"
 #include "ui/MainWindow.h"
 #include "ui/PreferencesWindow.h"
@@ -174,6 +175,7 @@ int WindowedApplication::run(int argc, char **argv)
     const QtMessageHandler previous = qInstallMessageHandler(startupMessageHandler);
     QApplication app(argc, argv);
     qInstallMessageHandler(previous);
+    WorkspaceIcons::install();
     // The screenshots of a dark desktop: a palette derived from a dark button colour.
     if (Environment::value("KAIRO_SCREENSHOTS_PALETTE") == QStringLiteral("dark")) {
         QApplication::setPalette(QPalette(QColor(53, 53, 53)));

@@ -1,7 +1,7 @@
 #include "CommandLine.h"
-#include "WindowedApplication.h"
+#include "WindowPlugIn.h"
 
 int main(int argc, char **argv)
 {
-    return CommandLine::main(argc, argv, &WindowedApplication::run);
+    return CommandLine::main(argc, argv, &WindowPlugIn::run);
 }

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <QImage>
 #include <QSize>
 #include <QString>
 #include <QStringList>
 #include <QUrl>
+#include <QVariant>
 
 #include <optional>
 
@@ -18,11 +18,19 @@ public:
     // without descending into packages. Answers are cached and checked before reuse.
     static std::optional<QString> absolutePathForAppBundleWithIdentifier(const QString &bundleID);
 
-    // The icon of a file or bundle at the given size: the bundle's CFBundleIconFile from
-    // Contents/Resources (.icns, .png or .svg), else the generic application icon.
-    static QImage iconForFile(const QString &path, const QSize &size);
+    // Images belong to the windowed side, which installs the provider of icons (a QImage in
+    // the variant) and of addresses; headless commands, which show neither, load no image
+    // library at all.
+    using IconProvider = QVariant (*)(const QString &path, const QSize &size);
+    using URLOpener = bool (*)(const QUrl &url);
+    static void setIconProvider(IconProvider provider);
+    static void setURLOpener(URLOpener opener);
 
-    // The desktop's default handler for an address.
+    // The icon of a file or bundle at the given size, from the provider and cached; none
+    // without a provider.
+    static QVariant iconForFile(const QString &path, const QSize &size);
+
+    // The desktop's default handler for an address: the provider's, else xdg-open.
     static bool openURL(const QUrl &url);
     // Starts the bundle's executable with the file as its argument, not waited for.
     static bool openFile(const QString &file, const QString &applicationBundlePath);

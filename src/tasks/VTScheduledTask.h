@@ -2,9 +2,9 @@
 
 #include "platform/PlistDict.h"
 
-#include <QImage>
 #include <QString>
 #include <QStringList>
+#include <QVariant>
 
 #include <memory>
 #include <optional>
@@ -57,8 +57,9 @@ public:
     void setRoot(const std::optional<bool> &value) { m_root = value; }
     const std::optional<QString> &intervalDirectory() const { return m_intervalDirectory; }
     void setIntervalDirectory(const std::optional<QString> &value) { m_intervalDirectory = value; }
-    const std::optional<QImage> &icon() const { return m_icon; }
-    void setIcon(const std::optional<QImage> &value) { m_icon = value; }
+    // A QImage from the workspace's icon provider; none in headless commands.
+    const QVariant &icon() const { return m_icon; }
+    void setIcon(const QVariant &value) { m_icon = value; }
 
     // Writes the job file and reloads the job, asking for administrator rights when needed.
     bool saveData();
@@ -116,5 +117,5 @@ private:
     std::optional<bool> m_enabled;
     std::optional<bool> m_root;
     std::optional<QString> m_intervalDirectory;
-    std::optional<QImage> m_icon;
+    QVariant m_icon;
 };

@@ -351,12 +351,12 @@ void MainWindow::willDisplayCell(VTImageTextCell &cell, int column, int row) con
             return;
         }
         const VTScheduledTask::Ptr task = m_model->taskAt(row);
-        if (!task || !task->icon() || task->icon()->isNull()) {
+        QImage image = task ? task->icon().value<QImage>() : QImage();
+        if (image.isNull()) {
             // Without an icon the cell keeps the image it has.
             return;
         }
         // A copy drawn at 18 by 18 points; the task's own image keeps its size.
-        QImage image = *task->icon();
         image.setDevicePixelRatio(qreal(image.width()) / kTableIconSize);
         cell.setImage(image);
     });

@@ -557,7 +557,7 @@ void TaskEditorSheet::setClientApplications(const AppController::ClientList &cli
     for (int row = 0; row < m_clients->rowCount(); ++row) {
         auto *box = new IconViewBox;
         box->setFixedSize(ClientGridModel::itemSize());
-        box->setIcon(clients[static_cast<size_t>(row)].icon);
+        box->setIcon(clients[static_cast<size_t>(row)].icon.value<QImage>());
         box->setTitle(clients[static_cast<size_t>(row)].name);
         m_ui->taskCollectionView->setIndexWidget(m_clients->index(row), box);
     }
@@ -733,8 +733,7 @@ void TaskEditorSheet::addTask()
 
         const QString title = m_ui->taskBoxTaskPopUp->currentText();
         const qint64 scheduleType = m_ui->taskBoxRunPopUp->currentIndex();
-        const std::optional<QImage> icon =
-            item.icon.isNull() ? std::nullopt : std::optional<QImage>(item.icon);
+        const QVariant icon = item.icon.value<QImage>().isNull() ? QVariant() : item.icon;
         if (m_controller->editMode()) {
             const VTScheduledTask::Ptr task =
                 tasks.at(static_cast<size_t>(m_view->selectedTaskRow()));
@@ -759,7 +758,7 @@ void TaskEditorSheet::addTask()
                 seconds, interval, root);
             if (task) {
                 task->setIntervalDirectory(directory);
-                if (icon) {
+                if (icon.isValid()) {
                     task->setIcon(icon);
                 }
                 task->saveData();

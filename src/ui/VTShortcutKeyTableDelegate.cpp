@@ -278,7 +278,8 @@ void VTShortcutKeyTableDelegate::tableView(QTableView *, QIcon &willDisplayCellI
         if (!applicationIcon.isNull()) {
             image = applicationIcon.pixmap(QSize(16, 16));
         } else if (const std::optional<Bundle> bundle = Bundle::mainBundle()) {
-            image = QPixmap::fromImage(Workspace::iconForFile(bundle->bundlePath(), QSize(16, 16)));
+            image = QPixmap::fromImage(
+                Workspace::iconForFile(bundle->bundlePath(), QSize(16, 16)).value<QImage>());
         }
         if (!image.isNull()) {
             m_cellImage =

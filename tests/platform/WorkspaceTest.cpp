@@ -3,6 +3,7 @@
 #include "platform/LookupSnapshot.h"
 #include "platform/PlistFileCache.h"
 #include "platform/PropertyList.h"
+#include "platform/WorkspaceIcons.h"
 
 #include "PrintQt.h"
 #include "testsupport/Poll.h"
@@ -318,7 +319,7 @@ TEST_F(WorkspaceTest, IconsOfBundlesAndTheGenericIcon)
                                QString::fromLatin1(file).section(QLatin1Char('.'), 0, 0) +
                                QStringLiteral(".png")));
         for (const int side : {16, 48, 128}) {
-            const QImage icon = Workspace::iconForFile(path, QSize(side, side));
+            const QImage icon = WorkspaceIcons::iconForFile(path, QSize(side, side));
             EXPECT_EQ(icon.size(), QSize(side, side));
             EXPECT_EQ(QColor(icon.pixel(side / 2, side / 2)), color) << name << side;
         }
@@ -335,16 +336,16 @@ TEST_F(WorkspaceTest, IconsOfBundlesAndTheGenericIcon)
     TestFiles::write(brokenIcon + QStringLiteral("/Contents/Resources/broken.png"), "not an image");
     const QString file = m_sandbox.file(QStringLiteral("document.txt"));
     TestFiles::write(file, "text");
-    const QImage generic = Workspace::iconForFile(plainBundle, QSize(48, 48));
+    const QImage generic = WorkspaceIcons::iconForFile(plainBundle, QSize(48, 48));
     ASSERT_EQ(generic.size(), QSize(48, 48));
     for (const QString &path :
          {missingIcon, brokenIcon, file, m_sandbox.path() + QStringLiteral("/missing")}) {
         EXPECT_EQ(
-            Workspace::iconForFile(path, QSize(48, 48)).convertToFormat(QImage::Format_ARGB32),
+            WorkspaceIcons::iconForFile(path, QSize(48, 48)).convertToFormat(QImage::Format_ARGB32),
             generic.convertToFormat(QImage::Format_ARGB32))
             << path.toStdString();
     }
-    EXPECT_EQ(Workspace::iconForFile(file, QSize(32, 32)).size(), QSize(32, 32));
+    EXPECT_EQ(WorkspaceIcons::iconForFile(file, QSize(32, 32)).size(), QSize(32, 32));
 }
 
 TEST_F(WorkspaceTest, LaunchStartsTheExecutableWithoutWaiting)
