@@ -55,25 +55,6 @@ TEST_F(BridgeCommandTest, WrongUsageAndBadJobFilesGetLaunchctlsMessagesAndStatus
     EXPECT_TRUE(systemctl.calls().isEmpty());
 }
 
-TEST_F(BridgeCommandTest, LoadAndUnloadCallSystemctlInOrder)
-{
-    const QString path = job("Task3", BridgeTesting::daily());
-    BridgeTesting::Run run = BridgeTesting::bridge({"load", path});
-    EXPECT_EQ(run.status, 0) << run.err.toStdString();
-    EXPECT_EQ(run.err, QString());
-    // The second unload finds nothing loaded any more: quiet.
-    for (int i = 0; i < 2; ++i) {
-        run = BridgeTesting::bridge({"unload", path});
-        EXPECT_EQ(run.status, 0) << run.err.toStdString();
-        EXPECT_EQ(run.err, QString());
-    }
-    EXPECT_EQ(systemctl.calls(),
-              (QStringList{
-                  "--user show --timestamp=unix -p NeedDaemonReload Task3.service Task3.timer",
-                  "--user daemon-reload", "--user enable --now --no-reload --no-block Task3.timer",
-                  "--user disable --now --no-reload Task3.timer Task3.service"}));
-}
-
 TEST_F(BridgeCommandTest, OnlyRootLoadsDaemons)
 {
     const QString path = job("RootTask1", BridgeTesting::daily(), true);

@@ -238,7 +238,7 @@ TEST(UnitWriterTest, HostileTextAddsNoDirective)
 TEST(UnitWriterTest, ProgramsSystemdWillNotStartRunThroughTheBridge)
 {
     Sandbox sandbox;
-    for (const QString &name : {"Anna's Tools", "Back\\slash \"q\""}) {
+    for (const QString name : {"Anna's Tools", "Back\\slash \"q\""}) {
         const QString program = programIn(sandbox, name);
         const QString out = sandbox.file("ran");
         TestFiles::writeScript(program, QStringLiteral("echo \"$*\" > '%1'").arg(out));
