@@ -56,6 +56,10 @@ TEST_F(MountWatcherTest, TheResidentWatcherStartsTheJobsWhenADiskIsMounted)
                                                 {{schedule, true}}, disabled);
         ASSERT_EQ(JobLoader(BridgeTesting::bridgeBinary()).load(path), 0);
     }
+    // The same choice in this process, where its counters can be seen.
+    MountWatcher inProcess(table, ManagerScope::user());
+    EXPECT_EQ(inProcess.mountJobServices(), (QStringList{"Task1.service", "Task4.service"}));
+    EXPECT_TRUE(inProcess.startJobs());
     systemctl.clearCalls();
 
     QProcess watcher;

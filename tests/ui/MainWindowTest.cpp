@@ -294,6 +294,12 @@ TEST_F(MainWindowTest, TheToolbarEditsAndDeletesTheSelectedTask)
     window->willDisplayCell(*cell, TaskTableModel::ColumnTask, 0);
     EXPECT_EQ(cell->image().deviceIndependentSize(), QSizeF(18, 18));
     EXPECT_EQ(window->taskModel()->taskAt(0)->icon()->devicePixelRatio(), 1.0);
+    // A task without an icon, and any other column, leave the image of the row before.
+    const QImage previous = cell->image();
+    window->taskModel()->taskAt(1)->setIcon(std::nullopt);
+    window->willDisplayCell(*cell, TaskTableModel::ColumnTask, 1);
+    window->willDisplayCell(*cell, TaskTableModel::ColumnEnabled, 2);
+    EXPECT_EQ(cell->image(), previous);
 
     // Double-clicking a row opens the editor on it.
     QTableView *table = window->tableView();
