@@ -36,7 +36,7 @@ BridgeTesting::Run BridgeTesting::run(const QString &program, const QStringList 
     if (!process.waitForFinished(20000)) {
         process.kill();
         process.waitForFinished();
-        result.err = QStringLiteral("did not finish: ") + process.errorString();
+        result.err = "did not finish: " + process.errorString();
         return result;
     }
     result.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
@@ -51,11 +51,10 @@ BridgeTesting::Run BridgeTesting::bridge(const QStringList &arguments,
     return run(bridgeBinary(), arguments, environment);
 }
 
-BridgeTesting::StandIn::StandIn(Sandbox &sandbox)
-    : m_folder(sandbox.mkdir(QStringLiteral("systemctl")))
+BridgeTesting::StandIn::StandIn(Sandbox &sandbox) : m_folder(sandbox.mkdir("systemctl"))
 {
     const QString script = TestFiles::writeScript(
-        m_folder + QStringLiteral("/systemctl"),
+        m_folder + "/systemctl",
         QStringLiteral(
             "dir='%1'\n"
             "echo \"$*\" >> \"$dir/calls\"\n"
@@ -72,22 +71,22 @@ BridgeTesting::StandIn::StandIn(Sandbox &sandbox)
 
 QStringList BridgeTesting::StandIn::calls() const
 {
-    return TestFiles::lines(m_folder + QStringLiteral("/calls"));
+    return TestFiles::lines(m_folder + "/calls");
 }
 
 void BridgeTesting::StandIn::clearCalls() const
 {
-    QFile::remove(m_folder + QStringLiteral("/calls"));
+    QFile::remove(m_folder + "/calls");
 }
 
 void BridgeTesting::StandIn::fail(const QString &verb, int status) const
 {
-    TestFiles::write(m_folder + QStringLiteral("/fail-") + verb, QByteArray::number(status));
+    TestFiles::write(m_folder + "/fail-" + verb, QByteArray::number(status));
 }
 
 void BridgeTesting::StandIn::answerShow(const QString &output) const
 {
-    TestFiles::write(m_folder + QStringLiteral("/show"), output.toUtf8());
+    TestFiles::write(m_folder + "/show", output.toUtf8());
 }
 
 PlistDict BridgeTesting::writerJob(const QString &label, const QString &program,
@@ -95,35 +94,32 @@ PlistDict BridgeTesting::writerJob(const QString &label, const QString &program,
                                    bool disabled)
 {
     PlistDict job;
-    job.insert(QStringLiteral("Label"), label);
-    job.insert(QStringLiteral("Program"), program);
-    job.insert(QStringLiteral("ProgramArguments"),
-               QStringList{QFileInfo(program).completeBaseName()} + arguments);
-    job.insert(QStringLiteral("LowPriorityIO"), true);
-    job.insert(QStringLiteral("Nice"), 15);
+    job.insert("Label", label);
+    job.insert("Program", program);
+    job.insert("ProgramArguments", QStringList{QFileInfo(program).completeBaseName()} + arguments);
+    job.insert("LowPriorityIO", true);
+    job.insert("Nice", 15);
     for (const PlistDict::Entry &entry : schedule) {
         job.insert(entry.key, entry.value);
     }
     if (disabled) {
-        job.insert(QStringLiteral("Disabled"), true);
+        job.insert("Disabled", true);
     }
-    job.insert(QStringLiteral("EnvironmentVariables"),
-               PlistDict{{QStringLiteral("VTAppBundleID"), QStringLiteral("com.vantreel.FooBar")},
-                         {QStringLiteral("VTCommandID"), QStringLiteral("backup")}});
+    job.insert("EnvironmentVariables",
+               PlistDict{{"VTAppBundleID", "com.vantreel.FooBar"}, {"VTCommandID", "backup"}});
     return job;
 }
 
 QString BridgeTesting::writeJob(const QString &folder, const PlistDict &job)
 {
     // The writer names the file after the label; a "/" cannot be part of a file name.
-    const QString name =
-        job.value(QStringLiteral("Label")).string().replace(QLatin1Char('/'), QLatin1Char('_'));
-    const QString path = folder + QLatin1Char('/') + name + QStringLiteral(".plist");
+    const QString name = job.value("Label").string().replace('/', '_');
+    const QString path = folder + '/' + name + ".plist";
     QDir().mkpath(folder);
     PropertyList::writeXml(PlistValue(job), path);
-    const QString program = job.value(QStringLiteral("Program")).string();
-    if (program.startsWith(QLatin1Char('/')) && !QFileInfo::exists(program)) {
-        TestFiles::writeScript(program, QStringLiteral("exit 0"));
+    const QString program = job.value("Program").string();
+    if (program.startsWith('/') && !QFileInfo::exists(program)) {
+        TestFiles::writeScript(program, "exit 0");
     }
     return path;
 }
@@ -131,12 +127,10 @@ QString BridgeTesting::writeJob(const QString &folder, const PlistDict &job)
 QString BridgeTesting::job(const Sandbox &sandbox, const QString &label, const PlistDict &schedule,
                            bool disabled, bool daemon)
 {
-    const QString folder = daemon ? sandbox.localRoot() + QStringLiteral("/Library/LaunchDaemons")
-                                  : sandbox.home() + QStringLiteral("/Library/LaunchAgents");
-    const QString program =
-        sandbox.localRoot() + QStringLiteral("/Applications/Foo.app/Contents/MacOS/Foo");
-    return writeJob(folder,
-                    writerJob(label, program, {QStringLiteral("-backup")}, schedule, disabled));
+    const QString folder = daemon ? sandbox.localRoot() + "/Library/LaunchDaemons"
+                                  : sandbox.home() + "/Library/LaunchAgents";
+    const QString program = sandbox.localRoot() + "/Applications/Foo.app/Contents/MacOS/Foo";
+    return writeJob(folder, writerJob(label, program, {"-backup"}, schedule, disabled));
 }
 
 PlistDict BridgeTesting::calendar(std::initializer_list<PlistDict> elements)
@@ -145,12 +139,12 @@ PlistDict BridgeTesting::calendar(std::initializer_list<PlistDict> elements)
     for (const PlistDict &element : elements) {
         array.push_back(PlistValue(element));
     }
-    return PlistDict{{QStringLiteral("StartCalendarInterval"), PlistValue(array)}};
+    return PlistDict{{"StartCalendarInterval", PlistValue(array)}};
 }
 
 PlistDict BridgeTesting::daily()
 {
-    return calendar({PlistDict{{QStringLiteral("Hour"), 7}, {QStringLiteral("Minute"), 0}}});
+    return calendar({PlistDict{{"Hour", 7}, {"Minute", 0}}});
 }
 
 bool BridgeTesting::verify(const QStringList &unitFiles, bool userUnits, const QString &runtimeDir,
@@ -158,11 +152,11 @@ bool BridgeTesting::verify(const QStringList &unitFiles, bool userUnits, const Q
 {
     QStringList arguments;
     if (userUnits) {
-        arguments << QStringLiteral("--user");
+        arguments << "--user";
     }
-    arguments << QStringLiteral("verify") << QStringLiteral("--man=no") << unitFiles;
-    const Run result = run(QStringLiteral("systemd-analyze"), arguments,
-                           {{QStringLiteral("XDG_RUNTIME_DIR"), runtimeDir}});
+    arguments << "verify"
+              << "--man=no" << unitFiles;
+    const Run result = run("systemd-analyze", arguments, {{"XDG_RUNTIME_DIR", runtimeDir}});
     *report = result.err + result.out;
     if (result.status != 0) {
         return false;
@@ -181,12 +175,11 @@ std::vector<std::vector<qint64>> BridgeTesting::systemdFirings(const QStringList
                                                                const QString &zone,
                                                                QStringList *normalized)
 {
-    const Run result =
-        run(QStringLiteral("systemd-analyze"),
-            QStringList{QStringLiteral("calendar"), QStringLiteral("--base-time=@%1").arg(base),
-                        QStringLiteral("--iterations=%1").arg(iterations)} +
-                lines,
-            {{QStringLiteral("TZ"), zone}});
+    const Run result = run("systemd-analyze",
+                           QStringList{"calendar", QStringLiteral("--base-time=@%1").arg(base),
+                                       QStringLiteral("--iterations=%1").arg(iterations)} +
+                               lines,
+                           {{"TZ", zone}});
     static const QRegularExpression elapse(
         QStringLiteral("^\\s*(?:Next elapse|Iter\\. #\\d+|\\(in UTC\\)): \\w+ "
                        "(\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d) (\\S+)$"));
@@ -194,9 +187,9 @@ std::vector<std::vector<qint64>> BridgeTesting::systemdFirings(const QStringList
     if (normalized) {
         normalized->clear();
     }
-    for (const QString &block : result.out.split(QStringLiteral("\n\n"), Qt::SkipEmptyParts)) {
+    for (const QString &block : result.out.split("\n\n", Qt::SkipEmptyParts)) {
         std::vector<qint64> times;
-        for (const QString &line : block.split(QLatin1Char('\n'))) {
+        for (const QString &line : block.split('\n')) {
             if (normalized && line.trimmed().startsWith(QLatin1String("Normalized form: "))) {
                 normalized->append(line.trimmed().mid(17));
             }
@@ -204,8 +197,7 @@ std::vector<std::vector<qint64>> BridgeTesting::systemdFirings(const QStringList
             if (!match.hasMatch() || match.captured(2) != QLatin1String("UTC")) {
                 continue;
             }
-            QDateTime time =
-                QDateTime::fromString(match.captured(1), QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+            QDateTime time = QDateTime::fromString(match.captured(1), "yyyy-MM-dd HH:mm:ss");
             time.setTimeZone(QTimeZone::utc());
             times.push_back(time.toSecsSinceEpoch());
         }

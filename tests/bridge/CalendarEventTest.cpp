@@ -11,8 +11,7 @@ namespace {
 
 qint64 utc(const char *text)
 {
-    QDateTime time =
-        QDateTime::fromString(QString::fromLatin1(text), QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+    QDateTime time = QDateTime::fromString(QString::fromLatin1(text), "yyyy-MM-dd HH:mm:ss");
     time.setTimeZone(QTimeZone::utc());
     return time.toSecsSinceEpoch();
 }
@@ -52,7 +51,7 @@ QStringList allForms()
                             "*-*-* 02:00:00|*-*-* 03:00:00|*-*-* 23:00:00|Sun *-*-* 00:00:00|"
                             "Sat *-03-* 02:30:00|Fri *-*-13 *:00:00|*-10-16 00:*:00|"
                             "*-02-26 23:30:00")
-                 .split(QLatin1Char('|'));
+                 .split('|');
     return lines;
 }
 

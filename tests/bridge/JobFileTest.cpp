@@ -8,11 +8,7 @@
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
 
-#include <QFile>
-
 #include <gtest/gtest.h>
-
-#include <QDir>
 
 namespace {
 
@@ -20,138 +16,122 @@ class JobFileTest : public ::testing::Test
 {
 protected:
     Sandbox sandbox;
+    const QString path = sandbox.path() + "/job.plist";
 
     std::optional<JobFile> parse(const PlistDict &dict, QString *message)
     {
-        const QString path = sandbox.file(QStringLiteral("job.plist"));
         PropertyList::writeXml(PlistValue(dict), path);
         return JobFile::read(path, message);
     }
 
-    PlistDict minimal()
+    // The smallest valid job with one key replaced, or removed for an invalid value.
+    static PlistDict with(const QString &key, const PlistValue &value,
+                          PlistDict dict = {{"Label", "com.vantreel.ScheduledTask1"},
+                                            {"Program", "/bin/true"}})
     {
-        return PlistDict{{"Label", "com.vantreel.ScheduledTask1"}, {"Program", "/bin/true"}};
+        dict.remove(key);
+        if (value.isValid()) {
+            dict.insert(key, value);
+        }
+        return dict;
     }
 };
 
 } // namespace
 
-TEST_F(JobFileTest, MissingUnreadableAndInvalidFilesGetLaunchctlsMessages)
+TEST_F(JobFileTest, FilesThatAreNoJobGetLaunchctlsMessages)
 {
     QString message;
-    EXPECT_FALSE(JobFile::read(QStringLiteral("/nonexistent/job.plist"), &message));
-    EXPECT_EQ(
-        message,
-        QStringLiteral(
-            "launchctl: Couldn't stat(\"/nonexistent/job.plist\"): No such file or directory"));
-
-    const QString garbage = sandbox.file(QStringLiteral("garbage.plist"));
-    TestFiles::write(garbage, "<plist><dict><key>Label</key>");
-    const QString array = sandbox.file(QStringLiteral("array.plist"));
-    PropertyList::writeXml(PlistValue(QStringList{"Label"}), array);
-    for (const QString &path : {garbage, array, sandbox.mkdir(QStringLiteral("folder.plist"))}) {
-        EXPECT_FALSE(JobFile::read(path, &message));
-        EXPECT_EQ(message, QStringLiteral("launchctl: no plist was returned for: ") + path);
-    }
-}
-
-TEST_F(JobFileTest, ALabelAndAProgramAreRequired)
-{
-    QString message;
-    const QString path = sandbox.path() + QStringLiteral("/job.plist");
-    for (const PlistValue &label :
-         {PlistValue(), PlistValue(""), PlistValue(5), PlistValue(QString(QChar(0)) + "x")}) {
-        PlistDict dict = minimal();
-        dict.remove(QStringLiteral("Label"));
-        if (label.isValid()) {
-            dict.insert(QStringLiteral("Label"), label);
-        }
-        EXPECT_FALSE(parse(dict, &message)) << label.description().toStdString();
-        EXPECT_EQ(message, QStringLiteral("launchctl: missing the Label key: ") + path);
-    }
-
-    PlistDict dict = minimal();
-    dict.remove(QStringLiteral("Program"));
-    EXPECT_FALSE(parse(dict, &message));
+    EXPECT_FALSE(JobFile::read("/nonexistent/job.plist", &message));
     EXPECT_EQ(message,
-              QStringLiteral("launchctl: missing the Program and ProgramArguments keys: ") + path);
-    dict.insert(QStringLiteral("ProgramArguments"), PlistArray{});
-    EXPECT_FALSE(parse(dict, &message));
+              "launchctl: Couldn't stat(\"/nonexistent/job.plist\"): No such file or directory");
+    const QString garbage = sandbox.file("garbage.plist");
+    TestFiles::write(garbage, "<plist><dict><key>Label</key>");
+    const QString array = sandbox.file("array.plist");
+    PropertyList::writeXml(PlistValue(QStringList{"Label"}), array);
+    for (const QString &file : {garbage, array, sandbox.mkdir("folder.plist")}) {
+        EXPECT_FALSE(JobFile::read(file, &message));
+        EXPECT_EQ(message, "launchctl: no plist was returned for: " + file);
+    }
 
-    // systemd would read these as ExecStart= prefixes or refuse them.
+    // A label and a program are required; systemd would read these programs as ExecStart=
+    // prefixes or refuse them.
+    const QString noLabel = "launchctl: missing the Label key: " + path;
+    const QString noProgram = "launchctl: missing the Program and ProgramArguments keys: " + path;
+    std::vector<std::pair<PlistDict, QString>> cases{
+        {with("Label", PlistValue()), noLabel},
+        {with("Label", ""), noLabel},
+        {with("Label", 5), noLabel},
+        {with("Label", QString(QChar(0)) + "x"), noLabel},
+        {with("Program", PlistValue()), noProgram},
+        {with("ProgramArguments", PlistArray{}, with("Program", PlistValue())), noProgram}};
     for (const char *program : {"-rm", "@x", "+x", "!x", ":x", "bin/tool", ""}) {
-        dict = minimal();
-        dict.insert(QStringLiteral("Program"), program);
-        EXPECT_FALSE(parse(dict, &message)) << program;
-        EXPECT_EQ(message, QStringLiteral("launchctl: invalid Program \"%1\": %2")
-                               .arg(QString::fromLatin1(program), path));
+        cases.emplace_back(with("Program", program),
+                           QString("launchctl: invalid Program \"%1\": %2").arg(program, path));
+    }
+    for (const auto &[dict, expected] : cases) {
+        EXPECT_FALSE(parse(dict, &message)) << expected.toStdString();
+        EXPECT_EQ(message, expected);
     }
 }
 
 TEST_F(JobFileTest, ProgramAndArgumentsFollowLaunchd)
 {
-    QString message;
-    // Program alone runs with itself as argv[0].
-    std::optional<JobFile> job = parse(minimal(), &message);
-    ASSERT_TRUE(job) << message.toStdString();
-    EXPECT_EQ(job->program(), QStringLiteral("/bin/true"));
-    EXPECT_EQ(job->arguments(), QStringList{"/bin/true"});
-
-    // ProgramArguments alone: its first element is the program, looked up by name.
-    PlistDict dict = minimal();
-    dict.remove(QStringLiteral("Program"));
-    dict.insert(QStringLiteral("ProgramArguments"), QStringList{"tar", "-c", "x"});
-    job = parse(dict, &message);
-    ASSERT_TRUE(job) << message.toStdString();
-    EXPECT_EQ(job->program(), QStringLiteral("tar"));
-    EXPECT_EQ(job->arguments(), (QStringList{"tar", "-c", "x"}));
-
-    // Both: Program runs, ProgramArguments is argv; C strings end at a NUL.
-    dict.insert(QStringLiteral("Program"), "/usr/bin//./tar");
-    dict.insert(
-        QStringLiteral("ProgramArguments"),
-        PlistArray{PlistValue("gtar"), PlistValue(5), PlistValue(QString("a") + QChar(0) + "b")});
-    job = parse(dict, &message);
-    ASSERT_TRUE(job) << message.toStdString();
-    EXPECT_EQ(job->program(), QStringLiteral("/usr/bin/tar"));
-    EXPECT_EQ(job->arguments(), (QStringList{"gtar", "a"}));
-    EXPECT_EQ(job->warnings().size(), 1);
+    const PlistDict argumentsOnly =
+        with("ProgramArguments", QStringList{"tar", "-c", "x"}, with("Program", PlistValue()));
+    const std::tuple<PlistDict, QString, QStringList, int> cases[] = {
+        // Program alone runs with itself as argv[0].
+        {with("Program", "/bin/true"), "/bin/true", {"/bin/true"}, 0},
+        // ProgramArguments alone: its first element is the program, looked up by name.
+        {argumentsOnly, "tar", {"tar", "-c", "x"}, 0},
+        // Both: Program runs, ProgramArguments is argv; C strings end at a NUL.
+        {with("ProgramArguments",
+              PlistArray{PlistValue("gtar"), PlistValue(5),
+                         PlistValue(QString("a") + QChar(0) + "b")},
+              with("Program", "/usr/bin//./tar")),
+         "/usr/bin/tar",
+         {"gtar", "a"},
+         1}};
+    for (const auto &[dict, program, arguments, warnings] : cases) {
+        QString message;
+        const std::optional<JobFile> job = parse(dict, &message);
+        ASSERT_TRUE(job) << message.toStdString();
+        EXPECT_EQ(job->program(), program);
+        EXPECT_EQ(job->arguments(), arguments);
+        EXPECT_EQ(job->warnings().size(), warnings);
+    }
 }
 
 TEST_F(JobFileTest, KeysOfTheWrongTypeAreIgnoredWithAWarning)
 {
-    PlistDict dict = minimal();
-    dict.insert(QStringLiteral("RunAtLoad"), "YES");
-    dict.insert(QStringLiteral("Disabled"), 1);
-    dict.insert(QStringLiteral("Nice"), "15");
-    dict.insert(QStringLiteral("StartInterval"), 0);
-    dict.insert(QStringLiteral("WatchPaths"), "/tmp");
-    dict.insert(QStringLiteral("StartCalendarInterval"),
-                PlistArray{PlistValue(5), PlistValue(PlistDict{{"Hour", 7}})});
-    dict.insert(QStringLiteral("EnvironmentVariables"), PlistDict{{"A", "1"}, {"B", 2}});
+    PlistDict dict = with("RunAtLoad", "YES");
+    for (const auto &[key, value] :
+         {std::pair<QString, PlistValue>{"Disabled", 1},
+          {"Nice", "15"},
+          {"StartInterval", 0},
+          {"WatchPaths", "/tmp"},
+          {"StartCalendarInterval", PlistArray{PlistValue(5), PlistValue(PlistDict{{"Hour", 7}})}},
+          {"EnvironmentVariables", PlistDict{{"A", "1"}, {"B", 2}}}}) {
+        dict.insert(key, value);
+    }
     QString message;
     const std::optional<JobFile> job = parse(dict, &message);
     ASSERT_TRUE(job) << message.toStdString();
-    EXPECT_FALSE(job->runAtLoad());
-    EXPECT_FALSE(job->nice());
+    EXPECT_FALSE(job->runAtLoad() || job->disabled() || job->nice() || job->startInterval());
     EXPECT_TRUE(job->watchPaths().isEmpty());
-    ASSERT_EQ(job->calendarIntervals().size(), 1u);
-    EXPECT_EQ(job->calendarIntervals().front(), (PlistDict{{"Hour", 7}}));
-    ASSERT_EQ(job->environment().size(), 1u);
-    EXPECT_EQ(job->environment().front(), std::make_pair(QStringLiteral("A"), QStringLiteral("1")));
+    EXPECT_EQ(job->calendarIntervals(), (std::vector<PlistDict>{PlistDict{{"Hour", 7}}}));
+    EXPECT_EQ(job->environment(), (std::vector<std::pair<QString, QString>>{{"A", "1"}}));
     EXPECT_EQ(job->warnings().size(), 7) << job->warnings().join("; ").toStdString();
 }
 
 TEST_F(JobFileTest, ValuesAreReadAsLaunchdReadsThem)
 {
-    PlistDict dict = minimal();
-    dict.insert(QStringLiteral("Nice"), 40);
-    dict.insert(QStringLiteral("LowPriorityIO"), true);
-    dict.insert(QStringLiteral("StartOnMount"), true);
-    dict.insert(QStringLiteral("StartInterval"), 30);
+    PlistDict dict = with("Nice", 40);
+    for (const char *key : {"LowPriorityIO", "StartOnMount", "Disabled"}) {
+        dict.insert(key, true);
+    }
     // A lone dictionary is a calendar interval too.
-    dict.insert(QStringLiteral("StartCalendarInterval"), PlistDict{{"Minute", 5}});
-    dict.insert(QStringLiteral("Disabled"), true);
+    dict.insert("StartCalendarInterval", PlistDict{{"Minute", 5}});
     QString message;
     std::optional<JobFile> job = parse(dict, &message);
     ASSERT_TRUE(job) << message.toStdString();
@@ -160,21 +140,16 @@ TEST_F(JobFileTest, ValuesAreReadAsLaunchdReadsThem)
     EXPECT_TRUE(job->lowPriorityIO() && job->startOnMount() && job->disabled());
     EXPECT_EQ(job->calendarIntervals().size(), 1u);
     EXPECT_TRUE(job->warnings().isEmpty());
-
-    dict.insert(QStringLiteral("Nice"), -99);
-    job = parse(dict, &message);
-    EXPECT_EQ(job->nice(), -20);
+    EXPECT_EQ(parse(with("Nice", -99, dict), &message)->nice(), -20);
 
     // The longest interval systemd's timers can hold, and one second more, which no timer
     // could run: that job is refused.
-    dict.insert(QStringLiteral("StartInterval"), Q_INT64_C(18446744073708));
-    job = parse(dict, &message);
+    job = parse(with("StartInterval", Q_INT64_C(18446744073708), dict), &message);
     ASSERT_TRUE(job) << message.toStdString();
     EXPECT_EQ(job->startInterval(), Q_INT64_C(18446744073708));
-    dict.insert(QStringLiteral("StartInterval"), Q_INT64_C(18446744073709));
-    EXPECT_FALSE(parse(dict, &message));
-    EXPECT_TRUE(message.startsWith(QStringLiteral("launchctl: StartInterval 18446744073709 is "
-                                                  "longer than systemd can wait")))
+    EXPECT_FALSE(parse(with("StartInterval", Q_INT64_C(18446744073709), dict), &message));
+    EXPECT_TRUE(message.startsWith(
+        "launchctl: StartInterval 18446744073709 is longer than systemd can wait"))
         << message.toStdString();
 }
 
@@ -182,14 +157,13 @@ TEST_F(JobFileTest, ValuesAreReadAsLaunchdReadsThem)
 // translated by the ordinary suite too.
 TEST_F(JobFileTest, EveryFileOfTheFuzzCorpusIsReadOrRefused)
 {
-    const QDir corpus(QStringLiteral(KAIRO_TEST_DATA_DIR "/fuzz"));
+    const QDir corpus(KAIRO_TEST_DATA_DIR "/fuzz");
     const QStringList files = corpus.entryList(QDir::Files);
     ASSERT_GE(files.size(), 4);
     for (const QString &name : files) {
         QString message;
         const std::optional<JobFile> job = JobFile::read(corpus.filePath(name), &message);
-        EXPECT_EQ(job.has_value(), !name.startsWith(QLatin1String("crash-")))
-            << name.toStdString() << ": " << message.toStdString();
+        EXPECT_EQ(job.has_value(), !name.startsWith("crash-")) << name.toStdString();
         if (job) {
             EXPECT_TRUE(UnitWriter::forJob(*job, ManagerScope::user(), &message,
                                            BridgeTesting::bridgeBinary()))
@@ -200,28 +174,24 @@ TEST_F(JobFileTest, EveryFileOfTheFuzzCorpusIsReadOrRefused)
 
 TEST_F(JobFileTest, DaemonsAreTheJobsInTheSystemFolderOnly)
 {
-    const QString daemons = sandbox.localRoot() + QStringLiteral("/Library/LaunchDaemons");
-    const QString inHome = sandbox.home() + QStringLiteral("/Library/LaunchDaemons");
+    const QString daemons = sandbox.localRoot() + "/Library/LaunchDaemons";
+    const QString inHome = sandbox.home() + "/Library/LaunchDaemons";
     for (const QString &folder : {daemons, inHome}) {
-        TestFiles::write(folder + QStringLiteral("/x.plist"), "job");
+        TestFiles::write(folder + "/x.plist", "job");
     }
-    QFile::link(daemons + QStringLiteral("/x.plist"), daemons + QStringLiteral("/link.plist"));
-    EXPECT_TRUE(ManagerScope::forJobFile(daemons + QStringLiteral("/x.plist")).isSystem());
+    QFile::link(daemons + "/x.plist", daemons + "/link.plist");
+    EXPECT_TRUE(ManagerScope::forJobFile(daemons + "/x.plist").isSystem());
     // A folder that merely has the name is no system folder, nor is a link in the real one.
-    EXPECT_FALSE(ManagerScope::forJobFile(inHome + QStringLiteral("/x.plist")).isSystem());
-    EXPECT_FALSE(ManagerScope::forJobFile(daemons + QStringLiteral("/link.plist")).isSystem());
-    EXPECT_FALSE(
-        ManagerScope::forJobFile(QStringLiteral("/Library/LaunchDaemons/x.plist")).isSystem());
+    for (const QString &file : {inHome + "/x.plist", daemons + "/link.plist",
+                                QString("/Library/LaunchDaemons/x.plist")}) {
+        EXPECT_FALSE(ManagerScope::forJobFile(file).isSystem()) << file.toStdString();
+    }
 
-    EXPECT_EQ(ManagerScope::system().unitFolder(),
-              sandbox.localRoot() + QStringLiteral("/etc/systemd/system"));
-    EXPECT_EQ(ManagerScope::user().unitFolder(),
-              sandbox.home() + QStringLiteral("/.config/systemd/user"));
-    sandbox.setEnv("XDG_CONFIG_HOME", sandbox.path() + QStringLiteral("/config/"));
-    EXPECT_EQ(ManagerScope::user().unitFolder(),
-              sandbox.path() + QStringLiteral("/config/systemd/user"));
+    EXPECT_EQ(ManagerScope::system().unitFolder(), sandbox.localRoot() + "/etc/systemd/system");
+    EXPECT_EQ(ManagerScope::user().unitFolder(), sandbox.home() + "/.config/systemd/user");
+    sandbox.setEnv("XDG_CONFIG_HOME", sandbox.path() + "/config/");
+    EXPECT_EQ(ManagerScope::user().unitFolder(), sandbox.path() + "/config/systemd/user");
     // A relative XDG_CONFIG_HOME is to be ignored.
-    sandbox.setEnv("XDG_CONFIG_HOME", QStringLiteral("config"));
-    EXPECT_EQ(ManagerScope::user().unitFolder(),
-              sandbox.home() + QStringLiteral("/.config/systemd/user"));
+    sandbox.setEnv("XDG_CONFIG_HOME", "config");
+    EXPECT_EQ(ManagerScope::user().unitFolder(), sandbox.home() + "/.config/systemd/user");
 }

@@ -4,13 +4,12 @@
 #include "MountWatcher.h"
 
 #include "testsupport/FakeIdentity.h"
+#include "testsupport/Poll.h"
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
 
 #include <gtest/gtest.h>
 
-#include <QElapsedTimer>
-#include <QFile>
 #include <QProcess>
 #include <QThread>
 
@@ -20,28 +19,15 @@ const QByteArray kRoot = "/dev/sda1 / ext4 rw,relatime 0 0\n";
 const QByteArray kProc = "proc /proc proc rw,nosuid,nodev,noexec,relatime 0 0\n";
 const QByteArray kStick = "/dev/sdb1 /media/anna/STICK vfat rw,nosuid,nodev 0 0\n";
 
-void append(const QString &path, const QByteArray &line)
-{
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::Append));
-    file.write(line);
-}
-
 class MountWatcherTest : public ::testing::Test
 {
 protected:
     Sandbox sandbox;
     FakeIdentity::Scoped identity;
     BridgeTesting::StandIn systemctl{sandbox};
-    QString table = sandbox.file(QStringLiteral("mounts"));
+    QString table = sandbox.file("mounts");
 
     void SetUp() override { TestFiles::write(table, kRoot + kProc); }
-
-    void load(const QString &label, const PlistDict &schedule, bool disabled = false)
-    {
-        const QString path = BridgeTesting::job(sandbox, label, schedule, disabled);
-        ASSERT_EQ(JobLoader(BridgeTesting::bridgeBinary()).load(path), 0);
-    }
 };
 
 } // namespace
@@ -50,7 +36,7 @@ TEST_F(MountWatcherTest, OnlyNewLinesOfTheMountTableCount)
 {
     MountWatcher watcher(table, ManagerScope::user());
     EXPECT_TRUE(watcher.poll().isEmpty());
-    append(table, kStick);
+    TestFiles::write(table, kRoot + kProc + kStick);
     EXPECT_EQ(watcher.poll(), QStringList{QString::fromUtf8(kStick.trimmed())});
     EXPECT_TRUE(watcher.poll().isEmpty());
     // An unmount is no event; mounting the same again is.
@@ -60,25 +46,20 @@ TEST_F(MountWatcherTest, OnlyNewLinesOfTheMountTableCount)
     EXPECT_EQ(watcher.poll().size(), 2);
 }
 
-TEST_F(MountWatcherTest, StartsTheServicesOfTheEnabledMountJobsOnly)
+// The resident watcher starts the services of the enabled mount jobs only.
+TEST_F(MountWatcherTest, TheResidentWatcherStartsTheJobsWhenADiskIsMounted)
 {
-    load(QStringLiteral("com.vantreel.ScheduledTask1"), {{"StartOnMount", true}});
-    load(QStringLiteral("com.vantreel.ScheduledTask2"), {{"StartOnMount", true}}, true);
-    load(QStringLiteral("com.vantreel.ScheduledTask3"), {{"StartInterval", 60}});
-    load(QStringLiteral("com.vantreel.ScheduledTask4"), {{"StartOnMount", true}});
-    MountWatcher watcher(table, ManagerScope::user());
-    EXPECT_EQ(watcher.mountJobServices(), (QStringList{"com.vantreel.ScheduledTask1.service",
-                                                       "com.vantreel.ScheduledTask4.service"}));
-    systemctl.clearCalls();
-    EXPECT_TRUE(watcher.startJobs());
-    EXPECT_EQ(systemctl.calls(),
-              QStringList{"--user start --no-block com.vantreel.ScheduledTask1.service "
-                          "com.vantreel.ScheduledTask4.service"});
-}
-
-TEST_F(MountWatcherTest, TheResidentWatcherStartsTheJobWhenADiskIsMounted)
-{
-    load(QStringLiteral("com.vantreel.ScheduledTask1"), {{"StartOnMount", true}});
+    for (const auto &[number, schedule, disabled] :
+         {std::tuple{1, "StartOnMount", false}, std::tuple{2, "StartOnMount", true},
+          std::tuple{3, "RunAtLoad", false}, std::tuple{4, "StartOnMount", false}}) {
+        const QString path = BridgeTesting::job(sandbox, QString("Task%1").arg(number),
+                                                {{schedule, true}}, disabled);
+        ASSERT_EQ(JobLoader(BridgeTesting::bridgeBinary()).load(path), 0);
+    }
+    // The same choice in this process, where its counters can be seen.
+    MountWatcher inProcess(table, ManagerScope::user());
+    EXPECT_EQ(inProcess.mountJobServices(), (QStringList{"Task1.service", "Task4.service"}));
+    EXPECT_TRUE(inProcess.startJobs());
     systemctl.clearCalls();
 
     QProcess watcher;
@@ -90,14 +71,13 @@ TEST_F(MountWatcherTest, TheResidentWatcherStartsTheJobWhenADiskIsMounted)
     QThread::msleep(300);
     EXPECT_TRUE(systemctl.calls().isEmpty());
 
-    append(table, kStick);
-    const QString expected =
-        QStringLiteral("--user start --no-block com.vantreel.ScheduledTask1.service");
-    QElapsedTimer waited;
-    waited.start();
-    while (!systemctl.calls().contains(expected) && waited.elapsed() < 10000) {
-        QThread::msleep(20);
-    }
+    // Appended, as the kernel's table never looks half written.
+    QFile file(table);
+    ASSERT_TRUE(file.open(QIODevice::Append));
+    file.write(kStick);
+    file.close();
+    const QString expected = "--user start --no-block Task1.service Task4.service";
+    Poll::until([&] { return systemctl.calls().contains(expected); }, std::chrono::seconds(10));
     EXPECT_EQ(systemctl.calls(), QStringList{expected});
     EXPECT_EQ(watcher.state(), QProcess::Running);
     watcher.terminate();

@@ -34,10 +34,6 @@
 
 namespace {
 
-const QString kColTask = QStringLiteral("colTask");
-const QString kColEnabled = QStringLiteral("colEnabled");
-const QString kColFrequency = QStringLiteral("colFrequency");
-
 // Receives the addresses the desktop would open.
 class UrlRecorder : public QObject
 {
@@ -57,16 +53,13 @@ class MainWindowTest : public WindowFixture
 protected:
     UserDefaults &defaults() { return UserDefaults::standardUserDefaults(); }
 
-    // Three tasks whose descriptions, states and schedules sort differently.
+    // Three tasks whose descriptions, states and schedules ("Once a day", "Once an hour",
+    // "Once a week") sort differently.
     void makeThreeTasks()
     {
-        makeTask(QStringLiteral("com.vantreel.Quill"),
-                 {QStringLiteral("-clean"), QStringLiteral("-quiet")},
-                 ScheduleDaily); // Once a day
-        makeTask(QStringLiteral("com.vantreel.Inkwell"), {QStringLiteral("-spelling")},
-                 ScheduleHourly, PlistDict(), false); // Once an hour
-        makeTask(QStringLiteral("com.vantreel.Quill"), {QStringLiteral("-backup")},
-                 ScheduleWeekly); // Once a week
+        makeTask("com.vantreel.Quill", {"-clean", "-quiet"}, ScheduleDaily);
+        makeTask("com.vantreel.Inkwell", {"-spelling"}, ScheduleHourly, PlistDict(), false);
+        makeTask("com.vantreel.Quill", {"-backup"}, ScheduleWeekly);
     }
 
     QHeaderView *header() const { return window->tableView()->horizontalHeader(); }
@@ -80,121 +73,98 @@ protected:
 
     void clickCheckbox(int row)
     {
-        QTableView *table = window->tableView();
-        click(table->viewport(), centerOf(table, row, TaskTableModel::ColumnEnabled));
+        click(window->tableView()->viewport(),
+              centerOf(window->tableView(), row, TaskTableModel::ColumnEnabled));
     }
 
-    QString sortedColumn()
-    {
-        return defaults().stringForKey(QStringLiteral("sortedColumn")).value_or(QString());
-    }
-    PlistValue sortedDescending()
-    {
-        return defaults().objectForKey(QStringLiteral("sortedDescending"));
-    }
+    QString sortedColumn() { return defaults().stringForKey("sortedColumn").value_or(QString()); }
+    PlistValue sortedDescending() { return defaults().objectForKey("sortedDescending"); }
 };
 
-TEST_F(MainWindowTest, WithoutAStoredColumnTheListIsSortedAscendingByTheSecondColumn)
+TEST_F(MainWindowTest, TheListIsSortedByTheStoredColumnAndHeaderClicksAreRemembered)
 {
     makeThreeTasks();
+    // An unknown stored column sorts by schedules, without an indicator.
+    defaults().setObject(PlistValue("colNothing"), "sortedColumn");
     openWindow();
-    EXPECT_FALSE(window->findChild<QLabel *>(QStringLiteral("emptyTableHint"))->isVisible());
+    EXPECT_EQ(tableDescriptions().first(), "Clean caches");
+    EXPECT_EQ(header()->sortIndicatorSection(), -1);
+
+    // Without a stored column: ascending by the second column, and nothing is written back.
+    defaults().removeObjectForKey("sortedColumn");
+    window->controller()->populateScheduledTasks();
     EXPECT_EQ(tableDescriptions(),
               QStringList({"Back up the library", "Clean caches", "Update spelling"}));
-    EXPECT_EQ(window->indicatorImageName(kColTask), QStringLiteral("NSAscendingSortIndicator"));
-    // Applying the order writes nothing back.
-    EXPECT_FALSE(defaults().objectForKey(QStringLiteral("sortedColumn")).isValid());
-}
+    EXPECT_EQ(window->indicatorImageName("colTask"), "NSAscendingSortIndicator");
+    EXPECT_FALSE(defaults().objectForKey("sortedColumn").isValid());
 
-TEST_F(MainWindowTest, HeaderClicksSortAscendingThenDescendingAndAreRemembered)
-{
-    makeThreeTasks();
-    openWindow();
-
-    // "Once a day", "Once a week", "Once an hour".
+    // A header click sorts ascending ("Once a day", "Once a week", "Once an hour"), the
+    // next descending.
     clickHeader(TaskTableModel::ColumnFrequency);
     EXPECT_EQ(tableDescriptions(),
               QStringList({"Clean caches", "Back up the library", "Update spelling"}));
-    EXPECT_EQ(sortedColumn(), kColFrequency);
+    EXPECT_EQ(sortedColumn(), "colFrequency");
     EXPECT_EQ(sortedDescending(), PlistValue(false));
-
     clickHeader(TaskTableModel::ColumnFrequency);
     EXPECT_EQ(tableDescriptions(),
               QStringList({"Update spelling", "Back up the library", "Clean caches"}));
     EXPECT_EQ(sortedDescending(), PlistValue(true));
-    EXPECT_EQ(window->indicatorImageName(kColFrequency),
-              QStringLiteral("NSDescendingSortIndicator"));
+    EXPECT_EQ(window->indicatorImageName("colFrequency"), "NSDescendingSortIndicator");
     const Qt::SortOrder descendingOrder = header()->sortIndicatorOrder();
 
     // Another column starts ascending, and the first one loses its indicator.
     clickHeader(TaskTableModel::ColumnEnabled);
-    EXPECT_EQ(sortedColumn(), kColEnabled);
+    EXPECT_EQ(sortedColumn(), "colEnabled");
     EXPECT_EQ(sortedDescending(), PlistValue(false));
-    EXPECT_TRUE(window->indicatorImageName(kColFrequency).isEmpty());
+    EXPECT_TRUE(window->indicatorImageName("colFrequency").isEmpty());
     EXPECT_EQ(header()->sortIndicatorSection(), TaskTableModel::ColumnEnabled);
     EXPECT_NE(header()->sortIndicatorOrder(), descendingOrder);
-}
 
-TEST_F(MainWindowTest, TheStoredOrderIsAppliedAgainAfterEveryReload)
-{
-    makeThreeTasks();
-    defaults().setObject(PlistValue(kColTask), QStringLiteral("sortedColumn"));
-    defaults().setObject(PlistValue(true), QStringLiteral("sortedDescending"));
-    openWindow();
-    EXPECT_EQ(tableDescriptions(),
-              QStringList({"Update spelling", "Clean caches", "Back up the library"}));
-
-    makeTask(QStringLiteral("com.vantreel.Quill"), {QStringLiteral("-repair")}, ScheduleMonthly);
+    // The stored order is applied again after every reload.
+    defaults().setObject(PlistValue("colTask"), "sortedColumn");
+    defaults().setObject(PlistValue(true), "sortedDescending");
+    makeTask("com.vantreel.Quill", {"-repair"}, ScheduleMonthly);
     window->controller()->populateScheduledTasks();
     EXPECT_EQ(tableDescriptions(), QStringList({"Update spelling", "Repair permissions",
                                                 "Clean caches", "Back up the library"}));
 }
 
-TEST_F(MainWindowTest, AnUnknownStoredColumnSortsBySchedulesWithoutAnIndicator)
+TEST_F(MainWindowTest, CheckboxesAndEnableAllSaveTheTasksAndTurnTheToolbarItemAtOnce)
 {
-    makeThreeTasks();
-    defaults().setObject(PlistValue(QStringLiteral("colNothing")), QStringLiteral("sortedColumn"));
+    // An empty list offers to enable all, with the application's image, and says how to add
+    // a task.
     openWindow();
-    EXPECT_EQ(tableDescriptions().first(), QStringLiteral("Clean caches"));
-    EXPECT_EQ(header()->sortIndicatorSection(), -1);
-}
+    auto *hint = window->findChild<QLabel *>("emptyTableHint");
+    EXPECT_TRUE(hint->text().contains("New Task"));
+    EXPECT_EQ(window->enableDisableAllLabel(), "Enable All Tasks");
+    EXPECT_EQ(window->enableDisableAllImageName(), "KairoPlanner.icns");
+    EXPECT_FALSE(window->toolbarEnableDisableAll()->icon().isNull());
 
-TEST_F(MainWindowTest, TheCheckboxSavesTheTaskAndTurnsTheToolbarItemAtOnce)
-{
-    makeTask(QStringLiteral("com.vantreel.Quill"), {QStringLiteral("-backup")}, ScheduleDaily);
-    makeTask(QStringLiteral("com.vantreel.Quill"),
-             {QStringLiteral("-clean"), QStringLiteral("-quiet")}, ScheduleWeekly);
-    openWindow();
+    makeTask("com.vantreel.Quill", {"-backup"}, ScheduleDaily);
+    makeTask("com.vantreel.Quill", {"-clean", "-quiet"}, ScheduleWeekly);
+    window->controller()->populateScheduledTasks();
+    EXPECT_FALSE(hint->isVisible());
     const QString file = *window->taskModel()->taskAt(0)->filename();
     launchctl->clear();
     clickCheckbox(0);
-    EXPECT_EQ(readJob(file).value(QStringLiteral("Disabled")), PlistValue(true));
+    EXPECT_EQ(readJob(file).value("Disabled"), PlistValue(true));
     EXPECT_EQ(launchctl->calls(), QStringList({"unload " + file, "load " + file}));
-    EXPECT_EQ(window->enableDisableAllLabel(), QStringLiteral("Enable All Tasks"));
-
+    EXPECT_EQ(window->enableDisableAllLabel(), "Enable All Tasks");
     clickCheckbox(0);
-    EXPECT_FALSE(readJob(file).contains(QStringLiteral("Disabled")));
-    EXPECT_EQ(window->enableDisableAllLabel(), QStringLiteral("Disable All Tasks"));
-}
-
-TEST_F(MainWindowTest, EnableAndDisableAllFollowTheToolbarLabel)
-{
-    makeThreeTasks();
-    openWindow();
-    ASSERT_EQ(window->enableDisableAllLabel(), QStringLiteral("Enable All Tasks"));
+    EXPECT_FALSE(readJob(file).contains("Disabled"));
+    EXPECT_EQ(window->enableDisableAllLabel(), "Disable All Tasks");
 
     window->toolbarEnableDisableAll()->trigger();
-    for (const QString &file : jobFiles()) {
-        EXPECT_FALSE(readJob(file).contains(QStringLiteral("Disabled"))) << file.toStdString();
+    for (const QString &job : jobFiles()) {
+        EXPECT_EQ(readJob(job).value("Disabled"), PlistValue(true)) << job.toStdString();
     }
-    EXPECT_EQ(window->enableDisableAllImageName(), QStringLiteral("disableall.png"));
-
+    EXPECT_EQ(window->enableDisableAllImageName(), "KairoPlanner.icns");
+    EXPECT_EQ(window->taskModel()->index(1, 0).data(Qt::CheckStateRole).toInt(), Qt::Unchecked);
     window->toolbarEnableDisableAll()->trigger();
-    for (const QString &file : jobFiles()) {
-        EXPECT_EQ(readJob(file).value(QStringLiteral("Disabled")), PlistValue(true));
+    for (const QString &job : jobFiles()) {
+        EXPECT_FALSE(readJob(job).contains("Disabled")) << job.toStdString();
     }
-    EXPECT_EQ(window->enableDisableAllImageName(), QStringLiteral("KairoPlanner.icns"));
-    EXPECT_EQ(window->taskModel()->index(2, 0).data(Qt::CheckStateRole).toInt(), Qt::Unchecked);
+    EXPECT_EQ(window->enableDisableAllImageName(), "disableall.png");
 }
 
 TEST_F(MainWindowTest, NextRunAndLastResultComeFromTheBridgeAndSortLikeTheOthers)
@@ -222,7 +192,7 @@ TEST_F(MainWindowTest, NextRunAndLastResultComeFromTheBridgeAndSortLikeTheOthers
     window->didClickTableColumn(TaskTableModel::ColumnNextRun);
     EXPECT_EQ(tableDescriptions(),
               QStringList({"Back up the library", "Clean caches", "Update spelling"}));
-    EXPECT_EQ(sortedColumn(), QStringLiteral("colNextRun"));
+    EXPECT_EQ(sortedColumn(), "colNextRun");
     const QDateTime first = QDateTime::fromString("2030-01-01T07:00:00Z", Qt::ISODate);
     EXPECT_EQ(column(TaskTableModel::ColumnNextRun),
               QStringList({first.toLocalTime().toString("yyyy-MM-dd HH:mm"),
@@ -237,17 +207,16 @@ TEST_F(MainWindowTest, NextRunAndLastResultComeFromTheBridgeAndSortLikeTheOthers
 TEST_F(MainWindowTest, ASlowOrMissingSystemdLeavesTheStatusEmptyWithoutBlocking)
 {
     makeThreeTasks();
-    launchctl->answerList(
-        QStringLiteral("printf 'com.vantreel.ScheduledTask1\\tyes\\t-\\tsuccess\\n'\n"));
+    launchctl->answerList("printf 'com.vantreel.ScheduledTask1\\tyes\\t-\\tsuccess\\n'\n");
     // A time limit well above what starting a process takes, so blocking would show.
     JobStatusMonitor monitor(60000, 3000);
     int updates = 0;
     QObject::connect(&monitor, &JobStatusMonitor::updated, [&] { ++updates; });
     monitor.refresh();
     ASSERT_TRUE(waitUntil([&] { return updates == 1; }));
-    ASSERT_TRUE(monitor.statusOf(QStringLiteral("com.vantreel.ScheduledTask1")));
+    ASSERT_TRUE(monitor.statusOf("com.vantreel.ScheduledTask1"));
 
-    for (const QString &answer : {QStringLiteral("exec sleep 30"), QStringLiteral("exit 1")}) {
+    for (const QString answer : {"exec sleep 30", "exit 1"}) {
         launchctl->answerList(answer);
         QElapsedTimer timer;
         timer.start();
@@ -255,38 +224,7 @@ TEST_F(MainWindowTest, ASlowOrMissingSystemdLeavesTheStatusEmptyWithoutBlocking)
         EXPECT_LT(timer.elapsed(), 1000) << answer.toStdString();
         const int before = updates;
         ASSERT_TRUE(waitUntil([&] { return updates == before + 1; })) << answer.toStdString();
-        EXPECT_FALSE(monitor.statusOf(QStringLiteral("com.vantreel.ScheduledTask1")))
-            << answer.toStdString();
-    }
-}
-
-TEST_F(MainWindowTest, AnEmptyListOffersToEnableAllWithTheApplicationImage)
-{
-    openWindow();
-    EXPECT_EQ(window->taskModel()->rowCount(), 0);
-    EXPECT_EQ(window->enableDisableAllLabel(), QStringLiteral("Enable All Tasks"));
-    EXPECT_FALSE(window->toolbarEnableDisableAll()->icon().isNull());
-    // The empty table says how to add a task.
-    auto *hint = window->findChild<QLabel *>(QStringLiteral("emptyTableHint"));
-    ASSERT_TRUE(hint);
-    EXPECT_TRUE(hint->text().contains(QStringLiteral("New Task")));
-
-    makeTask(QStringLiteral("com.vantreel.Quill"), {QStringLiteral("-backup")}, ScheduleDaily);
-    window->controller()->populateScheduledTasks();
-    EXPECT_FALSE(hint->isVisible());
-}
-
-TEST_F(MainWindowTest, ToolbarIconsLookEnabledWhenTheyAre)
-{
-    openWindow();
-    for (const char *name : {"toolbarNewTask", "toolbarEditTask", "toolbarDeleteTask"}) {
-        const QIcon icon = window->findChild<QAction *>(QLatin1String(name))->icon();
-        // The badge above its glyph: a colour, not the grey of a disabled control.
-        const QColor normal = icon.pixmap(32).toImage().pixelColor(16, 6);
-        EXPECT_GE(normal.hsvSaturation(), 100) << name;
-        EXPECT_LT(icon.pixmap(32, QIcon::Disabled).toImage().pixelColor(16, 6).hsvSaturation(),
-                  normal.hsvSaturation())
-            << name;
+        EXPECT_FALSE(monitor.statusOf("com.vantreel.ScheduledTask1")) << answer.toStdString();
     }
 }
 
@@ -325,7 +263,7 @@ TEST_F(MainWindowTest, ALargeFontAndADarkPaletteLeaveEveryPartReadable)
     for (const int schedule : {int(ScheduleCalendar), int(ScheduleWatchDirectory),
                                int(ScheduleEverySeconds), int(ScheduleDaily)}) {
         window->newTask();
-        auto *popup = sheet->findChild<QComboBox *>(QStringLiteral("taskBoxRunPopUp"));
+        auto *popup = sheet->findChild<QComboBox *>("taskBoxRunPopUp");
         popup->setCurrentIndex(schedule);
         sheet->taskScheduleChanged();
         EXPECT_EQ(layoutFaults(sheet), QStringList()) << popup->currentText().toStdString();
@@ -336,70 +274,66 @@ TEST_F(MainWindowTest, ALargeFontAndADarkPaletteLeaveEveryPartReadable)
     window->preferencesWindow()->close();
 }
 
-TEST_F(MainWindowTest, DeleteAsksFirstAndMovesTheJobFileToTheTrash)
+TEST_F(MainWindowTest, TheToolbarEditsAndDeletesTheSelectedTask)
 {
     makeThreeTasks();
     openWindow();
-    QAction *remove = window->findChild<QAction *>(QStringLiteral("toolbarDeleteTask"));
-    ASSERT_TRUE(remove);
-    EXPECT_FALSE(remove->isEnabled());
-    window->deleteTask();
-    EXPECT_TRUE(alerts->asked.empty());
+    for (const char *name : {"toolbarNewTask", "toolbarEditTask", "toolbarDeleteTask"}) {
+        const QIcon icon = window->findChild<QAction *>(name)->icon();
+        // The badge above its glyph: a colour, not the grey of a disabled control.
+        const QColor normal = icon.pixmap(32).toImage().pixelColor(16, 6);
+        EXPECT_GE(normal.hsvSaturation(), 100) << name;
+        EXPECT_LT(icon.pixmap(32, QIcon::Disabled).toImage().pixelColor(16, 6).hsvSaturation(),
+                  normal.hsvSaturation())
+            << name;
+    }
 
-    window->tableView()->selectRow(1);
-    EXPECT_TRUE(remove->isEnabled());
-    const QString file = *window->taskModel()->taskAt(1)->filename();
-    alerts->answer = VTAlert::AlternateReturn;
-    remove->trigger();
-    ASSERT_EQ(alerts->asked.size(), 1u);
-    EXPECT_EQ(alerts->asked[0].messageText,
-              QStringLiteral("Are you sure you wish to delete this task?"));
-    EXPECT_EQ(alerts->asked[0].defaultButton, QStringLiteral("Delete"));
-    EXPECT_TRUE(QFileInfo::exists(file));
+    // The task cell gets each task's icon at 18 points; the task's own image keeps its size.
+    VTImageTextCell *cell = window->taskCell();
+    cell->setImage(QImage());
+    window->willDisplayCell(*cell, TaskTableModel::ColumnTask, 0);
+    EXPECT_EQ(cell->image().deviceIndependentSize(), QSizeF(18, 18));
+    EXPECT_EQ(window->taskModel()->taskAt(0)->icon().value<QImage>().size(), QSize(18, 18));
+    // A task without an icon, and any other column, leave the image of the row before.
+    const QImage previous = cell->image();
+    window->taskModel()->taskAt(1)->setIcon(QVariant());
+    window->willDisplayCell(*cell, TaskTableModel::ColumnTask, 1);
+    window->willDisplayCell(*cell, TaskTableModel::ColumnEnabled, 2);
+    EXPECT_EQ(cell->image(), previous);
 
-    alerts->answer = VTAlert::DefaultReturn;
-    remove->trigger();
-    EXPECT_FALSE(QFileInfo::exists(file));
-    const QString trashed =
-        sandbox.home() + "/.local/share/Trash/files/" + QFileInfo(file).fileName();
-    EXPECT_TRUE(QFileInfo::exists(trashed));
-    EXPECT_TRUE(launchctl->calls().contains("unload " + file));
-    EXPECT_EQ(tableDescriptions(), QStringList({"Back up the library", "Update spelling"}));
-}
-
-TEST_F(MainWindowTest, DoubleClickingARowOpensTheEditorOnIt)
-{
-    makeThreeTasks();
-    openWindow();
+    // Double-clicking a row opens the editor on it.
     QTableView *table = window->tableView();
     const QPoint point = centerOf(table, 2, TaskTableModel::ColumnTask);
     QTest::mouseClick(table->viewport(), Qt::LeftButton, Qt::NoModifier, point);
     QTest::mouseDClick(table->viewport(), Qt::LeftButton, Qt::NoModifier, point);
     TaskEditorSheet *sheet = window->taskWindow();
     ASSERT_TRUE(waitUntil([&] { return sheet->isVisible(); }));
-    EXPECT_EQ(sheet->findChild<QPushButton *>(QStringLiteral("addTaskBtn"))->text(),
-              QStringLiteral("Edit Task"));
+    EXPECT_EQ(sheet->findChild<QPushButton *>("addTaskBtn")->text(), "Edit Task");
     EXPECT_EQ(sheet->windowModality(), Qt::WindowModal);
-}
+    sheet->cancelNewTask();
 
-TEST_F(MainWindowTest, TheTaskCellGetsEachTasksIconAt18Points)
-{
-    makeThreeTasks();
-    openWindow();
-    VTImageTextCell *cell = window->taskCell();
-    cell->setImage(QImage());
-    window->willDisplayCell(*cell, TaskTableModel::ColumnTask, 0);
-    ASSERT_FALSE(cell->image().isNull());
-    EXPECT_EQ(cell->image().deviceIndependentSize(), QSizeF(18, 18));
-    // The task's own image keeps its size.
-    EXPECT_EQ(window->taskModel()->taskAt(0)->icon().value<QImage>().size(), QSize(18, 18));
-
-    // A task without an icon leaves the image of the row before.
-    const QImage previous = cell->image();
-    window->taskModel()->taskAt(1)->setIcon(QVariant());
-    window->willDisplayCell(*cell, TaskTableModel::ColumnTask, 1);
-    EXPECT_EQ(cell->image(), previous);
-    window->tableView()->viewport()->repaint();
+    // Delete asks first, then moves the job file to the trash.
+    QAction *remove = window->findChild<QAction *>("toolbarDeleteTask");
+    table->clearSelection();
+    EXPECT_FALSE(remove->isEnabled());
+    window->deleteTask();
+    EXPECT_TRUE(alerts->asked.empty());
+    table->selectRow(1);
+    EXPECT_TRUE(remove->isEnabled());
+    const QString file = *window->taskModel()->taskAt(1)->filename();
+    alerts->answer = VTAlert::AlternateReturn;
+    remove->trigger();
+    ASSERT_EQ(alerts->asked.size(), 1u);
+    EXPECT_EQ(alerts->asked[0].messageText, "Are you sure you wish to delete this task?");
+    EXPECT_EQ(alerts->asked[0].defaultButton, "Delete");
+    EXPECT_TRUE(QFileInfo::exists(file));
+    alerts->answer = VTAlert::DefaultReturn;
+    remove->trigger();
+    EXPECT_FALSE(QFileInfo::exists(file));
+    EXPECT_TRUE(QFileInfo::exists(sandbox.home() + "/.local/share/Trash/files/" +
+                                  QFileInfo(file).fileName()));
+    EXPECT_TRUE(launchctl->calls().contains("unload " + file));
+    EXPECT_EQ(tableDescriptions(), QStringList({"Back up the library", "Update spelling"}));
 }
 
 TEST_F(MainWindowTest, RequiredAdministratorPasswordThatFailsEndsTheApplication)
@@ -422,46 +356,40 @@ TEST_F(MainWindowTest, TheAdministratorCheckboxWritesTheMachineWideSetting)
                                                         "echo asked >> '" + asked + "'\nexit 1"));
     const QString machine =
         sandbox.localRoot() + "/Library/Preferences/com.vantreel.KairoPlanner.plist";
+    const auto stored = [&] {
+        return PropertyList::readDictionary(machine)->value("requireAdminPassword");
+    };
     // Without the setting no password is asked and the checkbox is off.
-    defaults().setObject(PlistValue(0), QStringLiteral("requireAdminPassword"));
+    defaults().setObject(PlistValue(0), "requireAdminPassword");
     openWindow();
-    QCheckBox *box = window->preferencesWindow()->prefsAdminPass();
+    PreferencesWindow *preferences = window->preferencesWindow();
+    QCheckBox *box = preferences->prefsAdminPass();
     EXPECT_FALSE(box->isChecked());
+    // The keyboard shortcuts are made when their tab is first shown.
+    EXPECT_FALSE(preferences->findChild<VTShortcutKeyContainerView *>());
     window->showPreferences();
+    preferences->findChild<QTabWidget *>("prefsTabs")->setCurrentIndex(1);
+    auto *container = preferences->findChild<VTShortcutKeyContainerView *>();
+    EXPECT_TRUE(container && container->isVisible());
+    preferences->findChild<QTabWidget *>("prefsTabs")->setCurrentIndex(0);
 
-    // On: no password.
+    // On: no password. Off: the authentication is refused, so the box goes back on and
+    // nothing changes. As the administrator, off is written.
     click(box, box->rect().center());
     EXPECT_TRUE(box->isChecked());
-    EXPECT_EQ(PropertyList::readDictionary(machine)->value("requireAdminPassword"), PlistValue(1));
+    EXPECT_EQ(stored(), PlistValue(1));
     EXPECT_FALSE(QFileInfo::exists(asked));
-
-    // Off: the authentication is refused, so the box goes back on and nothing changes.
     click(box, box->rect().center());
     EXPECT_TRUE(box->isChecked());
     EXPECT_TRUE(QFileInfo::exists(asked));
-    EXPECT_EQ(PropertyList::readDictionary(machine)->value("requireAdminPassword"), PlistValue(1));
-
-    // As the administrator, off is written.
+    EXPECT_EQ(stored(), PlistValue(1));
     identity->uid = 0;
     click(box, box->rect().center());
     EXPECT_FALSE(box->isChecked());
-    EXPECT_EQ(PropertyList::readDictionary(machine)->value("requireAdminPassword"), PlistValue(0));
+    EXPECT_EQ(stored(), PlistValue(0));
 }
 
-TEST_F(MainWindowTest, ThePreferencesHoldTheKeyboardShortcuts)
-{
-    openWindow();
-    PreferencesWindow *preferences = window->preferencesWindow();
-    EXPECT_FALSE(preferences->findChild<VTShortcutKeyContainerView *>());
-    window->showPreferences();
-    auto *tabs = preferences->findChild<QTabWidget *>(QStringLiteral("prefsTabs"));
-    ASSERT_TRUE(tabs);
-    tabs->setCurrentIndex(1);
-    auto *container = preferences->findChild<VTShortcutKeyContainerView *>();
-    EXPECT_TRUE(container && container->isVisible());
-}
-
-TEST_F(MainWindowTest, TheUpdateCheckLaunchesTheUpdaterUnlessTheSharedSwitchIsOff)
+TEST_F(MainWindowTest, TheUpdaterAndTheHelpPagesAreOpenedForThisApplication)
 {
     const QString record = sandbox.file("updater.log");
     TestFiles::makeBundle(applications, "Software Update",
@@ -473,44 +401,33 @@ TEST_F(MainWindowTest, TheUpdateCheckLaunchesTheUpdaterUnlessTheSharedSwitchIsOf
                               PlistDict{{"CFBundleIdentifier", "com.vantreel.KairoPlanner"},
                                         {"CFBundleShortVersionString", "2.5"}});
     Bundle::setMainBundlePath(own);
+    UrlRecorder recorder;
+    QDesktopServices::setUrlHandler("https", &recorder, "open");
+    const auto restore = qScopeGuard([] { QDesktopServices::unsetUrlHandler("https"); });
     openWindow();
 
+    // The update check runs unless the maker's shared switch is off; a missing key counts as
+    // "check", whatever the application's own defaults say.
     const QString global = sandbox.home() + "/Library/Preferences/com.vantreel.global.plist";
     PropertyList::writeXml(PlistValue(PlistDict{{"SUCheckAtStartup", false}}), global);
     window->applicationDidFinishLaunching();
     QTest::qWait(300);
     EXPECT_FALSE(QFileInfo::exists(record));
-
-    // A missing key counts as "check", whatever the application's own defaults say.
-    defaults().setObject(PlistValue(false), QStringLiteral("SUCheckAtStartup"));
+    defaults().setObject(PlistValue(false), "SUCheckAtStartup");
     PropertyList::writeXml(PlistValue(PlistDict{{"disable-logging", "0"}}), global);
     window->applicationDidFinishLaunching();
     ASSERT_TRUE(waitUntil([&] { return !TestFiles::lines(record).isEmpty(); }));
     EXPECT_EQ(TestFiles::lines(record), QStringList({"run: -checkpath " + own}));
-
     // The menu item starts it with no arguments.
     QFile::remove(record);
     window->menuSoftwareUpdate();
     ASSERT_TRUE(waitUntil([&] { return !TestFiles::lines(record).isEmpty(); }));
     EXPECT_EQ(TestFiles::lines(record), QStringList({"run: "}));
-}
 
-TEST_F(MainWindowTest, HelpItemsOpenTheMakersPagesOnTheConfiguredHost)
-{
-    const QString own =
-        TestFiles::makeBundle(sandbox.mkdir("elsewhere"), "Kairo Planner",
-                              PlistDict{{"CFBundleIdentifier", "com.vantreel.KairoPlanner"},
-                                        {"CFBundleShortVersionString", "2.5"}});
-    Bundle::setMainBundlePath(own);
-    UrlRecorder recorder;
-    QDesktopServices::setUrlHandler(QStringLiteral("https"), &recorder, "open");
-    openWindow();
-
+    // The help items open the maker's pages, on the configured host.
     for (const char *name :
          {"helpUserManual", "helpReportBug", "helpSuggestFeature", "helpVTHome"}) {
-        QAction *action = window->findChild<QAction *>(QLatin1String(name));
-        ASSERT_TRUE(action) << name;
-        action->trigger();
+        window->findChild<QAction *>(name)->trigger();
     }
     EXPECT_EQ(
         recorder.urls,
@@ -518,34 +435,31 @@ TEST_F(MainWindowTest, HelpItemsOpenTheMakersPagesOnTheConfiguredHost)
             {QUrl("https://www.vantreel.com/software_bugreport.htm?app=kairo_planner&version=2.5"),
              QUrl("https://www.vantreel.com/software_featurerequest.htm?app=kairo_planner"),
              QUrl("https://www.vantreel.com/")}));
-
     recorder.urls.clear();
-    defaults().setObject(PlistValue(QStringLiteral("https://mirror.example.org/vt")),
-                         QStringLiteral("VTWebHost"));
+    defaults().setObject(PlistValue("https://mirror.example.org/vt"), "VTWebHost");
     window->helpVTHome();
     EXPECT_EQ(recorder.urls, QList<QUrl>({QUrl("https://mirror.example.org/vt/")}));
-    QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
 }
 
 TEST(VTMessageBoxPresenterTest, ALongPathWrapsAfterItsSlashes)
 {
     // Numbered folders: a line may not break between a slash and a digit by itself, and a
     // run longer than the alert is wide would otherwise be cut anywhere.
-    QString path = QStringLiteral("/srv/archive/2024/11/23/");
+    QString path = "/srv/archive/2024/11/23/";
     for (int i = 0; i < 40; ++i) {
         path += QStringLiteral("%1/").arg(i, 2, 10, QLatin1Char('0'));
     }
-    path += QStringLiteral("Applications/Tessel.app/Contents/MacOS/Tessel");
+    path += "Applications/Tessel.app/Contents/MacOS/Tessel";
     VTAlertRequest request;
-    request.messageText = QStringLiteral("Unable to locate executable file");
+    request.messageText = "Unable to locate executable file";
     request.informativeText = QStringLiteral("Kairo Planner cannot find %1.").arg(path);
-    request.defaultButton = QStringLiteral("Remove Task");
-    request.alternateButton = QStringLiteral("Ignore");
+    request.defaultButton = "Remove Task";
+    request.alternateButton = "Ignore";
     QStringList lines;
     QTimer::singleShot(0, [&] {
         auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
         ASSERT_TRUE(box);
-        auto *label = box->findChild<QLabel *>(QStringLiteral("qt_msgbox_informativelabel"));
+        auto *label = box->findChild<QLabel *>("qt_msgbox_informativelabel");
         ASSERT_TRUE(label);
         // The lines as the label lays them out at its width.
         QTextLayout layout(label->text(), label->font());

@@ -33,8 +33,8 @@ inline void PrintTo(const QString &string, std::ostream *os)
 
 namespace {
 
-const QString kOurs = QStringLiteral("com.vantreel.KairoPlanner");
-const QString kQuill = QStringLiteral("com.vantreel.Quill");
+const QString kOurs = "com.vantreel.KairoPlanner";
+const QString kQuill = "com.vantreel.Quill";
 
 PlistDict entry(const QString &bundleID, qint64 keycode, qint64 modifiers, const QString &commandID)
 {
@@ -65,27 +65,21 @@ protected:
                                  "XKB_DEFAULT_OPTIONS"}) {
             sandbox.setEnv(name, std::nullopt);
         }
-        sandbox.setEnv("XKB_DEFAULT_LAYOUT", QStringLiteral("us"));
-        VTLog::createNewLog(QStringLiteral("Kairo Planner"));
+        sandbox.setEnv("XKB_DEFAULT_LAYOUT", "us");
+        VTLog::createNewLog("Kairo Planner");
 
-        const QString bundle = TestFiles::makeBundle(sandbox.mkdir("root/Applications"),
-                                                     QStringLiteral("Kairo Planner"),
-                                                     PlistDict{{"CFBundleIdentifier", kOurs},
-                                                               {"CFBundleName", "Kairo Planner"},
-                                                               {"CFBundleIconFile", "AppIcon"}});
+        const QString bundle =
+            TestFiles::makeBundle(sandbox.mkdir("root/Applications"), "Kairo Planner",
+                                  PlistDict{{"CFBundleIdentifier", kOurs},
+                                            {"CFBundleName", "Kairo Planner"},
+                                            {"CFBundleIconFile", "AppIcon"}});
         QImage icon(64, 64, QImage::Format_ARGB32);
         icon.fill(Qt::red);
         ASSERT_TRUE(icon.save(bundle + "/Contents/Resources/AppIcon.png"));
-        PropertyList::writeXml(
-            PlistValue(PlistDict{
-                {"VTKeys",
-                 PlistArray{PlistValue(PlistDict{{"id", "newtask"},
-                                                 {"description", "New Scheduled Task"}}),
-                            PlistValue(PlistDict{{"id", "enableall"},
-                                                 {"description", "Enable All Tasks"}}),
-                            PlistValue(PlistDict{{"id", "disableall"},
-                                                 {"description", "Disable All Tasks"}})}}}),
-            bundle + "/Contents/VTKeys.plist");
+        // The shipped catalogue: newtask, enableall, disableall.
+        ASSERT_TRUE(
+            QFile::copy(qEnvironmentVariable("KAIRO_SOURCE_DIR") + "/resources/VTKeys.plist",
+                        bundle + "/Contents/VTKeys.plist"));
         Bundle::setMainBundlePath(bundle);
 
         shortcutFile = sandbox.home() + "/Library/Preferences/com.vantreel.shortcutkeys.plist";
@@ -93,8 +87,9 @@ protected:
                   "/Library/Application Support/Vantreel/Shared Resources/VTShortcutKeyManager";
         managerRecord = sandbox.file("manager.txt");
         // The stand-in records its arguments and the shared file as it found it.
-        TestFiles::writeScript(manager, QStringLiteral("echo \"$@\" >> '%1'\ncat '%2' >> '%1'")
-                                            .arg(managerRecord, shortcutFile));
+        TestFiles::writeScript(
+            manager,
+            QString("echo \"$@\" >> '%1'\ncat '%2' >> '%1'").arg(managerRecord, shortcutFile));
 
         container = std::make_unique<VTShortcutKeyContainerView>();
         container->resize(480, 320);
@@ -176,10 +171,10 @@ TEST_F(VTShortcutKeyPanelTest, ThePanelListsTheCommandsWithTheirAssignments)
     const QString console = capture.finish();
 
     ASSERT_EQ(model()->rowCount(), 3);
-    EXPECT_EQ(model()->index(2, 0).data().toString(), QStringLiteral("Disable All Tasks"));
+    EXPECT_EQ(model()->index(2, 0).data().toString(), "Disable All Tasks");
     EXPECT_FALSE(model()->index(0, 1).data().isValid());
-    EXPECT_EQ(keyName(1), QStringLiteral("Ctrl+Alt+F5"));
-    EXPECT_EQ(keyName(2), QStringLiteral("Unknown"));
+    EXPECT_EQ(keyName(1), "Ctrl+Alt+F5");
+    EXPECT_EQ(keyName(2), "Unknown");
     EXPECT_TRUE(console.contains("Couldn't find a translation for the '52' key code"));
 
     // The command's icon is the application's, at 16 by 16.
@@ -220,32 +215,29 @@ TEST_F(VTShortcutKeyPanelTest, TheCapturedModifiersFollowTheForcedModifierRule)
         {Qt::Key_Up, Qt::NoModifier, 0x7E, 0x300, "Shift+Cmd+Up Arrow"},
         {Qt::Key_Backspace, Qt::ControlModifier, 0x33, 0x1000, "Ctrl+Backspace"},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.name);
-        press(0, c.key, c.modifiers);
-        EXPECT_EQ(keyName(0), QString::fromLatin1(c.name));
-        const PlistArray list = watchlist();
-        ASSERT_EQ(list.size(), 1u);
-        EXPECT_EQ(list[0].dict(), entry(kOurs, c.keycode, c.mask, "newtask"));
-        EXPECT_FALSE(delegate.fieldEditor()->isVisible());
-    }
-    EXPECT_EQ(managerRuns().size(), qsizetype(std::size(cases)));
-    EXPECT_TRUE(TestFiles::read(managerRecord).contains("<string>newtask</string>"));
-}
-
-TEST_F(VTShortcutKeyPanelTest, KeysAreTakenByTheirPositionAndAModifierAloneIsNoShortcut)
-{
+    // A modifier alone is no shortcut; a key is taken by its position (XKB keycode 39 is the
+    // S position), whatever the layout calls it.
     VTShortcutKeyFieldEditor *editor = editRow(1);
     ASSERT_TRUE(editor);
     QTest::keyClick(editor, Qt::Key_Shift, Qt::ShiftModifier);
     QTest::keyClick(editor, Qt::Key_Control, Qt::ControlModifier);
     EXPECT_TRUE(editor->isVisible());
     EXPECT_FALSE(QFileInfo::exists(shortcutFile));
-    // The key in the A position (XKB keycode 38), whatever the layout calls it.
-    QKeyEvent press(QEvent::KeyPress, Qt::Key_Q, Qt::NoModifier, 38, 0x71, 0, "q");
-    QApplication::sendEvent(editor, &press);
-    ASSERT_EQ(watchlist().size(), 1u);
-    EXPECT_EQ(keyName(1), QStringLiteral("Shift+Cmd+A"));
+    QKeyEvent position(QEvent::KeyPress, Qt::Key_Q, Qt::NoModifier, 39, 0x71, 0, "q");
+    QApplication::sendEvent(editor, &position);
+    EXPECT_EQ(keyName(1), "Shift+Cmd+S");
+
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        press(0, c.key, c.modifiers);
+        EXPECT_EQ(keyName(0), QString::fromLatin1(c.name));
+        const PlistArray list = watchlist();
+        ASSERT_EQ(list.size(), 2u);
+        EXPECT_EQ(list[1].dict(), entry(kOurs, c.keycode, c.mask, "newtask"));
+        EXPECT_FALSE(delegate.fieldEditor()->isVisible());
+    }
+    EXPECT_EQ(managerRuns().size(), qsizetype(std::size(cases)) + 1);
+    EXPECT_TRUE(TestFiles::read(managerRecord).contains("<string>newtask</string>"));
 }
 
 TEST_F(VTShortcutKeyPanelTest, ANewAssignmentReplacesTheOldAndOtherEntriesSurvive)
@@ -260,8 +252,18 @@ TEST_F(VTShortcutKeyPanelTest, ANewAssignmentReplacesTheOldAndOtherEntriesSurviv
                                                                 {"commandparams", params}}),
                                            PlistValue(entry(kOurs, 0x02, 0x300, "enableall"))}}});
     delegate.populateKeyData();
+    // The file is replaced whole, never rewritten in place: a reader that opened the old
+    // file keeps seeing it whole, and no temporary file is left beside it.
+    const QByteArray before = TestFiles::read(shortcutFile);
+    const QString reader = sandbox.file("reader.plist");
+    ASSERT_EQ(
+        ::link(QFile::encodeName(shortcutFile).constData(), QFile::encodeName(reader).constData()),
+        0);
 
     press(0, Qt::Key_A);
+    EXPECT_EQ(TestFiles::read(reader), before);
+    EXPECT_EQ(QDir(QFileInfo(shortcutFile).absolutePath()).entryList(QDir::Files | QDir::Hidden),
+              QStringList{"com.vantreel.shortcutkeys.plist"});
     press(0, Qt::Key_F5, Qt::ControlModifier | Qt::AltModifier);
 
     const PlistDict file = sharedFile();
@@ -272,8 +274,8 @@ TEST_F(VTShortcutKeyPanelTest, ANewAssignmentReplacesTheOldAndOtherEntriesSurviv
     EXPECT_EQ(list[1].dict().value("commandparams"), PlistValue(params));
     EXPECT_EQ(list[2].dict(), entry(kOurs, 0x02, 0x300, "enableall"));
     EXPECT_EQ(list[3].dict(), entry(kOurs, 0x60, 0x1800, "newtask"));
-    EXPECT_EQ(keyName(0), QStringLiteral("Ctrl+Alt+F5"));
-    EXPECT_EQ(keyName(1), QStringLiteral("Shift+Cmd+D"));
+    EXPECT_EQ(keyName(0), "Ctrl+Alt+F5");
+    EXPECT_EQ(keyName(1), "Shift+Cmd+D");
     EXPECT_EQ(managerRuns().size(), 2);
 }
 
@@ -307,6 +309,19 @@ TEST_F(VTShortcutKeyPanelTest, DeleteKeysAndTheClearButtonClearTheSelectedShortc
 {
     QPushButton *clear = delegate.parentView()->findChild<QPushButton *>("clearButton");
     ASSERT_TRUE(clear);
+    // With no row selected nothing changes.
+    writeSharedFile(PlistDict{{"watchlist", PlistArray{PlistValue(entry(kQuill, 0, 0x300, "x"))}}});
+    const QByteArray before = TestFiles::read(shortcutFile);
+    delegate.populateKeyData();
+    table()->clearSelection();
+    TestFiles::CaptureStderr capture;
+    QTest::keyClick(table(), Qt::Key_Backspace);
+    const QString console = capture.finish();
+    EXPECT_EQ(TestFiles::read(shortcutFile), before);
+    EXPECT_TRUE(managerRuns().isEmpty());
+    EXPECT_TRUE(console.contains("Exception in VTShortcutKeyTableDelegate::keyCleared"))
+        << console.toStdString();
+
     for (const Qt::Key key : {Qt::Key_Backspace, Qt::Key_Delete, Qt::Key_Clear, Qt::Key_unknown}) {
         SCOPED_TRACE(key);
         writeSharedFile(PlistDict{
@@ -315,7 +330,7 @@ TEST_F(VTShortcutKeyPanelTest, DeleteKeysAndTheClearButtonClearTheSelectedShortc
                                      PlistValue(entry(kOurs, 0x02, 0x300, "enableall"))}}});
         QFile::remove(managerRecord);
         delegate.populateKeyData();
-        ASSERT_EQ(keyName(1), QStringLiteral("Shift+Cmd+D"));
+        ASSERT_EQ(keyName(1), "Shift+Cmd+D");
 
         table()->selectRow(1);
         table()->setFocus();
@@ -325,7 +340,7 @@ TEST_F(VTShortcutKeyPanelTest, DeleteKeysAndTheClearButtonClearTheSelectedShortc
             QTest::keyClick(table(), key);
         }
         EXPECT_EQ(keyName(1), QString());
-        EXPECT_EQ(keyName(0), QStringLiteral("Shift+Cmd+A"));
+        EXPECT_EQ(keyName(0), "Shift+Cmd+A");
         EXPECT_EQ(watchlist(), (PlistArray{PlistValue(entry(kOurs, 0x00, 0x300, "newtask")),
                                            PlistValue(entry(kQuill, 0x01, 0x300, "enableall"))}));
         EXPECT_EQ(managerRuns(), QStringList{"-setup"});
@@ -339,23 +354,6 @@ TEST_F(VTShortcutKeyPanelTest, DeleteKeysAndTheClearButtonClearTheSelectedShortc
     EXPECT_EQ(managerRuns(), QStringList{"-setup"});
 }
 
-TEST_F(VTShortcutKeyPanelTest, ClearingWithNoRowSelectedChangesNothing)
-{
-    writeSharedFile(
-        PlistDict{{"watchlist", PlistArray{PlistValue(entry(kOurs, 0, 0x300, "newtask")),
-                                           PlistValue(entry(kQuill, 0, 0x300, "x"))}}});
-    const QByteArray before = TestFiles::read(shortcutFile);
-    delegate.populateKeyData();
-    table()->clearSelection();
-    TestFiles::CaptureStderr capture;
-    QTest::keyClick(table(), Qt::Key_Backspace);
-    const QString console = capture.finish();
-    EXPECT_EQ(TestFiles::read(shortcutFile), before);
-    EXPECT_TRUE(managerRuns().isEmpty());
-    EXPECT_TRUE(console.contains("Exception in VTShortcutKeyTableDelegate::keyCleared"))
-        << console.toStdString();
-}
-
 TEST_F(VTShortcutKeyPanelTest, AMissingManagerDisablesThePanelButAssignmentsAreStillWritten)
 {
     QFile::remove(manager);
@@ -364,8 +362,7 @@ TEST_F(VTShortcutKeyPanelTest, AMissingManagerDisablesThePanelButAssignmentsAreS
     EXPECT_FALSE(delegate.versionAlertText()->isHidden());
 
     TestFiles::CaptureStderr capture;
-    delegate.setKeyboardShortcutWithID(QStringLiteral("newtask"), std::nullopt, 0x0B, true, true,
-                                       false, false);
+    delegate.setKeyboardShortcutWithID("newtask", std::nullopt, 0x0B, true, true, false, false);
     const QString console = capture.finish();
     EXPECT_TRUE(console.contains("Unable to setup shortcut keys - shortcut key manager doesn't "
                                  "exist. Please reinstall this software."))
@@ -378,7 +375,7 @@ TEST_F(VTShortcutKeyPanelTest, AMissingManagerDisablesThePanelButAssignmentsAreS
     delegate.populateKeyData();
     EXPECT_TRUE(table()->isEnabled());
     EXPECT_TRUE(delegate.versionAlertText()->isHidden());
-    EXPECT_EQ(keyName(0), QStringLiteral("Shift+Cmd+B"));
+    EXPECT_EQ(keyName(0), "Shift+Cmd+B");
 }
 
 TEST_F(VTShortcutKeyPanelTest, EveryChangeIsAnnouncedToTheSession)
@@ -387,7 +384,7 @@ TEST_F(VTShortcutKeyPanelTest, EveryChangeIsAnnouncedToTheSession)
     ASSERT_TRUE(daemon.isRunning()) << daemon.error().toStdString();
     // The listener is another program of the session: a connection of its own.
     SessionBus::setCurrent(std::make_shared<DBusSessionBus>());
-    DistributedNotification listener(QStringLiteral("VTShortcutKeysReload"));
+    DistributedNotification listener("VTShortcutKeysReload");
     ASSERT_TRUE(listener.isListening());
     QSignalSpy reloads(&listener, &DistributedNotification::received);
     SessionBus::setCurrent(std::make_shared<DBusSessionBus>());
@@ -404,38 +401,16 @@ TEST_F(VTShortcutKeyPanelTest, EveryChangeIsAnnouncedToTheSession)
     EXPECT_FALSE(reloads.wait(300));
 }
 
-TEST_F(VTShortcutKeyPanelTest, TheSharedFileIsReplacedWholeNeverRewrittenInPlace)
+TEST_F(VTShortcutKeyPanelTest, TheContainerShownInAWindowHoldsThePanelAndItsFieldEditor)
 {
-    writeSharedFile(PlistDict{{"watchlist", PlistArray{PlistValue(entry(kQuill, 0, 0x300, "x"))}}});
-    const QByteArray before = TestFiles::read(shortcutFile);
-    // A reader that opened the old file keeps seeing it whole.
-    const QString reader = sandbox.file("reader.plist");
-    ASSERT_EQ(
-        ::link(QFile::encodeName(shortcutFile).constData(), QFile::encodeName(reader).constData()),
-        0);
-
-    press(1, Qt::Key_E);
-
-    EXPECT_EQ(TestFiles::read(reader), before);
-    EXPECT_EQ(watchlist().size(), 2u);
-    // No temporary file is left beside it.
-    const QStringList files =
-        QDir(QFileInfo(shortcutFile).absolutePath()).entryList(QDir::Files | QDir::Hidden);
-    EXPECT_EQ(files, QStringList{"com.vantreel.shortcutkeys.plist"});
-}
-
-TEST_F(VTShortcutKeyPanelTest, TheFieldEditorServesOnlyTheShortcutTable)
-{
+    // The field editor serves only the shortcut table.
     QWidget *editor = delegate.windowWillReturnFieldEditor(container.get(), table());
     ASSERT_TRUE(qobject_cast<VTShortcutKeyFieldEditor *>(editor));
     EXPECT_TRUE(static_cast<VTShortcutKeyFieldEditor *>(editor)->text().isEmpty());
     QLabel other;
     EXPECT_EQ(delegate.windowWillReturnFieldEditor(container.get(), &other), nullptr);
     EXPECT_EQ(delegate.windowWillReturnFieldEditor(container.get(), nullptr), nullptr);
-}
 
-TEST_F(VTShortcutKeyPanelTest, TheContainerShownInAWindowHoldsThePanel)
-{
     QWidget *panel = delegate.parentView();
     ASSERT_TRUE(panel);
     EXPECT_EQ(panel->parentWidget(), container.get());
@@ -455,20 +430,4 @@ TEST_F(VTShortcutKeyPanelTest, TheContainerShownInAWindowHoldsThePanel)
     container->hide();
     container->show();
     EXPECT_EQ(panel->parentWidget(), container.get());
-}
-
-TEST_F(VTShortcutKeyPanelTest, TheShippedCatalogueListsThisApplicationsCommands)
-{
-    const QString source = qEnvironmentVariable("KAIRO_SOURCE_DIR");
-    ASSERT_FALSE(source.isEmpty());
-    const QString bundle = Bundle::mainBundle()->bundlePath();
-    QFile::remove(bundle + "/Contents/VTKeys.plist");
-    ASSERT_TRUE(QFile::copy(source + "/resources/VTKeys.plist", bundle + "/Contents/VTKeys.plist"));
-    delegate.populateKeyData();
-
-    ASSERT_GE(model()->rowCount(), 2);
-    for (const PlistDict &row : delegate.dataArray()) {
-        EXPECT_TRUE(row.value("id").isString());
-        EXPECT_FALSE(row.value("description").string().isEmpty());
-    }
 }

@@ -22,19 +22,17 @@
 void WindowFixture::SetUp()
 {
     identity->home = sandbox.home();
-    identity->homes.insert(QStringLiteral("anna"), sandbox.home());
-    applications = sandbox.mkdir(QStringLiteral("root/Applications"));
+    identity->homes.insert("anna", sandbox.home());
+    applications = sandbox.mkdir("root/Applications");
     launchctl = std::make_unique<LaunchctlRecorder>(sandbox);
     VTAlert::setPresenter(alerts);
     VTAuthorization::resetForTesting();
     TaskEditorSheet::setAnimationDuration(0);
 
     quill = ClientApps::makeQuill(applications);
-    inkwell = ClientApps::make(sandbox.mkdir(QStringLiteral("root/Applications/Vantreel")),
-                               QStringLiteral("Inkwell"), QStringLiteral("com.vantreel.Inkwell"),
-                               PlistValue(PlistArray{ClientApps::entry(
-                                   QStringLiteral("spellcheck"), {QStringLiteral("-spelling")},
-                                   QStringLiteral("Update spelling"))}));
+    inkwell = ClientApps::make(
+        sandbox.mkdir("root/Applications/Vantreel"), "Inkwell", "com.vantreel.Inkwell",
+        PlistValue(PlistArray{ClientApps::entry("spellcheck", {"-spelling"}, "Update spelling")}));
 }
 
 void WindowFixture::TearDown()
@@ -64,11 +62,6 @@ void WindowFixture::openWindow()
     ASSERT_TRUE(waitUntil([&] { return !window->controller()->isDiscovering(); }));
 }
 
-QString WindowFixture::agents() const
-{
-    return sandbox.home() + QStringLiteral("/Library/LaunchAgents");
-}
-
 PlistDict WindowFixture::readJob(const QString &path) const
 {
     return PropertyList::readDictionary(path).value_or(PlistDict());
@@ -77,7 +70,7 @@ PlistDict WindowFixture::readJob(const QString &path) const
 PlistDict WindowFixture::calendarOf(const QString &path) const
 {
     PlistDict merged;
-    const PlistValue calendar = readJob(path).value(QStringLiteral("StartCalendarInterval"));
+    const PlistValue calendar = readJob(path).value("StartCalendarInterval");
     for (const PlistValue &element : calendar.array()) {
         for (const auto &entry : element.dict()) {
             merged.insert(entry.key, entry.value);
@@ -89,8 +82,9 @@ PlistDict WindowFixture::calendarOf(const QString &path) const
 QStringList WindowFixture::jobFiles() const
 {
     QStringList files;
-    for (const QString &name : QDir(agents()).entryList(QDir::Files, QDir::Name)) {
-        files.append(agents() + QLatin1Char('/') + name);
+    const QString agents = sandbox.home() + "/Library/LaunchAgents";
+    for (const QString &name : QDir(agents).entryList(QDir::Files, QDir::Name)) {
+        files.append(agents + '/' + name);
     }
     return files;
 }
@@ -150,7 +144,7 @@ QStringList WindowFixture::layoutFaults(QWidget *window)
             w->hasHeightForWidth() ? w->heightForWidth(w->width()) : need.height();
         const bool wraps = qobject_cast<const QLabel *>(w) && static_cast<QLabel *>(w)->wordWrap();
         if (w->height() < needHeight || (!wraps && w->width() < need.width())) {
-            faults.append(QStringLiteral("%1 is %2x%3, needs %4x%5")
+            faults.append(QString("%1 is %2x%3, needs %4x%5")
                               .arg(name(w))
                               .arg(w->width())
                               .arg(w->height())
@@ -158,7 +152,7 @@ QStringList WindowFixture::layoutFaults(QWidget *window)
                               .arg(needHeight));
         }
         if (!w->parentWidget()->rect().contains(w->geometry())) {
-            faults.append(name(w) + QStringLiteral(" is outside ") + name(w->parentWidget()));
+            faults.append(name(w) + " is outside " + name(w->parentWidget()));
         }
     }
     for (int i = 0; i < controls.size(); ++i) {
@@ -167,7 +161,7 @@ QStringList WindowFixture::layoutFaults(QWidget *window)
             const QRect b(controls[j]->mapTo(window, QPoint(0, 0)), controls[j]->size());
             if (a.intersects(b) && !controls[i]->isAncestorOf(controls[j]) &&
                 !controls[j]->isAncestorOf(controls[i])) {
-                faults.append(name(controls[i]) + QStringLiteral(" overlaps ") + name(controls[j]));
+                faults.append(name(controls[i]) + " overlaps " + name(controls[j]));
             }
         }
     }

@@ -54,7 +54,6 @@ protected:
                                   bool enabled = true);
     // Opens the window as the application does, and waits for the discovery to end.
     void openWindow();
-    QString agents() const;
     PlistDict readJob(const QString &path) const;
     // The job file's calendar interval, its single-key elements merged.
     PlistDict calendarOf(const QString &path) const;
