@@ -4,7 +4,6 @@
 #include "platform/PropertyList.h"
 
 #include <QDir>
-#include <QFileInfo>
 
 #include <algorithm>
 #include <cerrno>
@@ -122,7 +121,7 @@ std::optional<JobFile> JobFile::fromDictionary(const PlistDict &dict, const QStr
 {
     JobFile job;
     // Messages name the path as the caller gave it, as launchctl's do.
-    job.m_path = QDir::cleanPath(QFileInfo(path).absoluteFilePath());
+    job.m_path = FileNames::absolutePath(path);
     QStringList *warnings = &job.m_warnings;
 
     const PlistValue label = dict.value(QStringLiteral("Label"));

@@ -1,12 +1,11 @@
 #include "ManagerScope.h"
 
 #include "platform/Environment.h"
+#include "platform/FileNames.h"
 #include "platform/Identity.h"
 #include "support/VTLocalPaths.h"
 
 #include <QDir>
-#include <QFile>
-#include <QFileInfo>
 
 #include <algorithm>
 
@@ -32,8 +31,8 @@ bool ManagerScope::liesInDaemonsFolder(const QString &jobPath)
     struct stat file
     {};
     const QByteArray daemons =
-        QFile::encodeName(Environment::localPath(QStringLiteral("/Library/LaunchDaemons")));
-    const QByteArray path = QFile::encodeName(QFileInfo(jobPath).absoluteFilePath());
+        FileNames::encode(Environment::localPath(QStringLiteral("/Library/LaunchDaemons")));
+    const QByteArray path = FileNames::encode(FileNames::absolutePath(jobPath));
     const QByteArray parent = path.left(std::max<qsizetype>(1, path.lastIndexOf('/')));
     return ::stat(daemons.constData(), &real) == 0 && S_ISDIR(real.st_mode) &&
            ::stat(parent.constData(), &folder) == 0 && folder.st_dev == real.st_dev &&

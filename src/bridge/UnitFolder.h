@@ -42,9 +42,9 @@ public:
     bool remove(const QString &unitName, QString *error) const;
 
 private:
-    // Creates the folder and its missing parents, giving the new ones to the owner.
-    bool makeFolder() const;
-    void handOver(const QString &path) const;
+    // Opens the folder, creating it and its missing parents and giving the new ones to the
+    // owner; -1 on failure.
+    int makeFolder() const;
 
     QString m_path;
     std::optional<uid_t> m_owner;

@@ -1,5 +1,7 @@
 #include "UnitName.h"
 
+#include "platform/FileNames.h"
+
 namespace {
 
 bool isPlainByte(char c)
@@ -32,7 +34,7 @@ QString UnitName::escape(const QString &label)
     if (isValidAsItIs(label)) {
         return label;
     }
-    const QByteArray bytes = label.toUtf8();
+    const QByteArray bytes = FileNames::encode(label);
     QString escaped;
     for (qsizetype i = 0; i < bytes.size(); ++i) {
         const char c = bytes.at(i);

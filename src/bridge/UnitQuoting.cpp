@@ -1,5 +1,7 @@
 #include "UnitQuoting.h"
 
+#include "platform/FileNames.h"
+
 namespace {
 
 QString quoted(const QString &text)
@@ -32,7 +34,23 @@ QString UnitQuoting::cEscape(const QString &text)
 {
     QString escaped;
     escaped.reserve(text.size());
-    for (const QChar c : text) {
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text.at(i);
+        if (c.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) {
+            escaped += c;
+            escaped += text.at(++i);
+            continue;
+        }
+        if (c.isSurrogate()) {
+            // A byte of a file name that is not UTF-8 (or a stray surrogate, which has no
+            // bytes of its own): unit files must be UTF-8, and systemd turns \xNN back into
+            // the byte where it unescapes.
+            for (const char byte : FileNames::encode(QString(c))) {
+                escaped += QStringLiteral("\\x%1").arg(static_cast<uint>(static_cast<uchar>(byte)),
+                                                       2, 16, QLatin1Char('0'));
+            }
+            continue;
+        }
         switch (c.unicode()) {
         case '\\':
             escaped += QStringLiteral("\\\\");
@@ -109,7 +127,9 @@ QString UnitQuoting::cUnescape(const QString &text)
         case 'x':
             if (i + 2 < text.size() && hexValue(text.at(i + 1)) >= 0 &&
                 hexValue(text.at(i + 2)) >= 0) {
-                plain += QChar(hexValue(text.at(i + 1)) * 16 + hexValue(text.at(i + 2)));
+                const int byte = hexValue(text.at(i + 1)) * 16 + hexValue(text.at(i + 2));
+                // Bytes from 0x80 come back as the file-name byte cEscape wrote them for.
+                plain += FileNames::decode(QByteArray(1, static_cast<char>(byte)));
                 i += 2;
             } else {
                 plain += next;

@@ -10,9 +10,11 @@
 class UnitQuoting
 {
 public:
-    // Backslash, double quote and every control character as C escapes (\n, \t, \xNN ...).
+    // Backslash, double quote and every control character as C escapes (\n, \t, \xNN ...),
+    // and each byte of a file name that is not UTF-8 (FileNames' surrogate escape) as \xNN.
     static QString cEscape(const QString &text);
-    // The inverse of cEscape for the texts the bridge itself wrote.
+    // The inverse of cEscape for the texts the bridge itself wrote; \x80 to \xff become
+    // surrogate escapes again.
     static QString cUnescape(const QString &text);
     // One word of ExecStart=: quoted, C escapes, "%%" for "%" and "$$" for "$".
     static QString execWord(const QString &word);

@@ -79,6 +79,24 @@ std::optional<UnitWriter> UnitWriter::forJob(const JobFile &job, const ManagerSc
                        .arg(UnitQuoting::cEscape(job.program()), job.path());
         return std::nullopt;
     }
+    // systemd reads no assignment that is not UTF-8 and unescapes neither paths to watch nor
+    // environment values, so a file name in them that is not UTF-8 has no form it takes.
+    for (const QString &watched : job.watchPaths()) {
+        if (!watched.isValidUtf16()) {
+            *message = QStringLiteral("kairo-launchctl: systemd cannot watch \"%1\" of %2: the "
+                                      "path is not UTF-8")
+                           .arg(UnitQuoting::cEscape(watched), job.path());
+            return std::nullopt;
+        }
+    }
+    for (const auto &[name, value] : job.environment()) {
+        if (!value.isValidUtf16()) {
+            *message = QStringLiteral("kairo-launchctl: systemd cannot pass the environment "
+                                      "variable \"%1\" of %2: its value is not UTF-8")
+                           .arg(UnitQuoting::cEscape(name), job.path());
+            return std::nullopt;
+        }
+    }
     const std::optional<QStringList> names = unitNames(job.label());
     if (!names) {
         *message = QStringLiteral("kairo-launchctl: the label of %1 is too long for a systemd unit")

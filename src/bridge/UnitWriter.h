@@ -30,8 +30,10 @@
 class UnitWriter
 {
 public:
-    // No value when the label cannot name a unit (too long, or the mount watcher's name), or
-    // when systemd would not run the program and the bridge (bridgePath) cannot either.
+    // No value when the label cannot name a unit (too long, or the mount watcher's name),
+    // when systemd would not run the program and the bridge (bridgePath) cannot either, or
+    // when a path to watch or an environment variable is not UTF-8. Program and arguments
+    // may hold any bytes.
     static std::optional<UnitWriter> forJob(const JobFile &job, const ManagerScope &scope,
                                             QString *message,
                                             const QString &bridgePath = QString());

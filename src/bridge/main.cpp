@@ -25,5 +25,7 @@ int main(int argc, char **argv)
     for (int i = 1; i < argc; ++i) {
         arguments.append(FileNames::decode(QByteArray(argv[i])));
     }
-    return BridgeCommand::run(arguments, QCoreApplication::applicationFilePath());
+    // The units run the bridge by this path, so it keeps its bytes too.
+    return BridgeCommand::run(arguments,
+                              FileNames::canonicalPath(QStringLiteral("/proc/self/exe")));
 }

@@ -1,5 +1,7 @@
 #include "FileNames.h"
 
+#include <QDir>
+
 #include <dirent.h>
 #include <limits.h>
 #include <stdlib.h>
@@ -197,4 +199,18 @@ QString FileNames::canonicalPath(const QString &path)
         return QString();
     }
     return decode(QByteArray(resolved));
+}
+
+QString FileNames::absolutePath(const QString &path)
+{
+    if (path.isEmpty() || path.startsWith(QLatin1Char('/'))) {
+        return QDir::cleanPath(path);
+    }
+    char *cwd = ::getcwd(nullptr, 0);
+    if (!cwd) {
+        return QDir::cleanPath(path);
+    }
+    const QString base = decode(QByteArray(cwd));
+    ::free(cwd);
+    return QDir::cleanPath(base + QLatin1Char('/') + path);
 }

@@ -24,6 +24,9 @@ public:
     static bool isSymbolicLink(const QString &path);
     // A file (not a folder) that this process may run.
     static bool isExecutable(const QString &path);
+    // The path made absolute against the working folder (by its bytes) and cleaned of "."
+    // and "..", without looking at the file system otherwise.
+    static QString absolutePath(const QString &path);
     // The absolute path with every link and "." or ".." resolved; empty when it does not exist.
     static QString canonicalPath(const QString &path);
 };

@@ -4,6 +4,7 @@
 #include "IconViewBox.h"
 #include "VTProgressSpinner.h"
 #include "app/AppControllerView.h"
+#include "platform/FileNames.h"
 #include "platform/Identity.h"
 #include "platform/PathString.h"
 #include "support/VTAlert.h"
@@ -14,7 +15,6 @@
 
 #include <QDir>
 #include <QFileDialog>
-#include <QFileInfo>
 #include <QGroupBox>
 #include <QPropertyAnimation>
 #include <QRegularExpressionValidator>
@@ -620,20 +620,22 @@ void TaskEditorSheet::showAlert(const QString &message)
 
 QString TaskEditorSheet::browseStartFolder() const
 {
-    // The folder typed so far, or the nearest one above it that exists; else the home.
+    // The folder typed so far, else the home; or the nearest one above it that exists and
+    // that the panel can name (Qt names files in UTF-8 only), looked up by its bytes.
     const QString typed = m_ui->intervalDirectoryPath->text();
+    QString folder = Identity::current().homeDirectory().value_or(QStringLiteral("/"));
     if (!typed.isEmpty()) {
-        QString folder = PathString::expandingTildeInPath(typed);
-        if (!folder.startsWith(QLatin1Char('/'))) {
-            folder.prepend(QLatin1Char('/'));
-        }
-        QFileInfo info(QDir::cleanPath(folder));
-        while (!info.isDir() && info.absoluteFilePath() != QLatin1String("/")) {
-            info = QFileInfo(info.absolutePath());
-        }
-        return info.absoluteFilePath();
+        folder = PathString::expandingTildeInPath(typed);
     }
-    return Identity::current().homeDirectory().value_or(QDir::homePath());
+    if (!folder.startsWith(QLatin1Char('/'))) {
+        folder.prepend(QLatin1Char('/'));
+    }
+    folder = QDir::cleanPath(folder);
+    while (folder != QLatin1String("/") &&
+           !(folder.isValidUtf16() && FileNames::isDirectory(folder))) {
+        folder = PathString::deletingLastPathComponent(folder);
+    }
+    return folder;
 }
 
 void TaskEditorSheet::taskBrowseDirectory()

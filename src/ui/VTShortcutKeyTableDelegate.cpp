@@ -9,6 +9,9 @@
 #include "platform/Bundle.h"
 #include "platform/Console.h"
 #include "platform/DistributedNotification.h"
+#include "platform/FileNames.h"
+#include "platform/PathString.h"
+#include "platform/PosixFile.h"
 #include "platform/PropertyList.h"
 #include "platform/Workspace.h"
 #include "support/VTException.h"
@@ -21,8 +24,6 @@
 
 #include <QApplication>
 #include <QCoreApplication>
-#include <QDir>
-#include <QFileInfo>
 #include <QHeaderView>
 #include <QLabel>
 #include <QPushButton>
@@ -175,7 +176,7 @@ void VTShortcutKeyTableDelegate::populateKeyData()
 {
     VTException::guard(VT_METHOD, [&] {
         const std::optional<QString> manager = shortcutKeyManagerPath();
-        const bool managerExists = manager && QFileInfo::exists(*manager);
+        const bool managerExists = manager && FileNames::exists(*manager);
         if (m_versionAlertText) {
             m_versionAlertText->setVisible(!managerExists);
         }
@@ -542,7 +543,8 @@ void VTShortcutKeyTableDelegate::writeShortcutKeys(const PlistDict &shortcutKeys
     const std::optional<QString> path = shortcutKeysFilePath();
     QString error = QStringLiteral("no preferences folder");
     if (path) {
-        QDir().mkpath(QFileInfo(*path).absolutePath());
+        // By its bytes: under a home whose name is not UTF-8, Qt would make another folder.
+        PosixFile::makeFolders(PathString::deletingLastPathComponent(*path));
         if (PropertyList::writeXml(PlistValue(shortcutKeys), *path, &error)) {
             return;
         }
@@ -555,7 +557,7 @@ void VTShortcutKeyTableDelegate::writeShortcutKeys(const PlistDict &shortcutKeys
 void VTShortcutKeyTableDelegate::runShortcutKeyManager()
 {
     const std::optional<QString> manager = shortcutKeyManagerPath();
-    if (manager && QFileInfo::exists(*manager)) {
+    if (manager && FileNames::exists(*manager)) {
         VTTask::runTask(*manager, {QStringLiteral("-setup")});
         return;
     }

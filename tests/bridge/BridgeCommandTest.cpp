@@ -1,5 +1,6 @@
 #include "BridgeTesting.h"
 
+#include "platform/FileNames.h"
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
 
@@ -106,4 +107,33 @@ TEST_F(BridgeCommandTest, ListPrintsEveryLoadedJobAtAFixedBaseTime)
     EXPECT_EQ(
         run.out,
         "Task3\tyes\t2011-03-05T07:00:00+00:00\t-\nTask6\tyes\t2011-03-04T12:01:30+00:00\t-\n");
+}
+
+// Under a home whose name is not UTF-8 the units go into that very home, where list and
+// unload find them again; no second home appears under another name. A program so named
+// survives the job file and is named by its bytes in the unit.
+TEST_F(BridgeCommandTest, AHomeThatIsNotUtf8GetsTheUnits)
+{
+    const QString home = sandbox.path() + FileNames::decode("/caf\xe9");
+    sandbox.setEnv("HOME", home);
+    const QString units = home + QStringLiteral("/.config/systemd/user/com.vantreel.X");
+    const QString program = sandbox.localRoot() + FileNames::decode("/T\xf6ols/run");
+    const QString path = BridgeTesting::writeJob(
+        sandbox.home(),
+        BridgeTesting::writerJob(QStringLiteral("com.vantreel.X"), program, {}, daily()));
+    BridgeTesting::Run run = BridgeTesting::bridge({"load", path});
+    EXPECT_EQ(run.status, 0) << run.err.toStdString();
+    EXPECT_TRUE(FileNames::exists(units + QStringLiteral(".timer")));
+    const QByteArray service = TestFiles::read(units + QStringLiteral(".service"));
+    EXPECT_TRUE(service.contains("ExecStart=@\"" + FileNames::encode(sandbox.localRoot()) +
+                                 "/T\\xf6ols/run\" \"run\"\n"))
+        << service.toStdString();
+    systemctl.fail(QStringLiteral("show"), 1);
+    run = BridgeTesting::bridge({"list"});
+    EXPECT_TRUE(run.out.startsWith(QStringLiteral("com.vantreel.X\tyes\t")))
+        << run.out.toStdString();
+    EXPECT_EQ(BridgeTesting::bridge({"unload", path}).status, 0);
+    EXPECT_FALSE(FileNames::exists(units + QStringLiteral(".timer")));
+    EXPECT_EQ(FileNames::entryList(sandbox.path()).filter(QStringLiteral("caf")),
+              QStringList{home.mid(sandbox.path().size() + 1)});
 }

@@ -2,7 +2,10 @@
 
 #include "JobFile.h"
 #include "ManagerScope.h"
+#include "UnitHeader.h"
 #include "UnitWriter.h"
+
+#include "platform/FileNames.h"
 
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
@@ -261,5 +264,53 @@ TEST(UnitWriterTest, ProgramsSystemdWillNotStartRunThroughTheBridge)
             BridgeTesting::bridge({"exec", program, name, "-backup", "a 'b'"});
         EXPECT_EQ(run.status, 0) << run.err.toStdString();
         EXPECT_EQ(TestFiles::read(out), QByteArray("-backup a 'b'\n"));
+    }
+}
+
+// Names that are not UTF-8 keep their bytes in units that are UTF-8 themselves. Paths that
+// systemd takes verbatim cannot hold such bytes: a job watching or passing one is refused
+// rather than loaded never to run.
+TEST(UnitWriterTest, NamesThatAreNotUtf8KeepTheirBytes)
+{
+    Sandbox sandbox;
+    const QString latin1 = FileNames::decode("caf\xe9");
+    const QString program =
+        TestFiles::writeScript(sandbox.localRoot() + "/" + latin1, QStringLiteral("exit 0"));
+    const QString jobPath = sandbox.home() + "/" + latin1 + ".plist";
+    const PlistDict dict = BridgeTesting::writerJob(QStringLiteral("com.vantreel.") + latin1,
+                                                    program, {latin1}, {{"StartInterval", 60}});
+    QString message;
+    const std::optional<JobFile> job = JobFile::fromDictionary(dict, jobPath, &message);
+    ASSERT_TRUE(job) << message.toStdString();
+    const std::optional<UnitWriter> writer =
+        UnitWriter::forJob(*job, ManagerScope::user(), &message);
+    ASSERT_TRUE(writer) << message.toStdString();
+    const QString folder = sandbox.mkdir(QStringLiteral("units"));
+    QStringList files;
+    for (const auto &[name, text] : writer->units()) {
+        files.append(folder + QLatin1Char('/') + name);
+        TestFiles::write(files.last(), text.toUtf8());
+    }
+    const QString service = writer->units().front().second;
+    const std::optional<UnitHeader> header = UnitHeader::parse(service);
+    ASSERT_TRUE(header);
+    EXPECT_EQ(header->jobPath(), jobPath);
+    EXPECT_EQ(header->label(), job->label());
+    EXPECT_TRUE(service.contains(QStringLiteral(" \"caf\\xe9\"\n"))) << service.toStdString();
+    // verify wants UTF-8 and checks that ExecStart= names an executable: this one.
+    QString report;
+    EXPECT_TRUE(
+        BridgeTesting::verify(files, true, sandbox.mkdir(QStringLiteral("runtime")), &report))
+        << report.toStdString();
+
+    for (const auto &[key, value] :
+         {std::pair<QString, PlistValue>{"WatchPaths", QStringList{"/srv/" + latin1}},
+          std::pair<QString, PlistValue>{"EnvironmentVariables", PlistDict{{"X", latin1}}}}) {
+        PlistDict refused = dict;
+        refused.insert(key, value);
+        const std::optional<JobFile> other = JobFile::fromDictionary(refused, jobPath, &message);
+        ASSERT_TRUE(other) << message.toStdString();
+        EXPECT_FALSE(UnitWriter::forJob(*other, ManagerScope::user(), &message));
+        EXPECT_TRUE(message.contains(QStringLiteral("not UTF-8"))) << message.toStdString();
     }
 }

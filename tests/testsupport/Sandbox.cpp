@@ -1,6 +1,7 @@
 #include "Sandbox.h"
 
 #include "platform/Bundle.h"
+#include "platform/FileNames.h"
 #include "platform/UserDefaults.h"
 #include "platform/Workspace.h"
 #include "support/VTLog.h"
@@ -115,7 +116,7 @@ void Sandbox::setEnv(const char *name, const std::optional<QString> &value)
         m_saved[name] = old ? std::optional<std::string>(old) : std::nullopt;
     }
     if (value) {
-        setenv(name, value->toLocal8Bit().constData(), 1);
+        setenv(name, FileNames::encode(*value).constData(), 1);
     } else {
         unsetenv(name);
     }

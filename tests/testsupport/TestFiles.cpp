@@ -1,5 +1,8 @@
 #include "TestFiles.h"
 
+#include "platform/FileNames.h"
+#include "platform/PathString.h"
+#include "platform/PosixFile.h"
 #include "platform/PropertyList.h"
 #include "support/VTLog.h"
 
@@ -10,30 +13,34 @@
 #include <QTemporaryFile>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+// By the bytes of the name (FileNames), so that tests can use names that are not UTF-8.
 void TestFiles::write(const QString &path, const QByteArray &bytes)
 {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        file.write(bytes);
+    PosixFile::makeFolders(PathString::deletingLastPathComponent(path));
+    const int fd =
+        ::open(FileNames::encode(path).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd >= 0) {
+        PosixFile::writeAll(fd, bytes);
+        ::close(fd);
     }
 }
 
 QByteArray TestFiles::read(const QString &path)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    QFile file;
+    const int fd = ::open(FileNames::encode(path).constData(), O_RDONLY | O_CLOEXEC);
+    return fd >= 0 && file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)
+               ? file.readAll()
+               : QByteArray();
 }
 
 QString TestFiles::writeScript(const QString &path, const QString &body)
 {
     write(path, "#!/bin/sh\n" + body.toUtf8() + "\n");
-    QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                    QFileDevice::ExeOwner | QFileDevice::ReadGroup |
-                                    QFileDevice::ExeGroup | QFileDevice::ReadOther |
-                                    QFileDevice::ExeOther);
+    ::chmod(FileNames::encode(path).constData(), 0755);
     return path;
 }
 

@@ -1,6 +1,8 @@
 #include "WindowFixture.h"
 
 #include "app/AppController.h"
+#include "platform/FileNames.h"
+#include "platform/PosixFile.h"
 #include "platform/PropertyList.h"
 #include "testsupport/ClientApps.h"
 #include "testsupport/TestFiles.h"
@@ -24,6 +26,7 @@
 
 #include <array>
 #include <map>
+#include <tuple>
 
 class TaskEditorSheetTest : public WindowFixture
 {
@@ -466,10 +469,16 @@ TEST_F(TaskEditorSheetTest, BrowseOpensInTheTypedFolderElseInTheHomeFolder)
     openWindow();
     window->newTask();
     chooseSchedule("Whenever a directory changes");
-    for (const auto &[typed, opened] :
-         {std::pair<QString, QString>{"~/Watched", watched},
-          std::pair<QString, QString>{"~/Watched/not yet made", watched},
-          std::pair<QString, QString>{"", sandbox.home()}}) {
+    // A home Qt cannot name (not UTF-8): the panel opens beside it, not at a folder that
+    // does not exist.
+    const QString latin1 = sandbox.path() + FileNames::decode("/caf\xe9");
+    ASSERT_TRUE(PosixFile::makeFolders(latin1));
+    for (const auto &[home, typed, opened] :
+         {std::tuple<QString, QString, QString>{sandbox.home(), "~/Watched", watched},
+          {sandbox.home(), "~/Watched/not yet made", watched},
+          {sandbox.home(), "", sandbox.home()},
+          {latin1, "", sandbox.path()}}) {
+        identity->home = home;
         type("intervalDirectoryPath", typed);
         QString shown;
         QTimer::singleShot(0, sheet(), [&] {

@@ -1,6 +1,7 @@
 #include "platform/Bundle.h"
 #include "platform/DBusSessionBus.h"
 #include "platform/DistributedNotification.h"
+#include "platform/FileNames.h"
 #include "platform/PropertyList.h"
 #include "platform/SessionBus.h"
 #include "support/VTLog.h"
@@ -376,6 +377,20 @@ TEST_F(VTShortcutKeyPanelTest, AMissingManagerDisablesThePanelButAssignmentsAreS
     EXPECT_TRUE(table()->isEnabled());
     EXPECT_TRUE(delegate.versionAlertText()->isHidden());
     EXPECT_EQ(keyName(0), "Shift+Cmd+B");
+}
+
+// Under a home whose name is not UTF-8 the assignment is written into that very home.
+TEST_F(VTShortcutKeyPanelTest, AHomeThatIsNotUtf8KeepsItsAssignments)
+{
+    const QString home = sandbox.path() + FileNames::decode("/caf\xe9");
+    sandbox.setEnv("HOME", home);
+    identity->home = home;
+    shortcutFile = home + "/Library/Preferences/com.vantreel.shortcutkeys.plist";
+    delegate.setKeyboardShortcutWithID(QStringLiteral("newtask"), std::nullopt, 0x0B, true, true,
+                                       false, false);
+    ASSERT_EQ(watchlist().size(), 1u);
+    EXPECT_EQ(FileNames::entryList(sandbox.path()).filter(QStringLiteral("caf")),
+              QStringList{FileNames::decode("caf\xe9")});
 }
 
 TEST_F(VTShortcutKeyPanelTest, EveryChangeIsAnnouncedToTheSession)
