@@ -269,7 +269,8 @@ TEST_F(PropertyListTest, RootTypesAndMalformedFiles)
     for (const auto &[bytes, isDictionary, isArray] : cases) {
         const QString file = write(QString("file%1.plist").arg(i), bytes);
         EXPECT_EQ(PropertyList::readDictionary(file).has_value(), isDictionary) << i;
-        EXPECT_EQ(PropertyList::readArray(file).has_value(), isArray) << i++;
+        EXPECT_EQ(PropertyList::readArray(file).has_value(), isArray) << i;
+        ++i;
     }
     EXPECT_EQ(PropertyList::read(path("file2.plist"))->string(), "just text");
 }
