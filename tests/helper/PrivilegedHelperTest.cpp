@@ -55,11 +55,11 @@ class PrivilegedHelperTest : public ::testing::Test
 {
 protected:
     QString writeElevate(const QString &before = QString(),
-                         const QString &flag = QStringLiteral("--allow-unprivileged"))
+                         const QString &flag = "--allow-unprivileged")
     {
         const QString dir = m_sandbox.path();
         return TestFiles::writeScript(
-            m_sandbox.file(QStringLiteral("bin/elevate")),
+            m_sandbox.file("bin/elevate"),
             QStringLiteral(
                 "for a in \"$@\"; do printf '[%s]\\n' \"$a\"; done >> '%1/elevate.args'\n"
                 "%2\n"
@@ -76,7 +76,7 @@ protected:
 
     QString helperLog() const
     {
-        return QString::fromUtf8(TestFiles::read(m_sandbox.path() + QStringLiteral("/helper.log")));
+        return QString::fromUtf8(TestFiles::read(m_sandbox.path() + "/helper.log"));
     }
 
     QByteArray path(const char *relative) const
@@ -111,7 +111,7 @@ protected:
     }
     QByteArray trash() const
     {
-        const QString files = m_sandbox.home() + QStringLiteral("/.local/share/Trash/files");
+        const QString files = m_sandbox.home() + "/.local/share/Trash/files";
         QDir().mkpath(files);
         return QFile::encodeName(files);
     }
@@ -119,9 +119,9 @@ protected:
     // it hangs while the file "hang" exists.
     void useSystemctl()
     {
-        const QString dir = m_sandbox.mkdir(QStringLiteral("systemctl"));
+        const QString dir = m_sandbox.mkdir("systemctl");
         m_sandbox.setEnv("VT_SYSTEMCTL",
-                         TestFiles::writeScript(dir + QStringLiteral("/systemctl"),
+                         TestFiles::writeScript(dir + "/systemctl",
                                                 QStringLiteral("echo \"$*\" >> '%1/calls'\n"
                                                                "env > '%1/env'\n"
                                                                "echo $$ >> '%1/pids'\n"
@@ -162,11 +162,13 @@ TEST(HelperProtocolTest, EveryByteSurvivesAFieldAndMalformedFieldsAreRejected)
 TEST_F(PrivilegedHelperTest, TheSystemsOwnRequestsAreServed)
 {
     useSystemctl();
+    m_sandbox.setEnv("KAIRO_CALLERS_OWN", "set by the caller");
+    m_sandbox.setEnv("LD_LIBRARY_PATH", m_sandbox.path());
     PrivilegedHelperClient client;
     ASSERT_EQ(startHelper(client), PrivilegedHelperClient::Start::Ready)
         << helperLog().toStdString();
     EXPECT_TRUE(client.isRunning());
-    EXPECT_EQ(joined(TestFiles::lines(m_sandbox.path() + QStringLiteral("/elevate.args"))),
+    EXPECT_EQ(joined(TestFiles::lines(m_sandbox.path() + "/elevate.args")),
               "[" + kHelper.toStdString() + "]");
     const auto ran = [&](const QByteArray &tool, const QByteArrayList &arguments) {
         const auto reply = client.run(tool, arguments);
@@ -190,6 +192,17 @@ TEST_F(PrivilegedHelperTest, TheSystemsOwnRequestsAreServed)
     EXPECT_EQ(ran(QFile::encodeName(kBridge), {"load", job()}), daemon)
         << helperLog().toStdString();
     EXPECT_EQ(TestFiles::read(systemctl("calls")).contains("daemon-reload"), daemon == 0);
+    // Tools get a clean environment: none of the caller's variables.
+    if (daemon == 0) {
+        const QStringList environment = TestFiles::lines(systemctl("env"));
+        EXPECT_TRUE(environment.contains("PATH=/usr/sbin:/usr/bin:/sbin:/bin"));
+        EXPECT_TRUE(environment.contains("VT_LOCAL_ROOT=" + m_sandbox.localRoot()));
+        for (const QString &variable : environment) {
+            EXPECT_FALSE(variable.startsWith("KAIRO_CALLERS_OWN=") ||
+                         variable.startsWith("LD_LIBRARY_PATH=") || variable.startsWith("HOME="))
+                << variable.toStdString();
+        }
+    }
 
     // Deleted to the user's trash, the second time under the timed name; it is theirs.
     EXPECT_EQ(ran("/bin/mv", {"-f", job(), trash() + '/' + jobName()}), 0);
@@ -211,7 +224,7 @@ TEST_F(PrivilegedHelperTest, TheSystemsOwnRequestsAreServed)
     client.end();
     EXPECT_FALSE(client.isRunning());
     EXPECT_EQ(client.exitStatus(), 0);
-    EXPECT_FALSE(helperLog().contains(QStringLiteral("Refused"))) << helperLog().toStdString();
+    EXPECT_FALSE(helperLog().contains("Refused")) << helperLog().toStdString();
 }
 
 TEST_F(PrivilegedHelperTest, SpawnedToolsAreReapedAndNothingOutlivesTheHelper)
@@ -263,7 +276,7 @@ TEST_F(PrivilegedHelperTest, EveryOtherRequestIsRefusedAndLogged)
     PrivilegedHelperClient client;
     ASSERT_EQ(startHelper(client), PrivilegedHelperClient::Start::Ready);
     QDir().mkpath(QFile::decodeName(daemons()));
-    TestFiles::write(m_sandbox.file(QStringLiteral("victim")), "x");
+    TestFiles::write(m_sandbox.file("victim"), "x");
     ::chmod(path("victim").constData(), 0600);
     const QByteArray link = path("bin/mv");
     ASSERT_EQ(::symlink("/bin/mv", link.constData()), 0);
@@ -279,7 +292,7 @@ TEST_F(PrivilegedHelperTest, EveryOtherRequestIsRefusedAndLogged)
     TestFiles::write(QFile::decodeName(job(6)), jobXml(6));
     TestFiles::write(QFile::decodeName(trash() + '/' + jobName(6)), "already there");
     const QString standIn =
-        TestFiles::writeScript(m_sandbox.file(QStringLiteral("tools/launchctl")),
+        TestFiles::writeScript(m_sandbox.file("tools/launchctl"),
                                QStringLiteral("touch '%1/marker'").arg(m_sandbox.path()));
     m_sandbox.setEnv("VT_LAUNCHCTL", standIn);
 
@@ -296,8 +309,6 @@ TEST_F(PrivilegedHelperTest, EveryOtherRequestIsRefusedAndLogged)
     const QList<Case> refused = {
         // Programs it never runs.
         {"/bin/sh", {"-c", "touch " + marker}, "not an allowed program"},
-        {"/usr/bin/touch", {marker}, "not an allowed program"},
-        {"/bin/cp", {"/bin/bash", marker}, "not an allowed program"},
         {"bin/mv", {"-f", victim, marker}, "not an allowed program"},
         {"/bin/../bin/mv", {"-f", victim, marker}, "not an allowed program"},
         {"/bin/mv ", {"-f", victim, marker}, "not an allowed program"},
@@ -356,13 +367,12 @@ TEST_F(PrivilegedHelperTest, EveryOtherRequestIsRefusedAndLogged)
     EXPECT_TRUE(client.isRunning());
 
     const QString log = helperLog();
-    EXPECT_TRUE(log.contains(QStringLiteral("kairo-helper[")));
-    EXPECT_TRUE(
-        log.contains(QStringLiteral("Refused request (not an allowed program): run /bin/sh -c")))
+    EXPECT_TRUE(log.contains("kairo-helper["));
+    EXPECT_TRUE(log.contains("Refused request (not an allowed program): run /bin/sh -c"))
         << log.toStdString();
-    EXPECT_TRUE(log.contains(QStringLiteral("/bin/../bin/mv")));
+    EXPECT_TRUE(log.contains("/bin/../bin/mv"));
     EXPECT_TRUE(log.contains(QString::fromUtf8(link)));
-    EXPECT_EQ(log.count(QStringLiteral("Refused request")), 2 * refused.size() + 1);
+    EXPECT_EQ(log.count("Refused request"), 2 * refused.size() + 1);
 
     // Still serving after all that.
     EXPECT_EQ(client.run("/bin/rm", {"-Rdf", job(6)}).kind, Kind::Status);
@@ -373,7 +383,7 @@ TEST_F(PrivilegedHelperTest, RawRequestsOutsideTheProtocolAreRefused)
 {
     QProcess helper;
     helper.setProcessChannelMode(QProcess::SeparateChannels);
-    helper.start(kHelper, {QStringLiteral("--allow-unprivileged")});
+    helper.start(kHelper, {"--allow-unprivileged"});
     ASSERT_TRUE(helper.waitForStarted());
     const QByteArray tooLong(HelperProtocol::kMaxLine + 10, 'a');
     helper.write("chmod 777 /\n");
@@ -394,68 +404,40 @@ TEST_F(PrivilegedHelperTest, RawRequestsOutsideTheProtocolAreRefused)
                                                             "refused request%20too%20long\n"
                                                             "status 0\n");
     EXPECT_TRUE(QFileInfo::exists(QFile::decodeName(daemons())));
-    EXPECT_EQ(
-        QString::fromUtf8(helper.readAllStandardError()).count(QStringLiteral("Refused request")),
-        5);
+    EXPECT_EQ(QString::fromUtf8(helper.readAllStandardError()).count("Refused request"), 5);
 }
 
-TEST_F(PrivilegedHelperTest, ToolsGetACleanEnvironmentAndNoTerminal)
-{
-    useSystemctl();
-    QDir().mkpath(QFile::decodeName(daemons()));
-    TestFiles::write(QFile::decodeName(job()), jobXml());
-    m_sandbox.setEnv("KAIRO_CALLERS_OWN", QStringLiteral("set by the caller"));
-    m_sandbox.setEnv("LD_LIBRARY_PATH", m_sandbox.path());
-    PrivilegedHelperClient client;
-    ASSERT_EQ(startHelper(client), PrivilegedHelperClient::Start::Ready);
-    client.run(QFile::encodeName(kBridge), {"load", job()});
-    if (::geteuid() != 0) {
-        GTEST_SKIP() << "only root's bridge goes on to systemctl";
-    }
-    const QStringList environment = TestFiles::lines(systemctl("env"));
-    EXPECT_TRUE(environment.contains(QStringLiteral("PATH=/usr/sbin:/usr/bin:/sbin:/bin")));
-    EXPECT_TRUE(environment.contains(QStringLiteral("VT_LOCAL_ROOT=") + m_sandbox.localRoot()));
-    for (const QString &variable : environment) {
-        EXPECT_FALSE(variable.startsWith(QLatin1String("KAIRO_CALLERS_OWN=")));
-        EXPECT_FALSE(variable.startsWith(QLatin1String("LD_LIBRARY_PATH=")));
-        EXPECT_FALSE(variable.startsWith(QLatin1String("HOME=")));
-    }
-}
-
-TEST_F(PrivilegedHelperTest, ALocalRootOthersCouldChangeIsNoSystemFolder)
-{
-    const QString shared = m_sandbox.mkdir(QStringLiteral("shared root"));
-    ::chmod(QFile::encodeName(shared).constData(), 0777);
-    m_sandbox.setEnv("VT_LOCAL_ROOT", shared);
-    PrivilegedHelperClient client;
-    EXPECT_EQ(startHelper(client), PrivilegedHelperClient::Start::Refused);
-    EXPECT_TRUE(helperLog().contains(QStringLiteral("is not a folder that only root can change")));
-}
-
-TEST_F(PrivilegedHelperTest, ARefusedElevationOrAMissingProgramNeverGetsReady)
+// A refused elevation, a program that never says it is ready (given up after the limit),
+// a missing elevation program, and a local root others could change never get ready.
+TEST_F(PrivilegedHelperTest, StartsThatNeverGetReady)
 {
     PrivilegedHelperClient cancelled;
-    EXPECT_EQ(startHelper(cancelled, writeElevate(QStringLiteral("exit 126"))),
+    EXPECT_EQ(startHelper(cancelled, writeElevate("exit 126")),
               PrivilegedHelperClient::Start::Refused);
     EXPECT_FALSE(cancelled.isRunning());
     EXPECT_EQ(cancelled.exitStatus(), 126);
 
-    // Something that starts but never says it is ready is given up after the limit.
     PrivilegedHelperClient silent;
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(
-        silent.start(writeElevate(QStringLiteral("exec sleep 30")), {kHelper}, nullptr, 300ms),
-        PrivilegedHelperClient::Start::Refused);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 20s);
+    EXPECT_EQ(silent.start(writeElevate("exec sleep 30"), {kHelper}, nullptr, 300ms),
+              PrivilegedHelperClient::Start::Refused);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 20s); // the program sleeps 30 s
     EXPECT_FALSE(silent.isRunning());
 
     PrivilegedHelperClient missing;
     int error = 0;
-    EXPECT_EQ(missing.start(m_sandbox.path() + QStringLiteral("/no-such-program"), {kHelper},
-                            nullptr, 1000ms, &error),
-              PrivilegedHelperClient::Start::LaunchFailed);
+    EXPECT_EQ(
+        missing.start(m_sandbox.path() + "/no-such-program", {kHelper}, nullptr, 1000ms, &error),
+        PrivilegedHelperClient::Start::LaunchFailed);
     EXPECT_EQ(error, ENOENT);
     EXPECT_EQ(missing.run("/bin/mkdir", {path("x")}).kind, Kind::NotSent);
+
+    const QString shared = m_sandbox.mkdir("shared root");
+    ::chmod(QFile::encodeName(shared).constData(), 0777);
+    m_sandbox.setEnv("VT_LOCAL_ROOT", shared);
+    PrivilegedHelperClient client;
+    EXPECT_EQ(startHelper(client), PrivilegedHelperClient::Start::Refused);
+    EXPECT_TRUE(helperLog().contains("is not a folder that only root can change"));
 }
 
 TEST_F(PrivilegedHelperTest, TheSecretIsTheFirstLineOfInput)
@@ -474,7 +456,7 @@ TEST_F(PrivilegedHelperTest, TheSecretIsTheFirstLineOfInput)
               PrivilegedHelperClient::Start::Ready);
     // The line was consumed by the elevation program, not taken for a request.
     EXPECT_EQ(accepted.run("/bin/rm", {"-Rdf", job(9)}).kind, Kind::Status);
-    EXPECT_FALSE(helperLog().contains(QStringLiteral("Refused")));
+    EXPECT_FALSE(helperLog().contains("Refused"));
 
     // An elevation that asks for no password leaves the line unread: the helper never sees
     // it, even when it reads like a request, and its answers stay in step.
@@ -500,34 +482,30 @@ TEST_F(PrivilegedHelperTest, WithoutRootOrTheFlagTheHelperRefusesToServe)
     EXPECT_EQ(plain.exitStatus(), 1);
     // The flag means nothing to a helper started by pkexec.
     PrivilegedHelperClient underPkexec;
-    EXPECT_EQ(underPkexec.start(writeElevate(QStringLiteral("export PKEXEC_UID=1000")), {kHelper},
-                                nullptr, 5000ms),
+    EXPECT_EQ(underPkexec.start(writeElevate("export PKEXEC_UID=1000"), {kHelper}, nullptr, 5000ms),
               PrivilegedHelperClient::Start::Refused);
-    EXPECT_TRUE(helperLog().contains(QStringLiteral("must run as root")));
+    EXPECT_TRUE(helperLog().contains("must run as root"));
 }
 
 TEST_F(PrivilegedHelperTest, InstallPutsTheHelperAndAPolicyNamingItInPlace)
 {
-    const QString prefix = m_sandbox.mkdir(QStringLiteral("prefix"));
+    const QString prefix = m_sandbox.mkdir("prefix");
     QProcess install;
     install.start(QStringLiteral(KAIRO_CMAKE_COMMAND),
-                  {QStringLiteral("--install"), QStringLiteral(KAIRO_BINARY_DIR),
-                   QStringLiteral("--component"), QStringLiteral("helper"),
-                   QStringLiteral("--prefix"), prefix});
+                  {"--install", QStringLiteral(KAIRO_BINARY_DIR), "--component", "helper",
+                   "--prefix", prefix});
     ASSERT_TRUE(install.waitForFinished(60000));
     ASSERT_EQ(install.exitCode(), 0) << install.readAllStandardError().toStdString();
 
-    const QString policy = QString::fromUtf8(TestFiles::read(
-        prefix + QStringLiteral("/share/polkit-1/actions/com.vantreel.KairoPlanner.policy")));
-    EXPECT_TRUE(
-        policy.contains(QStringLiteral("<action id=\"com.vantreel.KairoPlanner.helper\">")));
-    EXPECT_TRUE(policy.contains(QStringLiteral("<allow_active>auth_admin_keep</allow_active>")));
-    const QString exec =
-        QRegularExpression(QStringLiteral("key=\"org.freedesktop.policykit.exec.path\">([^<]*)<"))
-            .match(policy)
-            .captured(1);
+    const QString policy = QString::fromUtf8(
+        TestFiles::read(prefix + "/share/polkit-1/actions/com.vantreel.KairoPlanner.policy"));
+    EXPECT_TRUE(policy.contains("<action id=\"com.vantreel.KairoPlanner.helper\">"));
+    EXPECT_TRUE(policy.contains("<allow_active>auth_admin_keep</allow_active>"));
+    const QString exec = QRegularExpression("key=\"org.freedesktop.policykit.exec.path\">([^<]*)<")
+                             .match(policy)
+                             .captured(1);
     EXPECT_TRUE(exec.startsWith(prefix + QLatin1Char('/'))) << policy.toStdString();
-    EXPECT_TRUE(exec.endsWith(QStringLiteral("/Kairo Planner.app/Contents/MacOS/kairo-helper")));
+    EXPECT_TRUE(exec.endsWith("/Kairo Planner.app/Contents/MacOS/kairo-helper"));
     EXPECT_TRUE(QFileInfo(exec).isExecutable()) << exec.toStdString();
 }
 

@@ -40,40 +40,40 @@ TEST(PlistTextTest, ScalarsAndFlatContainers)
     for (const auto &[value, expected] : cases) {
         EXPECT_EQ(text(value), expected);
     }
-    EXPECT_EQ(PlistValue(7).description(), QStringLiteral("7"));
+    EXPECT_EQ(PlistValue(7).description(), "7");
 }
 
-TEST(PlistTextTest, DictionaryKeysAreSortedAndIndentedByFour)
-{
-    PlistDict dict;
-    dict.insert(QStringLiteral("zeta"), PlistValue(1));
-    dict.insert(QStringLiteral("alpha"), PlistValue("hello world"));
-    dict.insert(QStringLiteral("Mid"), PlistValue(true));
-    dict.insert(QStringLiteral("beta"), PlistValue(false));
-    EXPECT_EQ(text(PlistValue(dict)), "{\n"
-                                      "    Mid = 1;\n"
-                                      "    alpha = \"hello world\";\n"
-                                      "    beta = 0;\n"
-                                      "    zeta = 1;\n"
-                                      "}");
-    // The dictionary itself keeps its own order.
-    EXPECT_EQ(dict.keys().first(), QStringLiteral("zeta"));
-}
-
+// Keys are sorted (the dictionary keeps its own order) and quoted like strings; nesting
+// indents by four, and inside an array a nested container is set off by its own
+// indentation as well, the way an array has always described itself.
 TEST(PlistTextTest, NestedContainers)
 {
-    PlistDict inner;
-    inner.insert(QStringLiteral("Minute"), PlistValue(30));
-    inner.insert(QStringLiteral("Hour"), PlistValue(2));
-    PlistDict dict;
-    dict.insert(QStringLiteral("taskArguments"),
-                PlistValue(PlistArray{PlistValue("-backup"), PlistValue("all files")}));
-    dict.insert(QStringLiteral("empty"), PlistValue(PlistDict()));
-    dict.insert(QStringLiteral("none"), PlistValue(PlistArray()));
-    inner.insert(QStringLiteral("Leaf"),
-                 PlistValue(PlistDict{{QStringLiteral("c"), PlistValue(3)}}));
-    dict.insert(QStringLiteral("interval"), PlistValue(inner));
+    const PlistDict inner{{"Minute", PlistValue(30)},
+                          {"Hour", PlistValue(2)},
+                          {"Leaf", PlistValue(PlistDict{{"c", PlistValue(3)}})}};
+    const PlistDict dict{
+        {"zeta", PlistValue(1)},
+        {"taskArguments", PlistValue(PlistArray{PlistValue("-backup"), PlistValue("all files")})},
+        {"empty", PlistValue(PlistDict())},
+        {"Mid", PlistValue(true)},
+        {"interval", PlistValue(inner)},
+        {"/home/anna/x.plist",
+         PlistValue(PlistArray{PlistValue(PlistDict{{"name", PlistValue("foo")}}),
+                               PlistValue(PlistArray{PlistValue(1)})})},
+        {"with \"quote\"", PlistValue(0)},
+        {QString(), PlistValue(1)},
+    };
     EXPECT_EQ(text(PlistValue(dict)), "{\n"
+                                      "    \"\" = 1;\n"
+                                      "    \"/home/anna/x.plist\" =     (\n"
+                                      "                {\n"
+                                      "            name = foo;\n"
+                                      "        },\n"
+                                      "                (\n"
+                                      "            1\n"
+                                      "        )\n"
+                                      "    );\n"
+                                      "    Mid = 1;\n"
                                       "    empty =     {\n"
                                       "    };\n"
                                       "    interval =     {\n"
@@ -83,45 +83,30 @@ TEST(PlistTextTest, NestedContainers)
                                       "        };\n"
                                       "        Minute = 30;\n"
                                       "    };\n"
-                                      "    none =     (\n"
-                                      "    );\n"
                                       "    taskArguments =     (\n"
                                       "        \"-backup\",\n"
                                       "        \"all files\"\n"
                                       "    );\n"
+                                      "    \"with \\\"quote\\\"\" = 0;\n"
+                                      "    zeta = 1;\n"
                                       "}");
-}
-
-// Inside an array a nested container is set off by its own indentation as well, the way
-// an array has always described itself.
-TEST(PlistTextTest, ArrayOfContainers)
-{
-    PlistArray array{PlistValue(PlistDict{{QStringLiteral("name"), PlistValue("foo")}}),
-                     PlistValue(PlistArray{PlistValue(1)})};
-    EXPECT_EQ(text(PlistValue(array)), "(\n"
-                                       "        {\n"
-                                       "        name = foo;\n"
-                                       "    },\n"
-                                       "        (\n"
-                                       "        1\n"
-                                       "    )\n"
-                                       ")");
+    EXPECT_EQ(dict.keys().first(), "zeta");
 }
 
 TEST(PlistTextTest, QuotingAndEscaping)
 {
     const std::pair<QString, const char *> cases[] = {
-        {QStringLiteral("plain_Word09"), "plain_Word09"},
-        {QStringLiteral("a b"), "\"a b\""},
-        {QStringLiteral("say \"hi\""), "\"say \\\"hi\\\"\""},
-        {QStringLiteral("back\\slash"), "\"back\\\\slash\""},
-        {QStringLiteral("line\nnext\ttab\rret"), "\"line\\nnext\\ttab\\rret\""},
-        {QStringLiteral("semi;colon"), "\"semi;colon\""},
-        {QStringLiteral("a=b"), "\"a=b\""},
-        {QStringLiteral("/Library/LaunchDaemons/x.plist"), "\"/Library/LaunchDaemons/x.plist\""},
-        {QStringLiteral("100%"), "\"100%\""},
-        {QStringLiteral("<tag>"), "\"<tag>\""},
-        {QStringLiteral("-tasks"), "\"-tasks\""},
+        {"plain_Word09", "plain_Word09"},
+        {"a b", "\"a b\""},
+        {"say \"hi\"", "\"say \\\"hi\\\"\""},
+        {"back\\slash", "\"back\\\\slash\""},
+        {"line\nnext\ttab\rret", "\"line\\nnext\\ttab\\rret\""},
+        {"semi;colon", "\"semi;colon\""},
+        {"a=b", "\"a=b\""},
+        {"/Library/LaunchDaemons/x.plist", "\"/Library/LaunchDaemons/x.plist\""},
+        {"100%", "\"100%\""},
+        {"<tag>", "\"<tag>\""},
+        {"-tasks", "\"-tasks\""},
         // Control and non-ASCII characters as \U and four hex digits of UTF-16.
         {QString::fromUtf8("caf\xc3\xa9"), "\"caf\\U00e9\""},
         {QString::fromUtf8("\xf0\x9f\x98\x80"), "\"\\Ud83d\\Ude00\""},
@@ -138,23 +123,4 @@ TEST(PlistTextTest, QuotingAndEscaping)
         EXPECT_LT(c.unicode(), 0x80);
     }
     EXPECT_EQ(rendered.toStdString(), "{\n    \"\\U00fc\" = \"\\U20ac\";\n}");
-}
-
-TEST(PlistTextTest, KeysAreQuotedLikeStrings)
-{
-    PlistDict dict;
-    dict.insert(QStringLiteral("/home/anna/Library/LaunchAgents/com.vantreel.ScheduledTask1.plist"),
-                PlistValue(PlistDict{{QStringLiteral("enabled"), PlistValue(true)},
-                                     {QStringLiteral("taskID"), PlistValue("backup now")}}));
-    dict.insert(QStringLiteral("with \"quote\""), PlistValue(0));
-    dict.insert(QString(), PlistValue(1));
-    EXPECT_EQ(text(PlistValue(dict)),
-              "{\n"
-              "    \"\" = 1;\n"
-              "    \"/home/anna/Library/LaunchAgents/com.vantreel.ScheduledTask1.plist\" =     {\n"
-              "        enabled = 1;\n"
-              "        taskID = \"backup now\";\n"
-              "    };\n"
-              "    \"with \\\"quote\\\"\" = 0;\n"
-              "}");
 }

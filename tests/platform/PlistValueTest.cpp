@@ -12,7 +12,7 @@
 
 namespace {
 
-QStringList numberedKeys(int count, const QString &prefix = QStringLiteral("key"))
+QStringList numberedKeys(int count, const QString &prefix = "key")
 {
     QStringList keys;
     for (int i = 0; i < count; ++i) {
@@ -33,7 +33,7 @@ void expectDict(const PlistDict &dict, const QStringList &order)
         const PlistValue *found = dict.find(order[i]);
         ASSERT_NE(found, nullptr) << order[i].toStdString();
         EXPECT_EQ(found, &dict.at(i).value) << "find must point at the entry in its place";
-        EXPECT_EQ(dict.value(order[i]).string(), QStringLiteral("v-") + order[i]);
+        EXPECT_EQ(dict.value(order[i]).string(), "v-" + order[i]);
     }
 }
 
@@ -41,27 +41,12 @@ PlistDict dictWithKeys(const QStringList &keys)
 {
     PlistDict dict;
     for (const QString &k : keys) {
-        dict.insert(k, PlistValue(QStringLiteral("v-") + k));
+        dict.insert(k, PlistValue("v-" + k));
     }
     return dict;
 }
 
 } // namespace
-
-TEST(PlistValueTest, DefaultIsNoValue)
-{
-    PlistValue v;
-    EXPECT_FALSE(v.isValid());
-    EXPECT_FALSE(v.isNumber());
-    EXPECT_EQ(v.integerValue(), 0);
-    EXPECT_FALSE(v.boolValue());
-    EXPECT_FALSE(v.isSwitchOn());
-    EXPECT_FALSE(v.numberEquals(0));
-    EXPECT_TRUE(v.string().isNull());
-    EXPECT_EQ(v, PlistValue());
-    EXPECT_NE(v, PlistValue(0));
-    EXPECT_NE(v, PlistValue(""));
-}
 
 // Strings convert as Foundation's integerValue, doubleValue and boolValue do; a switch
 // is on only for the exact string "1".
@@ -84,11 +69,8 @@ TEST(PlistValueTest, ConversionsOfStrings)
         {"+8", 8, 8, true, false},
         {"- 8", 0, 0, false, false},
         {"3.9", 3, 3.9, true, false},
-        {"007", 7, 7, true, false},
         {"x42", 0, 0, false, false},
-        {"abc", 0, 0, false, false},
         {"", 0, 0, false, false},
-        {"   ", 0, 0, false, false},
         {"9223372036854775807", max, 9223372036854775807.0, true, false},
         {"-9223372036854775808", min, -9223372036854775808.0, true, false},
         // Overflow saturates instead of wrapping.
@@ -99,16 +81,11 @@ TEST(PlistValueTest, ConversionsOfStrings)
         {"01", 1, 1, true, false},
         {"-1", -1, -1, true, false},
         {"0", 0, 0, false, false},
-        {"00", 0, 0, false, false},
         {"0.5", 0, 0.5, false, false},
         {"YES", 0, 0, true, false},
-        {" yes", 0, 0, true, false},
         {"True", 0, 0, true, false},
-        {"Y", 0, 0, true, false},
         {"no", 0, 0, false, false},
-        {"false", 0, 0, false, false},
         {"on", 0, 0, false, false},
-        {"7 days", 7, 7, true, false},
         // Digits of other scripts are not decimal digits here.
         {"\xd9\xa3", 0, 0, false, false},
     };
@@ -147,6 +124,7 @@ TEST(PlistValueTest, ConversionsOfNumbers)
         {PlistValue(std::numeric_limits<double>::quiet_NaN()), 0, true, false},
         {PlistValue(QByteArray("12")), 0, false, false},
         {PlistValue(PlistArray{PlistValue("1")}), 0, false, false},
+        {PlistValue(), 0, false, false},
     };
     for (const Case &c : cases) {
         const std::string name = std::to_string(static_cast<int>(c.value.type())) + "/" +
@@ -162,35 +140,42 @@ TEST(PlistValueTest, ConversionsOfNumbers)
     EXPECT_TRUE(PlistValue(1.0).numberEquals(1));
     EXPECT_FALSE(PlistValue(1.5).numberEquals(1));
     EXPECT_FALSE(PlistValue(true).numberEquals(2));
-
-    // Integer 1 and boolean true are equal number objects, in both directions.
-    EXPECT_EQ(PlistValue(1), PlistValue(true));
-    EXPECT_EQ(PlistValue(true), PlistValue(1));
-    EXPECT_EQ(PlistValue(0), PlistValue(false));
-    EXPECT_EQ(PlistValue(2.0), PlistValue(2));
-    EXPECT_NE(PlistValue(2), PlistValue(true));
-    EXPECT_NE(PlistValue(1), PlistValue("1"));
+    EXPECT_FALSE(PlistValue().numberEquals(0));
+    EXPECT_TRUE(PlistValue().string().isNull());
 }
 
-TEST(PlistValueTest, EqualityOfContainers)
+// Integer 1 and boolean true are equal number objects; dictionaries compare by content in
+// any key order, dates by the moment; equality holds in both directions.
+TEST(PlistValueTest, Equality)
 {
-    const PlistValue a(
-        PlistDict{{QStringLiteral("x"), PlistValue(1)}, {QStringLiteral("y"), PlistValue("two")}});
-    const PlistValue b(PlistDict{{QStringLiteral("y"), PlistValue("two")},
-                                 {QStringLiteral("x"), PlistValue(true)}});
-    EXPECT_EQ(a, b) << "dictionaries compare by content, in any key order";
-    const PlistValue c(PlistDict{{QStringLiteral("x"), PlistValue(1)}});
-    EXPECT_NE(a, c);
-    EXPECT_EQ(PlistValue(PlistArray{PlistValue(1), PlistValue("a")}),
-              PlistValue(PlistArray{PlistValue(1), PlistValue("a")}));
-    EXPECT_NE(PlistValue(PlistArray{PlistValue(1), PlistValue("a")}),
-              PlistValue(PlistArray{PlistValue("a"), PlistValue(1)}));
-    EXPECT_NE(PlistValue(PlistArray{}), PlistValue(PlistDict{}));
     const QDateTime t(QDate(2020, 1, 1), QTime(0, 0), QTimeZone::utc());
-    EXPECT_EQ(PlistValue(t), PlistValue(t.toTimeZone(QTimeZone(3600))));
-    EXPECT_NE(PlistValue(t), PlistValue(t.addSecs(1)));
-    EXPECT_EQ(PlistValue(QByteArray("ab")), PlistValue(QByteArray("ab")));
-    EXPECT_NE(PlistValue(QByteArray("ab")), PlistValue("ab"));
+    const PlistValue xy(PlistDict{{"x", PlistValue(1)}, {"y", PlistValue("two")}});
+    const PlistValue list(PlistArray{PlistValue(1), PlistValue("a")});
+    const std::tuple<PlistValue, PlistValue, bool> cases[] = {
+        {PlistValue(1), PlistValue(true), true},
+        {PlistValue(0), PlistValue(false), true},
+        {PlistValue(2.0), PlistValue(2), true},
+        {PlistValue(2), PlistValue(true), false},
+        {PlistValue(1), PlistValue("1"), false},
+        {PlistValue(), PlistValue(), true},
+        {PlistValue(), PlistValue(0), false},
+        {PlistValue(), PlistValue(""), false},
+        {xy, PlistValue(PlistDict{{"y", PlistValue("two")}, {"x", PlistValue(true)}}), true},
+        {xy, PlistValue(PlistDict{{"x", PlistValue(1)}}), false},
+        {list, PlistValue(PlistArray{PlistValue(1), PlistValue("a")}), true},
+        {list, PlistValue(PlistArray{PlistValue("a"), PlistValue(1)}), false},
+        {PlistValue(PlistArray{}), PlistValue(PlistDict{}), false},
+        {PlistValue(t), PlistValue(t.toTimeZone(QTimeZone(3600))), true},
+        {PlistValue(t), PlistValue(t.addSecs(1)), false},
+        {PlistValue(QByteArray("ab")), PlistValue(QByteArray("ab")), true},
+        {PlistValue(QByteArray("ab")), PlistValue("ab"), false},
+    };
+    for (const auto &[a, b, equal] : cases) {
+        const std::string name =
+            a.description().toStdString() + " / " + b.description().toStdString();
+        EXPECT_EQ(a == b, equal) << name;
+        EXPECT_EQ(b == a, equal) << name;
+    }
 }
 
 // Values share their containers until one side changes them, through a value or a
@@ -198,71 +183,65 @@ TEST(PlistValueTest, EqualityOfContainers)
 TEST(PlistValueTest, ChangingACopyNeverChangesTheOriginal)
 {
     PlistValue original(PlistDict{
-        {QStringLiteral("name"), PlistValue("first")},
-        {QStringLiteral("list"), PlistValue(PlistArray{PlistValue(1), PlistValue(2)})},
-        {QStringLiteral("inner"), PlistValue(PlistDict{{QStringLiteral("deep"), PlistValue(1)}})},
+        {"name", PlistValue("first")},
+        {"list", PlistValue(PlistArray{PlistValue(1), PlistValue(2)})},
+        {"inner", PlistValue(PlistDict{{"deep", PlistValue(1)}})},
     });
     const PlistValue snapshot = original;
 
     PlistValue copy = original;
-    copy.mutableDict().insert(QStringLiteral("name"), PlistValue("second"));
-    copy.mutableDict().find(QStringLiteral("list"))->mutableArray().push_back(PlistValue(3));
-    copy.mutableDict()
-        .find(QStringLiteral("inner"))
-        ->mutableDict()
-        .insert(QStringLiteral("deep"), PlistValue(99));
+    copy.mutableDict().insert("name", PlistValue("second"));
+    copy.mutableDict().find("list")->mutableArray().push_back(PlistValue(3));
+    copy.mutableDict().find("inner")->mutableDict().insert("deep", PlistValue(99));
     EXPECT_EQ(original, snapshot);
-    EXPECT_EQ(copy.dict().value(QStringLiteral("list")).array().size(), 3u);
-    EXPECT_EQ(copy.dict().value(QStringLiteral("inner")).dict().value(QStringLiteral("deep")),
-              PlistValue(99));
+    EXPECT_EQ(copy.dict().value("list").array().size(), 3u);
+    EXPECT_EQ(copy.dict().value("inner").dict().value("deep"), PlistValue(99));
 
     // And the other way round: changing the original leaves the copy alone.
     PlistValue second = original;
-    original.mutableDict().remove(QStringLiteral("name"));
-    original.mutableDict().find(QStringLiteral("list"))->mutableArray().clear();
+    original.mutableDict().remove("name");
+    original.mutableDict().find("list")->mutableArray().clear();
     EXPECT_EQ(second, snapshot);
 
     PlistDict dict;
-    dict.insert(QStringLiteral("list"), PlistValue(PlistArray{PlistValue(1)}));
+    dict.insert("list", PlistValue(PlistArray{PlistValue(1)}));
     PlistDict dictCopy = dict;
-    dictCopy.find(QStringLiteral("list"))->mutableArray().push_back(PlistValue(2));
-    EXPECT_EQ(dict.value(QStringLiteral("list")).array().size(), 1u);
+    dictCopy.find("list")->mutableArray().push_back(PlistValue(2));
+    EXPECT_EQ(dict.value("list").array().size(), 1u);
     PlistValue fromDict(dict);
-    dict.insert(QStringLiteral("later"), PlistValue(1));
-    EXPECT_FALSE(fromDict.dict().contains(QStringLiteral("later")));
+    dict.insert("later", PlistValue(1));
+    EXPECT_FALSE(fromDict.dict().contains("later"));
 
     // The mutable accessors turn another type into an empty container.
     PlistValue text("x");
     text.mutableArray().push_back(PlistValue(1));
     EXPECT_EQ(text, PlistValue(PlistArray{PlistValue(1)}));
     PlistValue none;
-    none.mutableDict().insert(QStringLiteral("a"), PlistValue(1));
+    none.mutableDict().insert("a", PlistValue(1));
     EXPECT_TRUE(none.isDictionary());
 }
 
 TEST(PlistDictTest, KeepsInsertionOrderAndReplacingKeepsThePlace)
 {
-    PlistDict dict{{QStringLiteral("zeta"), PlistValue("v-zeta")},
-                   {QStringLiteral("alpha"), PlistValue("old")},
+    PlistDict dict{{"zeta", PlistValue("v-zeta")},
+                   {"alpha", PlistValue("old")},
                    {QString(), PlistValue("v-")}};
-    dict.insert(QStringLiteral("alpha"), PlistValue("v-alpha"));
-    expectDict(dict, {QStringLiteral("zeta"), QStringLiteral("alpha"), QString()});
-    EXPECT_TRUE(dict.remove(QStringLiteral("zeta")));
-    EXPECT_FALSE(dict.remove(QStringLiteral("zeta")));
-    dict.insert(QStringLiteral("zeta"), PlistValue("v-zeta"));
-    expectDict(dict, {QStringLiteral("alpha"), QString(), QStringLiteral("zeta")});
-    EXPECT_FALSE(dict.value(QStringLiteral("missing")).isValid());
-    EXPECT_FALSE(dict.contains(QStringLiteral("ALPHA"))) << "keys are case-sensitive";
+    dict.insert("alpha", PlistValue("v-alpha"));
+    expectDict(dict, {"zeta", "alpha", QString()});
+    EXPECT_TRUE(dict.remove("zeta"));
+    EXPECT_FALSE(dict.remove("zeta"));
+    dict.insert("zeta", PlistValue("v-zeta"));
+    expectDict(dict, {"alpha", QString(), "zeta"});
+    EXPECT_FALSE(dict.value("missing").isValid());
+    EXPECT_FALSE(dict.contains("ALPHA")) << "keys are case-sensitive";
 
     // In an initializer list the last duplicate wins, in the first one's place.
-    const PlistDict listed{{QStringLiteral("b"), PlistValue(1)},
-                           {QStringLiteral("a"), PlistValue(2)},
-                           {QStringLiteral("b"), PlistValue(3)}};
-    EXPECT_EQ(listed.keys(), (QStringList{QStringLiteral("b"), QStringLiteral("a")}));
-    EXPECT_EQ(listed.value(QStringLiteral("b")).integerValue(), 3);
+    const PlistDict listed{{"b", PlistValue(1)}, {"a", PlistValue(2)}, {"b", PlistValue(3)}};
+    EXPECT_EQ(listed.keys(), (QStringList{"b", "a"}));
+    EXPECT_EQ(listed.value("b").integerValue(), 3);
     dict.clear();
     EXPECT_TRUE(dict.isEmpty());
-    EXPECT_FALSE(dict.contains(QStringLiteral("alpha")));
+    EXPECT_FALSE(dict.contains("alpha"));
 }
 
 // Large dictionaries use a hash index: every operation must give the same answers past
@@ -277,7 +256,7 @@ TEST(PlistDictTest, LargeDictionaryBehavesLikeASmallOne)
 
         // Replace every third key: order unchanged.
         for (int i = 0; i < count; i += 3) {
-            dict.insert(order[i], PlistValue(QStringLiteral("v-") + order[i]));
+            dict.insert(order[i], PlistValue("v-" + order[i]));
         }
         expectDict(dict, order);
 
@@ -292,14 +271,14 @@ TEST(PlistDictTest, LargeDictionaryBehavesLikeASmallOne)
             EXPECT_EQ(dict.find(k), nullptr);
         }
         expectDict(dict, order);
-        dict.insert(removed[1], PlistValue(QStringLiteral("v-") + removed[1]));
+        dict.insert(removed[1], PlistValue("v-" + removed[1]));
         order.append(removed[1]);
         expectDict(dict, order);
 
         // Grow after a removal and look up the new keys at once.
-        const QStringList more = numberedKeys(40, QStringLiteral("more"));
+        const QStringList more = numberedKeys(40, "more");
         for (const QString &k : more) {
-            dict.insert(k, PlistValue(QStringLiteral("v-") + k));
+            dict.insert(k, PlistValue("v-" + k));
             order.append(k);
             EXPECT_TRUE(dict.contains(k));
         }
@@ -309,11 +288,11 @@ TEST(PlistDictTest, LargeDictionaryBehavesLikeASmallOne)
         while (order.size() > 3) {
             EXPECT_TRUE(dict.remove(order[1]));
             order.removeAt(1);
-            EXPECT_EQ(dict.value(order.last()).string(), QStringLiteral("v-") + order.last());
+            EXPECT_EQ(dict.value(order.last()).string(), "v-" + order.last());
         }
         expectDict(dict, order);
-        for (const QString &k : numberedKeys(60, QStringLiteral("again"))) {
-            dict.insert(k, PlistValue(QStringLiteral("v-") + k));
+        for (const QString &k : numberedKeys(60, "again")) {
+            dict.insert(k, PlistValue("v-" + k));
             order.append(k);
         }
         expectDict(dict, order);
@@ -324,35 +303,35 @@ TEST(PlistDictTest, CopiesAndMovesOfLargeDictionariesKeepWorking)
 {
     const QStringList order = numberedKeys(100);
     PlistDict original = dictWithKeys(order);
-    ASSERT_TRUE(original.contains(QStringLiteral("key50"))); // builds the index
+    ASSERT_TRUE(original.contains("key50")); // builds the index
 
     PlistDict copy = original;
-    copy.insert(QStringLiteral("extra"), PlistValue("v-extra"));
-    copy.remove(QStringLiteral("key0"));
+    copy.insert("extra", PlistValue("v-extra"));
+    copy.remove("key0");
     expectDict(original, order);
-    EXPECT_TRUE(copy.contains(QStringLiteral("extra")));
-    EXPECT_FALSE(copy.contains(QStringLiteral("key0")));
+    EXPECT_TRUE(copy.contains("extra"));
+    EXPECT_FALSE(copy.contains("key0"));
 
-    PlistDict assigned = dictWithKeys({QStringLiteral("gone")});
+    PlistDict assigned = dictWithKeys({"gone"});
     assigned = copy;
-    EXPECT_FALSE(assigned.contains(QStringLiteral("gone")));
+    EXPECT_FALSE(assigned.contains("gone"));
     PlistDict moved = std::move(assigned);
     EXPECT_EQ(moved.keys(), copy.keys());
-    EXPECT_EQ(moved.value(QStringLiteral("key42")).string(), QStringLiteral("v-key42"));
+    EXPECT_EQ(moved.value("key42").string(), "v-key42");
 
     // Assigning a small dictionary over a large one drops the old index.
-    moved = dictWithKeys({QStringLiteral("a")});
-    EXPECT_FALSE(moved.contains(QStringLiteral("key42")));
-    expectDict(moved, {QStringLiteral("a")});
+    moved = dictWithKeys({"a"});
+    EXPECT_FALSE(moved.contains("key42"));
+    expectDict(moved, {"a"});
 
     // Equality ignores the order, not the values or keys.
     QStringList reversed = order;
     std::reverse(reversed.begin(), reversed.end());
     EXPECT_EQ(original, dictWithKeys(reversed));
     PlistDict other = dictWithKeys(order);
-    other.insert(QStringLiteral("key7"), PlistValue("different"));
+    other.insert("key7", PlistValue("different"));
     EXPECT_NE(original, other);
-    other.remove(QStringLiteral("key7"));
-    other.insert(QStringLiteral("key7x"), PlistValue("v-key7"));
+    other.remove("key7");
+    other.insert("key7x", PlistValue("v-key7"));
     EXPECT_NE(original, other);
 }

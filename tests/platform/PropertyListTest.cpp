@@ -8,7 +8,6 @@
 #include "testsupport/TestFiles.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
@@ -17,10 +16,8 @@
 #include <gtest/gtest.h>
 #include <plist/plist.h>
 
-#include <atomic>
 #include <csignal>
 #include <limits>
-#include <thread>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -55,24 +52,14 @@ QByteArray toBinary(plist_t node)
     return out;
 }
 
-// A job-like dictionary in libplist's own binary form.
-QByteArray libplistJob()
+// What libplist itself writes for a value, in its binary form.
+QByteArray binaryOf(const PlistValue &value)
 {
-    Node dict(plist_new_dict());
-    plist_dict_set_item(dict.get(), "Label", plist_new_string("com.vantreel.ScheduledTask1"));
-    plist_t args = plist_new_array();
-    plist_array_append_item(args, plist_new_string("/Applications/Quill.app/Contents/MacOS/Quill"));
-    plist_array_append_item(args, plist_new_string("-backup"));
-    plist_dict_set_item(dict.get(), "ProgramArguments", args);
-    plist_dict_set_item(dict.get(), "Nice", plist_new_uint(static_cast<uint64_t>(-5)));
-    plist_dict_set_item(dict.get(), "LowPriorityIO", plist_new_bool(1));
-    plist_dict_set_item(dict.get(), "Ratio", plist_new_real(0.25));
-    plist_dict_set_item(dict.get(), "Blob", plist_new_data("\x00\x01\x02", 3));
-    plist_dict_set_item(dict.get(), "When", plist_new_date(86400, 0));
-    plist_t env = plist_new_dict();
-    plist_dict_set_item(env, "VTAppBundleID", plist_new_string("com.vantreel.Quill"));
-    plist_dict_set_item(dict.get(), "EnvironmentVariables", env);
-    return toBinary(dict.get());
+    const QByteArray xml = PropertyList::toXml(value);
+    plist_t parsed = nullptr;
+    plist_from_xml(xml.constData(), static_cast<uint32_t>(xml.size()), &parsed);
+    Node node(parsed);
+    return node ? toBinary(node.get()) : QByteArray();
 }
 
 // A binary property list in which object i is an array of the given references; offsets
@@ -185,7 +172,7 @@ PlistValue everyType()
 
 PlistValue labelled(const PlistValue &label)
 {
-    return PlistValue(PlistDict{{QStringLiteral("Label"), label}});
+    return PlistValue(PlistDict{{"Label", label}});
 }
 
 class PropertyListTest : public ::testing::Test
@@ -202,32 +189,30 @@ protected:
     QString label(const QString &file) const
     {
         const auto dict = PropertyList::readDictionary(file);
-        return dict ? dict->value("Label").string() : QStringLiteral("(unreadable)");
+        return dict ? dict->value("Label").string() : "(unreadable)";
     }
-    QTemporaryDir m_dir{QDir::tempPath() + QStringLiteral("/kairo-plist-XXXXXX")};
+    QTemporaryDir m_dir{QDir::tempPath() + "/kairo-plist-XXXXXX"};
 };
 
 } // namespace
 
-TEST_F(PropertyListTest, ReadsXml)
+// XML as other programs write it, binary as libplist writes it, and a binary file
+// written elsewhere and checked in.
+TEST_F(PropertyListTest, ReadsXmlAndBinary)
 {
-    const QString file =
-        write(QStringLiteral("job.plist"),
-              xmlDocument("<dict>\n"
-                          "  <key>Label</key><string>com.vantreel.ScheduledTask1</string>\n"
-                          "  <key>Nice</key><integer>-5</integer>\n"
-                          "  <key>Ratio</key><real>0.25</real>\n"
-                          "  <key>On</key><true/>\n"
-                          "  <key>When</key><date>2011-03-04T05:06:07Z</date>\n"
-                          "  <key>Blob</key><data>AAEC</data>\n"
-                          "  <key>List</key><array><string>a</string><integer>1</integer></array>\n"
-                          "  <key>Empty</key><dict/>\n"
-                          "  <key>Escaped</key><string>&lt;x&gt; &amp; &quot;</string>\n"
-                          "</dict>"));
-    const auto dict = PropertyList::readDictionary(file);
-    ASSERT_TRUE(dict);
+    const auto xml = PropertyList::parse(
+        xmlDocument("<dict>\n"
+                    "  <key>Nice</key><integer>-5</integer>\n"
+                    "  <key>Ratio</key><real>0.25</real>\n"
+                    "  <key>On</key><true/>\n"
+                    "  <key>When</key><date>2011-03-04T05:06:07Z</date>\n"
+                    "  <key>Blob</key><data>AAEC</data>\n"
+                    "  <key>List</key><array><string>a</string><integer>1</integer></array>\n"
+                    "  <key>Empty</key><dict/>\n"
+                    "  <key>Escaped</key><string>&lt;x&gt; &amp; &quot;</string>\n"
+                    "</dict>"));
+    ASSERT_TRUE(xml);
     const PlistValue expected(PlistDict{
-        {"Label", PlistValue("com.vantreel.ScheduledTask1")},
         {"Nice", PlistValue(-5)},
         {"Ratio", PlistValue(0.25)},
         {"On", PlistValue(true)},
@@ -237,32 +222,14 @@ TEST_F(PropertyListTest, ReadsXml)
         {"Empty", PlistValue(PlistDict{})},
         {"Escaped", PlistValue("<x> & \"")},
     });
-    expectIdentical(expected, PlistValue(*dict), "xml");
-}
+    expectIdentical(expected, *xml, "xml");
 
-TEST_F(PropertyListTest, ReadsBinary)
-{
-    const auto dict =
-        PropertyList::readDictionary(write(QStringLiteral("job.plist"), libplistJob()));
-    ASSERT_TRUE(dict);
-    const PlistValue expected(PlistDict{
-        {"Label", PlistValue("com.vantreel.ScheduledTask1")},
-        {"ProgramArguments",
-         PlistValue(PlistArray{PlistValue("/Applications/Quill.app/Contents/MacOS/Quill"),
-                               PlistValue("-backup")})},
-        {"Nice", PlistValue(-5)},
-        {"LowPriorityIO", PlistValue(true)},
-        {"Ratio", PlistValue(0.25)},
-        {"Blob", PlistValue(QByteArray("\x00\x01\x02", 3))},
-        {"When", PlistValue(utc(2001, 1, 2, 0, 0, 0))},
-        {"EnvironmentVariables",
-         PlistValue(PlistDict{{"VTAppBundleID", PlistValue("com.vantreel.Quill")}})},
-    });
-    expectIdentical(expected, PlistValue(*dict), "binary");
+    const auto binary = PropertyList::readDictionary(write("every.plist", binaryOf(everyType())));
+    ASSERT_TRUE(binary);
+    expectIdentical(everyType(), PlistValue(*binary), "binary");
 
-    // A file written elsewhere and checked in.
-    const auto checkedIn = PropertyList::readDictionary(
-        QStringLiteral(KAIRO_TEST_DATA_DIR "/platform/binary-job.plist"));
+    const auto checkedIn =
+        PropertyList::readDictionary(KAIRO_TEST_DATA_DIR "/platform/binary-job.plist");
     ASSERT_TRUE(checkedIn);
     EXPECT_EQ(
         checkedIn->value("ProgramArguments").stringList(),
@@ -271,86 +238,57 @@ TEST_F(PropertyListTest, ReadsBinary)
     ASSERT_EQ(calendar.size(), 2u);
     EXPECT_EQ(calendar[1].dict().value("Weekday").integerValue(), 0);
     EXPECT_TRUE(checkedIn->value("Disabled").isBoolean());
-
-    // What we write in XML reads back the same from its binary form.
-    const QByteArray xml = PropertyList::toXml(everyType());
-    plist_t parsed = nullptr;
-    plist_from_xml(xml.constData(), static_cast<uint32_t>(xml.size()), &parsed);
-    Node fromXml(parsed);
-    ASSERT_TRUE(fromXml);
-    const auto back = PropertyList::parse(toBinary(fromXml.get()));
-    ASSERT_TRUE(back);
-    expectIdentical(everyType(), *back, "binary");
 }
 
-TEST_F(PropertyListTest, RootTypeMustMatch)
+// Each reader takes only its own root type; a malformed file of any kind is no value.
+TEST_F(PropertyListTest, RootTypesAndMalformedFiles)
 {
-    const QString array =
-        write(QStringLiteral("array.plist"), xmlDocument("<array><string>a</string></array>"));
-    const QString dict = write(QStringLiteral("dict.plist"),
-                               xmlDocument("<dict><key>a</key><integer>1</integer></dict>"));
-    const QString string =
-        write(QStringLiteral("string.plist"), xmlDocument("<string>just text</string>"));
-    const QString binary = write(QStringLiteral("bin.plist"), binaryArrays({{}}));
-
-    EXPECT_FALSE(PropertyList::readDictionary(array));
-    EXPECT_FALSE(PropertyList::readArray(dict));
-    EXPECT_FALSE(PropertyList::readDictionary(string));
-    EXPECT_FALSE(PropertyList::readArray(string));
-    EXPECT_FALSE(PropertyList::readDictionary(binary));
-    EXPECT_TRUE(PropertyList::readArray(binary));
-    ASSERT_TRUE(PropertyList::readArray(array));
-    EXPECT_EQ(PropertyList::readArray(array)->size(), 1u);
-    EXPECT_TRUE(PropertyList::readDictionary(dict));
-    EXPECT_EQ(PropertyList::read(string)->string(), QStringLiteral("just text"));
+    const std::tuple<QByteArray, bool, bool> cases[] = {
+        {xmlDocument("<array><string>a</string></array>"), false, true},
+        {xmlDocument("<dict><key>a</key><integer>1</integer></dict>"), true, false},
+        {xmlDocument("<string>just text</string>"), false, false},
+        {binaryArrays({{}}), false, true},
+        {"not a property list at all", false, false},
+        {"<?xml version=\"1.0\"?>", false, false},
+        {xmlDocument("<dict><key>a</key><string>b</dict>"), false, false},
+        {xmlDocument("<dict><key>a</key><integer>1</integer>"), false, false},
+        {xmlDocument("<array><string>never closed"), false, false},
+        {xmlDocument("<unknown>x</unknown>"), false, false},
+        {xmlDocument("<date>not a date</date>").left(90), false, false},
+        {"bplist00", false, false},
+        {QByteArray("bplist00\x00\x01\x02\x03", 12), false, false},
+        {QByteArray("bplist00") + QByteArray(40, '\xff'), false, false},
+        {QByteArray("\x00\x00\x00\x00", 4), false, false},
+        {binaryOf(everyType()).chopped(5), false, false},
+        // A dictionary key in UTF-16 holding U+0000, on which libplist aborts the process.
+        {TestFiles::read(KAIRO_TEST_DATA_DIR "/fuzz/crash-nul-key-utf16.plist"), false, false},
+        {"", false, false},
+        {"   \n\n  ", false, false},
+    };
+    int i = 0;
+    for (const auto &[bytes, isDictionary, isArray] : cases) {
+        const QString file = write(QString("file%1.plist").arg(i), bytes);
+        EXPECT_EQ(PropertyList::readDictionary(file).has_value(), isDictionary) << i;
+        EXPECT_EQ(PropertyList::readArray(file).has_value(), isArray) << i;
+        ++i;
+    }
+    EXPECT_EQ(PropertyList::read(path("file2.plist"))->string(), "just text");
 }
 
+// What is no file is no value, and is not waited for: a FIFO nobody writes to, a device.
 TEST_F(PropertyListTest, WhatIsNoFileIsNoValue)
 {
-    EXPECT_FALSE(PropertyList::read(path(QStringLiteral("missing.plist"))));
-    EXPECT_FALSE(PropertyList::readDictionary(path(QStringLiteral("no/such/folder/x.plist"))));
-    EXPECT_FALSE(PropertyList::read(QString()));
-    EXPECT_FALSE(PropertyList::read(write(QStringLiteral("empty.plist"), QByteArray())));
-    EXPECT_FALSE(PropertyList::read(write(QStringLiteral("blank.plist"), "   \n\n  ")));
-    EXPECT_FALSE(PropertyList::read(m_dir.path()));
-    EXPECT_FALSE(PropertyList::parse(QByteArray()));
-    // A FIFO nobody writes to is no file and is not waited for; nor is a device.
-    const QString fifo = path(QStringLiteral("fifo.plist"));
+    const QString fifo = path("fifo.plist");
     ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0644), 0);
-    EXPECT_FALSE(PropertyList::read(fifo));
-    EXPECT_FALSE(PropertyList::read(QStringLiteral("/dev/zero")));
-
+    for (const QString &file : {path("missing.plist"), path("no/such/folder/x.plist"), QString(),
+                                m_dir.path(), fifo, QString("/dev/zero")}) {
+        EXPECT_FALSE(PropertyList::read(file)) << file.toStdString();
+    }
+    EXPECT_FALSE(PropertyList::parse(QByteArray()));
     if (geteuid() != 0) {
-        const QString file = write(QStringLiteral("secret.plist"), xmlDocument("<dict/>"));
+        const QString file = write("secret.plist", xmlDocument("<dict/>"));
         ASSERT_EQ(::chmod(QFile::encodeName(file).constData(), 0), 0);
         EXPECT_FALSE(PropertyList::readDictionary(file));
-        ::chmod(QFile::encodeName(file).constData(), 0600);
-        EXPECT_TRUE(PropertyList::readDictionary(file));
-    }
-}
-
-TEST_F(PropertyListTest, MalformedFilesAreNoValue)
-{
-    const QList<QByteArray> bad{
-        "not a property list at all",
-        "<?xml version=\"1.0\"?>",
-        xmlDocument("<dict><key>a</key><string>b</dict>"),
-        xmlDocument("<dict><key>a</key><integer>1</integer>"),
-        xmlDocument("<array><string>never closed"),
-        xmlDocument("<unknown>x</unknown>"),
-        xmlDocument("<date>not a date</date>").left(90),
-        QByteArray("bplist00"),
-        QByteArray("bplist00\x00\x01\x02\x03", 12),
-        QByteArray("bplist00") + QByteArray(40, '\xff'),
-        QByteArray("\x00\x00\x00\x00", 4),
-        libplistJob().chopped(5),
-        // A dictionary key in UTF-16 holding U+0000, on which libplist aborts the process.
-        TestFiles::read(QStringLiteral(KAIRO_TEST_DATA_DIR "/fuzz/crash-nul-key-utf16.plist")),
-    };
-    for (int i = 0; i < bad.size(); ++i) {
-        const QString file = write(QStringLiteral("bad%1.plist").arg(i), bad[i]);
-        EXPECT_FALSE(PropertyList::readDictionary(file)) << i;
-        EXPECT_FALSE(PropertyList::readArray(file)) << i;
     }
 }
 
@@ -359,7 +297,7 @@ TEST_F(PropertyListTest, MalformedFilesAreNoValue)
 // prefix is taken for the whole dictionary.
 TEST_F(PropertyListTest, TruncatedAndCorruptFilesNeverCrash)
 {
-    const QByteArray binary = libplistJob();
+    const QByteArray binary = binaryOf(everyType());
     for (const QByteArray &whole : {PropertyList::toXml(everyType()), binary}) {
         const auto full = PropertyList::parse(whole);
         ASSERT_TRUE(full);
@@ -387,9 +325,8 @@ TEST_F(PropertyListTest, ReadsAHugeFile)
     const QByteArray item = "<string>an item of the huge property list, number</string>\n";
     const int count = 10 * 1024 * 1024 / item.size() + 1;
     const QString file =
-        write(QStringLiteral("huge.plist"),
-              xmlDocument("<dict><key>items</key><array>\n" + item.repeated(count) +
-                          "</array><key>last</key><integer>7</integer></dict>"));
+        write("huge.plist", xmlDocument("<dict><key>items</key><array>\n" + item.repeated(count) +
+                                        "</array><key>last</key><integer>7</integer></dict>"));
     const auto dict = PropertyList::readDictionary(file);
     ASSERT_TRUE(dict);
     EXPECT_EQ(static_cast<int>(dict->value("items").array().size()), count);
@@ -403,9 +340,8 @@ TEST_F(PropertyListTest, HostileNestingIsRefused)
 {
     const int depth = 100000;
     const QByteArray arrays = QByteArray("<array>").repeated(depth);
-    EXPECT_FALSE(
-        PropertyList::read(write(QStringLiteral("deep.plist"),
-                                 xmlDocument(arrays + QByteArray("</array>").repeated(depth)))));
+    EXPECT_FALSE(PropertyList::read(
+        write("deep.plist", xmlDocument(arrays + QByteArray("</array>").repeated(depth)))));
     EXPECT_FALSE(PropertyList::parse(xmlDocument(arrays)));
     EXPECT_FALSE(PropertyList::parse(xmlDocument(QByteArray("<dict><key>k</key>").repeated(depth) +
                                                  "<string>x</string>" +
@@ -429,15 +365,11 @@ TEST_F(PropertyListTest, HostileNestingIsRefused)
         objects.emplace_back();
         return binaryArrays(objects);
     };
-    EXPECT_FALSE(
-        PropertyList::read(write(QStringLiteral("deep-binary.plist"), chain(depth + 1, 1))));
+    EXPECT_FALSE(PropertyList::read(write("deep-binary.plist", chain(depth + 1, 1))));
     EXPECT_TRUE(PropertyList::parse(chain(50, 1)));
     EXPECT_FALSE(PropertyList::parse(binaryArrays({{0}})));
     EXPECT_FALSE(PropertyList::parse(binaryArrays({{1}, {2}, {0}})));
-    QElapsedTimer timer;
-    timer.start();
     EXPECT_FALSE(PropertyList::parse(chain(40, 2)));
-    EXPECT_LT(timer.elapsed(), 2000);
     const auto shared = PropertyList::parse(binaryArrays({std::vector<quint32>(10, 1), {}}));
     ASSERT_TRUE(shared);
     EXPECT_EQ(shared->array().size(), 10u);
@@ -452,7 +384,7 @@ TEST_F(PropertyListTest, RoundTripOfEveryType)
     for (int i = 99; i >= 0; --i) {
         dict.insert(QStringLiteral("k%1").arg((i * 37) % 100), PlistValue(i));
     }
-    const QString file = path(QStringLiteral("every.plist"));
+    const QString file = path("every.plist");
     QString error;
     ASSERT_TRUE(PropertyList::writeXml(PlistValue(dict), file, &error)) << error.toStdString();
     const auto back = PropertyList::read(file);
@@ -482,21 +414,20 @@ TEST_F(PropertyListTest, RoundTripOfEveryType)
 
 TEST_F(PropertyListTest, WritesReplaceAndCreateTakesOnlyAFreeName)
 {
-    const QString file = path(QStringLiteral("job.plist"));
+    const QString file = path("job.plist");
     for (int i = 0; i < 20; ++i) {
         ASSERT_TRUE(PropertyList::writeXml(labelled(PlistValue(QString::number(i))), file));
     }
-    EXPECT_EQ(label(file), QStringLiteral("19"));
+    EXPECT_EQ(label(file), "19");
 
-    const QString created = path(QStringLiteral("created.plist"));
+    const QString created = path("created.plist");
     bool taken = true;
     ASSERT_TRUE(PropertyList::createXml(labelled(PlistValue("first")), created, &taken));
     EXPECT_FALSE(taken);
     EXPECT_FALSE(PropertyList::createXml(labelled(PlistValue("second")), created, &taken));
     EXPECT_TRUE(taken);
-    EXPECT_EQ(label(created), QStringLiteral("first"));
-    EXPECT_FALSE(PropertyList::createXml(PlistValue(PlistDict{}),
-                                         path(QStringLiteral("no/folder.plist")), &taken));
+    EXPECT_EQ(label(created), "first");
+    EXPECT_FALSE(PropertyList::createXml(PlistValue(PlistDict{}), path("no/folder.plist"), &taken));
     EXPECT_FALSE(taken);
     EXPECT_EQ(folderEntries(m_dir.path()), (QStringList{"created.plist", "job.plist"}));
 }
@@ -505,18 +436,18 @@ TEST_F(PropertyListTest, WritesReplaceAndCreateTakesOnlyAFreeName)
 // and what is no file stay, and nothing is waited for.
 TEST_F(PropertyListTest, StaleTemporariesOfKilledWritersAreRemoved)
 {
-    const QString stale = write(QStringLiteral(".com.vantreel.ScheduledTask1.plist.a1B2c3"), "x");
-    const QString busy = write(QStringLiteral(".com.vantreel.ScheduledTask2.plist.Zz9yY8"), "x");
+    const QString stale = write(".com.vantreel.ScheduledTask1.plist.a1B2c3", "x");
+    const QString busy = write(".com.vantreel.ScheduledTask2.plist.Zz9yY8", "x");
     const int writer = ::open(QFile::encodeName(busy).constData(), O_RDONLY);
     ASSERT_GE(writer, 0);
     ASSERT_EQ(::flock(writer, LOCK_EX), 0);
-    const QStringList kept{busy, write(QStringLiteral(".other.plist.a1B2c3"), "x"),
-                           write(QStringLiteral(".com.vantreel.ScheduledTask3.plist.short"), "x"),
-                           write(QStringLiteral("com.vantreel.ScheduledTask4.plist"), "x"),
-                           path(QStringLiteral(".com.vantreel.ScheduledTask5.plist.fifo12"))};
+    const QStringList kept{busy, write(".other.plist.a1B2c3", "x"),
+                           write(".com.vantreel.ScheduledTask3.plist.short", "x"),
+                           write("com.vantreel.ScheduledTask4.plist", "x"),
+                           path(".com.vantreel.ScheduledTask5.plist.fifo12")};
     ASSERT_EQ(::mkfifo(QFile::encodeName(kept.last()).constData(), 0644), 0);
 
-    PropertyList::removeStaleTemporaries(m_dir.path(), QStringLiteral("com.vantreel."));
+    PropertyList::removeStaleTemporaries(m_dir.path(), "com.vantreel.");
     ::close(writer);
     EXPECT_FALSE(QFileInfo::exists(stale));
     for (const QString &file : kept) {
@@ -530,18 +461,18 @@ TEST_F(PropertyListTest, StaleTemporariesOfKilledWritersAreRemoved)
 TEST_F(PropertyListTest, FailedWritesKeepTheOldFileWhole)
 {
     QString error;
-    EXPECT_FALSE(PropertyList::writeXml(PlistValue(PlistDict{}),
-                                        path(QStringLiteral("no/folder/x.plist")), &error));
+    EXPECT_FALSE(
+        PropertyList::writeXml(PlistValue(PlistDict{}), path("no/folder/x.plist"), &error));
     EXPECT_FALSE(error.isEmpty());
     error.clear();
-    EXPECT_FALSE(PropertyList::writeXml(PlistValue(), path(QStringLiteral("none.plist")), &error));
+    EXPECT_FALSE(PropertyList::writeXml(PlistValue(), path("none.plist"), &error));
     EXPECT_FALSE(error.isEmpty());
-    const QString folder = path(QStringLiteral("folder.plist"));
-    QDir().mkpath(folder + QStringLiteral("/child"));
+    const QString folder = path("folder.plist");
+    QDir().mkpath(folder + "/child");
     EXPECT_FALSE(PropertyList::writeXml(PlistValue(PlistDict{}), folder));
-    EXPECT_TRUE(QFileInfo(folder + QStringLiteral("/child")).isDir());
+    EXPECT_TRUE(QFileInfo(folder + "/child").isDir());
 
-    const QString file = path(QStringLiteral("job.plist"));
+    const QString file = path("job.plist");
     ASSERT_TRUE(PropertyList::writeXml(labelled(PlistValue("old")), file));
     const QByteArray oldBytes = TestFiles::read(file);
     PlistArray big;
@@ -565,7 +496,7 @@ TEST_F(PropertyListTest, FailedWritesKeepTheOldFileWhole)
     EXPECT_EQ(TestFiles::read(file), oldBytes);
     EXPECT_EQ(folderEntries(m_dir.path()), (QStringList{"folder.plist", "job.plist"}));
     ASSERT_TRUE(PropertyList::writeXml(bigValue, file));
-    EXPECT_EQ(label(file), QStringLiteral("new"));
+    EXPECT_EQ(label(file), "new");
 
     if (geteuid() != 0) {
         ASSERT_EQ(::chmod(QFile::encodeName(m_dir.path()).constData(), 0555), 0);
@@ -573,55 +504,14 @@ TEST_F(PropertyListTest, FailedWritesKeepTheOldFileWhole)
         EXPECT_FALSE(PropertyList::writeXml(labelled(PlistValue("denied")), file, &error));
         ::chmod(QFile::encodeName(m_dir.path()).constData(), 0755);
         EXPECT_FALSE(error.isEmpty());
-        EXPECT_EQ(label(file), QStringLiteral("new"));
+        EXPECT_EQ(label(file), "new");
         EXPECT_EQ(folderEntries(m_dir.path()), (QStringList{"folder.plist", "job.plist"}));
     }
 }
 
-// While one thread rewrites a file again and again, another thread reading it always sees
-// one whole version or the other, never a partial file.
-TEST_F(PropertyListTest, ReaderNeverSeesAPartialFile)
-{
-    const QString file = path(QStringLiteral("busy.plist"));
-    PlistArray a;
-    PlistArray b;
-    for (int i = 0; i < 5000; ++i) {
-        a.emplace_back(QStringLiteral("version A line %1").arg(i));
-        b.emplace_back(QStringLiteral("version B line %1 with more text").arg(i));
-    }
-    const PlistValue first(PlistDict{{"Label", PlistValue("A")}, {"items", PlistValue(a)}});
-    const PlistValue second(PlistDict{{"Label", PlistValue("B")}, {"items", PlistValue(b)}});
-    ASSERT_TRUE(PropertyList::writeXml(first, file));
-
-    std::atomic<bool> done{false};
-    std::atomic<int> reads{0};
-    std::atomic<int> bad{0};
-    std::thread reader([&] {
-        while (!done.load()) {
-            const auto value = PropertyList::readDictionary(file);
-            const QString v = value ? value->value("Label").string() : QString();
-            const size_t n = value ? value->value("items").array().size() : 0;
-            if (!value || (v != QLatin1String("A") && v != QLatin1String("B")) || n != 5000) {
-                ++bad;
-            }
-            ++reads;
-        }
-    });
-    for (int i = 0; i < 40; ++i) {
-        EXPECT_TRUE(PropertyList::writeXml(i % 2 ? first : second, file));
-    }
-    while (reads.load() < 20) {
-        std::this_thread::yield();
-    }
-    done = true;
-    reader.join();
-    EXPECT_EQ(bad.load(), 0) << "of " << reads.load() << " reads";
-    EXPECT_EQ(folderEntries(m_dir.path()), QStringList{QStringLiteral("busy.plist")});
-}
-
 TEST_F(PropertyListTest, KeepsPermissionsAndWritesThroughSymbolicLinks)
 {
-    const QString file = path(QStringLiteral("mode.plist"));
+    const QString file = path("mode.plist");
     ASSERT_TRUE(PropertyList::writeXml(PlistValue(PlistDict{}), file));
     ASSERT_EQ(::chmod(QFile::encodeName(file).constData(), 0640), 0);
     ASSERT_TRUE(PropertyList::writeXml(labelled(PlistValue("a")), file));
@@ -633,15 +523,15 @@ TEST_F(PropertyListTest, KeepsPermissionsAndWritesThroughSymbolicLinks)
     // A new file gets the usual mode for the process's umask.
     const mode_t mask = ::umask(022);
     ::umask(mask);
-    const QString fresh = path(QStringLiteral("fresh.plist"));
+    const QString fresh = path("fresh.plist");
     ASSERT_TRUE(PropertyList::writeXml(PlistValue(PlistDict{}), fresh));
     ASSERT_EQ(::stat(QFile::encodeName(fresh).constData(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0666u & ~mask);
 
-    const QString link = path(QStringLiteral("link.plist"));
+    const QString link = path("link.plist");
     ASSERT_TRUE(QFile::link(file, link));
     ASSERT_TRUE(PropertyList::writeXml(labelled(PlistValue("b")), link));
-    EXPECT_EQ(label(link), QStringLiteral("b"));
+    EXPECT_EQ(label(link), "b");
     // Root replaces a link instead: whoever planted it must not choose what root writes.
     EXPECT_EQ(QFileInfo(link).isSymLink(), ::geteuid() != 0);
     EXPECT_EQ(label(file), QLatin1String(::geteuid() == 0 ? "a" : "b"));
@@ -651,15 +541,15 @@ TEST_F(PropertyListTest, KeepsPermissionsAndWritesThroughSymbolicLinks)
 // program), are read and written under exactly their own names.
 TEST_F(PropertyListTest, UnusualFileNames)
 {
-    const QString oddFolder = path(QStringLiteral("odd \"folder\"\nname"));
+    const QString oddFolder = path("odd \"folder\"\nname");
     QDir().mkpath(oddFolder);
     const QStringList names{
-        QStringLiteral("with spaces in name.plist"),
-        QStringLiteral("it's \"quoted\" %@ %d.plist"),
-        QStringLiteral("new\nline.plist"),
+        "with spaces in name.plist",
+        "it's \"quoted\" %@ %d.plist",
+        "new\nline.plist",
         QString::fromUtf8("\xc3\xa9t\xc3\xa9 \xf0\x9f\x98\x80.plist"),
-        QStringLiteral(" leading and trailing .plist "),
-        QStringLiteral("odd \"folder\"\nname/x.plist"),
+        " leading and trailing .plist ",
+        "odd \"folder\"\nname/x.plist",
     };
     for (const QString &name : names) {
         const QString file = path(name);
@@ -667,38 +557,21 @@ TEST_F(PropertyListTest, UnusualFileNames)
         EXPECT_EQ(label(file), name);
     }
     EXPECT_EQ(folderEntries(m_dir.path()).size(), names.size());
-    const QString rawFolder = path(QStringLiteral("raw"));
-    QDir().mkpath(rawFolder);
-    const QByteArray folder = QFile::encodeName(rawFolder);
-    const QByteArray rawName("job-\xff\xfe-latin1-caf\xe9.plist");
-    const QByteArray rawPath = folder + '/' + rawName;
-    {
-        const int fd = ::open(rawPath.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        ASSERT_GE(fd, 0);
-        const QByteArray content = xmlDocument("<dict><key>Label</key><string>raw</string></dict>");
-        ASSERT_EQ(::write(fd, content.constData(), static_cast<size_t>(content.size())),
-                  content.size());
-        ::close(fd);
-    }
-    // Found by listing the folder, read and rewritten in place under that name.
-    const QStringList listed = FileNames::entryList(rawFolder);
-    ASSERT_EQ(listed.size(), 1);
-    EXPECT_EQ(FileNames::encode(listed.first()), rawName);
-    const QString file = rawFolder + QLatin1Char('/') + listed.first();
-    EXPECT_EQ(label(file), QStringLiteral("raw"));
-    ASSERT_TRUE(PropertyList::writeXml(labelled(PlistValue("rewritten")), file));
-    EXPECT_EQ(FileNames::entryList(rawFolder), listed);
-    EXPECT_EQ(label(file), QStringLiteral("rewritten"));
-    // A new file under a name that is not UTF-8.
-    const QString created = FileNames::decode(folder + "/new-\x80\x81.plist");
-    ASSERT_TRUE(PropertyList::writeXml(PlistValue(PlistDict{}), created));
+    // A name that is not UTF-8 (as another program may write it) is written under exactly
+    // its bytes, found by listing the folder and rewritten in place.
+    QDir().mkpath(path("raw"));
+    const QByteArray rawPath = QFile::encodeName(path("raw")) + "/job-\xff\xfe-caf\xe9.plist";
+    const QString raw = FileNames::decode(rawPath);
+    ASSERT_TRUE(PropertyList::writeXml(labelled(PlistValue("raw")), raw));
     struct stat st
     {};
-    EXPECT_EQ(::stat((folder + "/new-\x80\x81.plist").constData(), &st), 0);
-    EXPECT_TRUE(PropertyList::readDictionary(created));
-    // Qt cannot remove these names: clean up here.
-    ::unlink(rawPath.constData());
-    ::unlink((folder + "/new-\x80\x81.plist").constData());
+    EXPECT_EQ(::stat(rawPath.constData(), &st), 0);
+    const QStringList listed = FileNames::entryList(path("raw"));
+    ASSERT_EQ(listed, QStringList{raw.section(QLatin1Char('/'), -1)});
+    ASSERT_TRUE(PropertyList::writeXml(labelled(PlistValue("again")), path("raw/") + listed[0]));
+    EXPECT_EQ(FileNames::entryList(path("raw")), listed);
+    EXPECT_EQ(label(raw), "again");
+    ::unlink(rawPath.constData()); // Qt cannot remove such a name
 }
 
 TEST(FileNamesTest, DecodingKeepsEveryByte)
@@ -715,5 +588,5 @@ TEST(FileNamesTest, DecodingKeepsEveryByte)
     }
     EXPECT_EQ(FileNames::decode("caf\xc3\xa9"), QString::fromUtf8("caf\xc3\xa9"));
     EXPECT_EQ(FileNames::decode("x\xe9y\xc3\xa9"), QString::fromUtf16(u"x\xdce9y\u00e9"));
-    EXPECT_TRUE(FileNames::entryList(QStringLiteral("/no/such/folder")).isEmpty());
+    EXPECT_TRUE(FileNames::entryList("/no/such/folder").isEmpty());
 }

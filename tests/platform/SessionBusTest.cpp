@@ -1,4 +1,6 @@
+#include "platform/SessionBus.h"
 #include "platform/DBusSessionBus.h"
+#include "platform/DistributedNotification.h"
 #include "testsupport/DBusDaemon.h"
 #include "testsupport/FakeIdentity.h"
 #include "testsupport/Sandbox.h"
@@ -9,6 +11,8 @@
 #include <QDBusConnectionInterface>
 #include <QDBusReply>
 #include <QFileInfo>
+#include <QProcess>
+#include <QSignalSpy>
 #include <QThread>
 
 #include <memory>
@@ -29,9 +33,17 @@ protected:
         identity->home = sandbox.home();
     }
 
+    void TearDown() override { SessionBus::setCurrent(nullptr); }
+
+    // Sends the signal as another program of the session would.
+    static int dbusSend(const QString &path, const QString &member)
+    {
+        return QProcess::execute("dbus-send", {"--session", "--type=signal", path, member});
+    }
+
     static QString address(const std::optional<DBusSessionBus::Target> &target)
     {
-        return target ? target->address : QStringLiteral("(none)");
+        return target ? target->address : "(none)";
     }
 
     // A file where a bus socket would be.
@@ -43,40 +55,38 @@ protected:
     }
 };
 
+// Addresses that would start a bus or name none are no bus; socket paths are escaped as
+// address values.
 TEST_F(SessionBusTest, AddressesThatWouldStartOrNameNoBusAreNoBus)
 {
-    EXPECT_EQ(DBusSessionBus::usableAddress(QString()), QString());
-    EXPECT_EQ(DBusSessionBus::usableAddress(QStringLiteral("disabled:")), QString());
-    EXPECT_EQ(DBusSessionBus::usableAddress(QStringLiteral("autolaunch:")), QString());
-    EXPECT_EQ(DBusSessionBus::usableAddress(QStringLiteral("  ")), QString());
-    EXPECT_EQ(DBusSessionBus::usableAddress(QStringLiteral("autolaunch:;unix:path=/run/bus")),
-              QStringLiteral("unix:path=/run/bus"));
-    EXPECT_EQ(DBusSessionBus::usableAddress(
-                  QStringLiteral("unix:abstract=/tmp/x,guid=1;tcp:host=localhost,port=1")),
-              QStringLiteral("unix:abstract=/tmp/x,guid=1;tcp:host=localhost,port=1"));
-
-    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", QStringLiteral("autolaunch:"));
-    EXPECT_FALSE(DBusSessionBus::target());
-    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", QString());
+    const std::pair<const char *, const char *> usable[] = {
+        {"", ""},
+        {"disabled:", ""},
+        {"autolaunch:", ""},
+        {"  ", ""},
+        {"autolaunch:;unix:path=/run/bus", "unix:path=/run/bus"},
+        {"unix:abstract=/tmp/x,guid=1;tcp:host=localhost,port=1",
+         "unix:abstract=/tmp/x,guid=1;tcp:host=localhost,port=1"},
+    };
+    for (const auto &[given, expected] : usable) {
+        EXPECT_EQ(DBusSessionBus::usableAddress(given), QString(expected)) << given;
+    }
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", "autolaunch:");
     EXPECT_FALSE(DBusSessionBus::target());
     EXPECT_FALSE(DBusSessionBus().connection());
-
-    // Socket paths are escaped as address values.
-    EXPECT_EQ(DBusSessionBus::unixPathAddress(QStringLiteral("/run/user/1000/bus")),
-              QStringLiteral("unix:path=/run/user/1000/bus"));
-    EXPECT_EQ(DBusSessionBus::unixPathAddress(QStringLiteral("/tmp/a b,c;d=e%")),
-              QStringLiteral("unix:path=/tmp/a%20b%2cc%3bd%3de%25"));
+    EXPECT_EQ(DBusSessionBus::unixPathAddress("/tmp/a b,c;d=e%"),
+              "unix:path=/tmp/a%20b%2cc%3bd%3de%25");
 }
 
 TEST_F(SessionBusTest, TheEnvironmentComesFirstThenTheRuntimeFolder)
 {
-    const QString runtime = sandbox.mkdir(QStringLiteral("run/user"));
+    const QString runtime = sandbox.mkdir("run/user");
     sandbox.setEnv("XDG_RUNTIME_DIR", runtime);
-    socketAt(QStringLiteral("run/user/bus"));
+    socketAt("run/user/bus");
 
-    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", QStringLiteral("unix:path=/elsewhere"));
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/elsewhere");
     auto target = DBusSessionBus::target();
-    EXPECT_EQ(address(target), QStringLiteral("unix:path=/elsewhere"));
+    EXPECT_EQ(address(target), "unix:path=/elsewhere");
     EXPECT_FALSE(target && target->connectAs);
 
     sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", std::nullopt);
@@ -86,42 +96,40 @@ TEST_F(SessionBusTest, TheEnvironmentComesFirstThenTheRuntimeFolder)
 
     // No socket in the runtime folder, none in /run/user for this user: no bus.
     QFile::remove(runtime + "/bus");
-    EXPECT_EQ(address(DBusSessionBus::target()), QStringLiteral("(none)"));
+    EXPECT_EQ(address(DBusSessionBus::target()), "(none)");
 }
 
 TEST_F(SessionBusTest, AsRootTheConsoleUsersBusIsReachedAsThatUser)
 {
     identity->uid = 0;
-    identity->console = QStringLiteral("anna");
-    identity->uids.insert(QStringLiteral("anna"), 1000);
+    identity->console = "anna";
+    identity->uids.insert("anna", 1000);
     // Root's own runtime folder names root's bus, not anna's.
-    sandbox.setEnv("XDG_RUNTIME_DIR", sandbox.mkdir(QStringLiteral("run/root")));
-    socketAt(QStringLiteral("run/root/bus"));
+    sandbox.setEnv("XDG_RUNTIME_DIR", sandbox.mkdir("run/root"));
+    socketAt("run/root/bus");
 
-    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", QStringLiteral("unix:path=/run/user/1000/bus"));
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/run/user/1000/bus");
     auto target = DBusSessionBus::target();
     ASSERT_TRUE(target);
-    EXPECT_EQ(target->address, QStringLiteral("unix:path=/run/user/1000/bus"));
+    EXPECT_EQ(target->address, "unix:path=/run/user/1000/bus");
     EXPECT_EQ(target->connectAs, std::optional<uid_t>(1000));
 
     // Without the variable only /run/user/1000/bus would do; a name without an account
     // gives no bus at all.
     sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", std::nullopt);
     EXPECT_EQ(address(DBusSessionBus::target()),
-              QFileInfo::exists("/run/user/1000/bus")
-                  ? QStringLiteral("unix:path=/run/user/1000/bus")
-                  : QStringLiteral("(none)"));
-    identity->console = QStringLiteral("nobody-known");
-    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", QStringLiteral("unix:path=/x"));
+              QFileInfo::exists("/run/user/1000/bus") ? "unix:path=/run/user/1000/bus" : "(none)");
+    identity->console = "nobody-known";
+    sandbox.setEnv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/x");
     EXPECT_FALSE(DBusSessionBus::target());
 
     // With nobody at the console root's own bus is used.
     for (const std::optional<QString> &console :
-         {std::optional<QString>(), std::optional<QString>(QStringLiteral("loginwindow"))}) {
+         {std::optional<QString>(), std::optional<QString>("loginwindow")}) {
         identity->console = console;
         target = DBusSessionBus::target();
         ASSERT_TRUE(target);
-        EXPECT_EQ(target->address, QStringLiteral("unix:path=/x"));
+        EXPECT_EQ(target->address, "unix:path=/x");
         EXPECT_FALSE(target->connectAs);
     }
 }
@@ -209,8 +217,8 @@ TEST_F(SessionBusTest, AsRootTheConnectionIsMadeWithTheConsoleUsersId)
     DBusDaemon daemon(options);
     ASSERT_TRUE(daemon.isRunning()) << daemon.error().toStdString();
     identity->uid = 0;
-    identity->console = QStringLiteral("anna");
-    identity->uids.insert(QStringLiteral("anna"), 65534);
+    identity->console = "anna";
+    identity->uids.insert("anna", 65534);
 
     DBusSessionBus bus;
     const auto connection = bus.connection();
@@ -219,4 +227,47 @@ TEST_F(SessionBusTest, AsRootTheConnectionIsMadeWithTheConsoleUsersId)
     const QDBusReply<uint> user = connection->interface()->serviceUid(connection->baseService());
     ASSERT_TRUE(user.isValid()) << user.error().message().toStdString();
     EXPECT_EQ(user.value(), 65534u);
+}
+
+// A posted notification reaches listeners of its name only; another program's signal is
+// heard only on the notification's path and interface.
+TEST_F(SessionBusTest, APostedNotificationReachesListenersOfItsNameOnly)
+{
+    DBusDaemon daemon;
+    ASSERT_TRUE(daemon.isRunning()) << daemon.error().toStdString();
+    // Listener and poster on connections of their own, as two processes would be.
+    SessionBus::setCurrent(std::make_shared<DBusSessionBus>());
+    DistributedNotification reload("VTShortcutKeysReload");
+    DistributedNotification other("VTSomethingElse");
+    ASSERT_TRUE(reload.isListening());
+    QSignalSpy reloads(&reload, &DistributedNotification::received);
+    QSignalSpy others(&other, &DistributedNotification::received);
+
+    SessionBus::setCurrent(std::make_shared<DBusSessionBus>());
+    ASSERT_TRUE(DistributedNotification::post("VTShortcutKeysReload"));
+    ASSERT_TRUE(reloads.wait(5000));
+    EXPECT_EQ(reloads.at(0).at(0).toString(), "VTShortcutKeysReload");
+
+    const QString path = "/com/vantreel/DistributedNotification";
+    const QString member = "com.vantreel.DistributedNotification.VTShortcutKeysReload";
+    ASSERT_EQ(dbusSend("/com/vantreel/Elsewhere", member), 0);
+    ASSERT_EQ(dbusSend(path, "com.vantreel.Other.VTShortcutKeysReload"), 0);
+    ASSERT_EQ(dbusSend(path, member), 0);
+    ASSERT_TRUE(reloads.wait(5000));
+    // Signals of one sender arrive in order: the two wrong ones came first and were dropped.
+    EXPECT_EQ(reloads.size(), 2);
+    EXPECT_EQ(others.size(), 0);
+}
+
+TEST_F(SessionBusTest, WithoutABusOrASignalNameNothingIsPostedOrHeard)
+{
+    DistributedNotification reload("VTShortcutKeysReload");
+    EXPECT_FALSE(reload.isListening());
+    EXPECT_FALSE(DistributedNotification::post("VTShortcutKeysReload"));
+
+    DBusDaemon daemon;
+    ASSERT_TRUE(daemon.isRunning()) << daemon.error().toStdString();
+    EXPECT_FALSE(DistributedNotification::post("not a name"));
+    EXPECT_FALSE(DistributedNotification::post(QString()));
+    EXPECT_FALSE(DistributedNotification("not a name").isListening());
 }

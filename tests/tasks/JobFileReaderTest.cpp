@@ -1,22 +1,16 @@
 #include "TasksFixture.h"
 
 #include "platform/PropertyList.h"
-#include "platform/Workspace.h"
-#include "support/VTException.h"
-#include "tasks/JobFileReader.h"
 #include "tasks/VTScheduledTask.h"
 #include "testsupport/TestFiles.h"
 
 #include <QDir>
 #include <QFile>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 class JobFileReaderTest : public TasksFixture
 {
 protected:
-    QString file(const QString &name = QStringLiteral("com.vantreel.ScheduledTask1.plist")) const
+    QString file(const QString &name = "com.vantreel.ScheduledTask1.plist") const
     {
         return agents() + "/" + name;
     }
@@ -28,8 +22,7 @@ protected:
                       {"Program", quill + "/Contents/MacOS/Quill"},
                       {"ProgramArguments", QStringList({"Quill", "-backup"})}};
         if (withEnvironment) {
-            job.insert(QStringLiteral("EnvironmentVariables"),
-                       PlistDict{{"VTAppBundleID", "com.vantreel.Quill"}});
+            job.insert("EnvironmentVariables", PlistDict{{"VTAppBundleID", "com.vantreel.Quill"}});
         }
         for (const auto &entry : extra) {
             job.insert(entry.key, entry.value);
@@ -41,11 +34,7 @@ protected:
 
     static PlistValue calendar(std::initializer_list<PlistDict> elements)
     {
-        PlistArray array;
-        for (const PlistDict &e : elements) {
-            array.emplace_back(e);
-        }
-        return PlistValue(array);
+        return PlistValue(PlistArray(elements.begin(), elements.end()));
     }
 };
 
@@ -55,11 +44,11 @@ TEST_F(JobFileReaderTest, EveryTypeTheWriterMakesReadsBack)
     for (qint64 type : {0, 1, 2, 3, 4, 5, 7, 8}) {
         auto written = std::make_shared<VTScheduledTask>();
         written->setFilename(file());
-        written->setTaskBundleID(QStringLiteral("com.vantreel.Quill"));
+        written->setTaskBundleID("com.vantreel.Quill");
         written->setTaskArguments(QStringList({"-clean", "-quiet"}));
         written->setScheduleType(type);
         written->setInterval(calendarInterval);
-        written->setIntervalDirectory(QStringLiteral("/srv/inbox"));
+        written->setIntervalDirectory("/srv/inbox");
         written->setEnabled(type % 2 == 0);
         ASSERT_TRUE(written->saveData()) << type;
 
@@ -67,66 +56,51 @@ TEST_F(JobFileReaderTest, EveryTypeTheWriterMakesReadsBack)
         ASSERT_TRUE(read) << type;
         EXPECT_EQ(read->scheduleType(), type);
         EXPECT_EQ(read->taskArguments(), QStringList({"-clean", "-quiet"}));
-        EXPECT_EQ(read->taskDescription(), QStringLiteral("Clean caches"));
-        EXPECT_EQ(read->taskID(), QStringLiteral("clean"));
+        EXPECT_EQ(read->taskDescription(), "Clean caches");
+        EXPECT_EQ(read->taskID(), "clean");
         EXPECT_EQ(read->enabled(), type % 2 == 0);
         EXPECT_EQ(read->intervalSeconds(), 10);
         // Headless reads draw no icon; the window gets one from its provider.
         EXPECT_FALSE(read->icon().isValid());
         EXPECT_EQ(read->interval(), type == 7 ? calendarInterval : PlistDict());
-        EXPECT_EQ(read->intervalDirectory(), type == 8 ? QStringLiteral("/srv/inbox") : QString());
+        EXPECT_EQ(read->intervalDirectory(), type == 8 ? "/srv/inbox" : QString());
     }
 }
 
-TEST_F(JobFileReaderTest, PresenceNotValueDecides)
+// The presence of a trigger key decides, not its value; only the first calendar element
+// decides the fixed schedules; a job without a trigger is of no known type.
+TEST_F(JobFileReaderTest, WhichKeysDecideTheSchedule)
 {
-    writeJob({{QStringLiteral("RunAtLoad"), false}, {QStringLiteral("StartOnMount"), true}});
-    EXPECT_EQ(VTScheduledTask::taskWithFilename(file())->scheduleType(), ScheduleAtStartup);
-    writeJob({{QStringLiteral("Disabled"), false}, {QStringLiteral("StartOnMount"), false}});
-    const auto task = VTScheduledTask::taskWithFilename(file());
-    EXPECT_EQ(task->scheduleType(), ScheduleOnMount);
-    EXPECT_EQ(task->enabled(), false);
-}
-
-TEST_F(JobFileReaderTest, OnlyTheFirstCalendarElementDecidesTheFixedSchedules)
-{
-    struct Case
-    {
-        PlistValue calendar;
-        qint64 type;
-    };
-    const Case cases[] = {
-        {calendar({{{"Minute", 30}}, {{"Hour", 2}}}), ScheduleCalendar},
-        {calendar({{{"Hour", 7}}, {{"Minute", 30}}}), ScheduleDaily},
-        {calendar({{{"Minute", 0}}, {{"Day", 12}}}), ScheduleHourly},
-        {calendar({{{"Day", 1}, {"Weekday", 1}}}), ScheduleMonthly},
-        {calendar({{{"Weekday", 1}, {"Hour", 7}}}), ScheduleWeekly},
+    const std::pair<PlistDict, qint64> cases[] = {
+        {{{"RunAtLoad", false}, {"StartOnMount", true}}, ScheduleAtStartup},
+        {{{"Disabled", false}, {"StartOnMount", false}}, ScheduleOnMount},
+        {{{"StartCalendarInterval", calendar({{{"Minute", 30}}, {{"Hour", 2}}})}},
+         ScheduleCalendar},
+        {{{"StartCalendarInterval", calendar({{{"Hour", 7}}, {{"Minute", 30}}})}}, ScheduleDaily},
+        {{{"StartCalendarInterval", calendar({{{"Minute", 0}}, {{"Day", 12}}})}}, ScheduleHourly},
+        {{{"StartCalendarInterval", calendar({{{"Day", 1}, {"Weekday", 1}}})}}, ScheduleMonthly},
+        {{{"StartCalendarInterval", calendar({{{"Weekday", 1}, {"Hour", 7}}})}}, ScheduleWeekly},
         // An absent Minute is not a zero Minute.
-        {calendar({{{"Hour", 2}}}), ScheduleCalendar},
-        {calendar({}), ScheduleUnknown},
-        {calendar({PlistDict(), {{"Hour", 5}}}), ScheduleCalendar},
+        {{{"StartCalendarInterval", calendar({{{"Hour", 2}}})}}, ScheduleCalendar},
+        {{{"StartCalendarInterval", calendar({})}}, ScheduleUnknown},
+        {{{"StartCalendarInterval", calendar({PlistDict(), {{"Hour", 5}}})}}, ScheduleCalendar},
+        {{}, ScheduleUnknown},
+        {{{"WatchPaths", PlistValue(PlistArray{})}}, ScheduleUnknown},
     };
-    for (const Case &c : cases) {
-        writeJob({{"StartCalendarInterval", c.calendar}});
+    for (const auto &[extra, type] : cases) {
+        writeJob(extra);
         const auto task = VTScheduledTask::taskWithFilename(file());
         ASSERT_TRUE(task);
-        EXPECT_EQ(task->scheduleType(), c.type) << c.calendar.description().toStdString();
+        EXPECT_EQ(task->scheduleType(), type) << PlistValue(extra).description().toStdString();
+        EXPECT_EQ(task->enabled(), !extra.contains("Disabled"));
     }
+    EXPECT_EQ(VTScheduledTask::taskWithFilename(file())->frequencyStringFromScheduleType(),
+              "Unknown");
     writeJob(
         {{"StartCalendarInterval", calendar({{{"Minute", 30}}, {{"Hour", 2}}, {{"Minute", 45}}})}});
     const auto merged = VTScheduledTask::taskWithFilename(file());
     EXPECT_EQ(merged->interval()->value("Minute").integerValue(), 45);
     EXPECT_EQ(merged->interval()->keys(), QStringList({"Minute", "Hour"}));
-}
-
-TEST_F(JobFileReaderTest, JobsWithoutAScheduleAreUnknownNotFailures)
-{
-    writeJob({});
-    EXPECT_EQ(VTScheduledTask::taskWithFilename(file())->scheduleType(), ScheduleUnknown);
-    writeJob({{"WatchPaths", PlistValue(PlistArray{})}});
-    EXPECT_EQ(VTScheduledTask::taskWithFilename(file())->scheduleType(), ScheduleUnknown);
-    EXPECT_EQ(VTScheduledTask::taskWithFilename(file())->frequencyStringFromScheduleType(),
-              QStringLiteral("Unknown"));
 }
 
 // The recorded command ID wins; only the program name leaves the defaults; a moved
@@ -137,8 +111,8 @@ TEST_F(JobFileReaderTest, WhatIsReadOfOddJobs)
     writeJob({{"EnvironmentVariables",
                PlistDict{{"VTAppBundleID", "com.vantreel.Quill"}, {"VTCommandID", "legacy-id"}}}});
     auto task = VTScheduledTask::taskWithFilename(file());
-    EXPECT_EQ(task->taskID(), QStringLiteral("legacy-id"));
-    EXPECT_EQ(task->taskDescription(), QStringLiteral("Back up the library"));
+    EXPECT_EQ(task->taskID(), "legacy-id");
+    EXPECT_EQ(task->taskDescription(), "Back up the library");
 
     writeJob({{"ProgramArguments", QStringList{"Quill"}}});
     task = VTScheduledTask::taskWithFilename(file());
@@ -146,13 +120,12 @@ TEST_F(JobFileReaderTest, WhatIsReadOfOddJobs)
     EXPECT_EQ(task->taskDescription(), QString());
 
     writeJob({{"Program", "/Old/Place/Quill.app/Contents/MacOS/Quill"}});
-    EXPECT_EQ(VTScheduledTask::taskWithFilename(file())->taskBundleID(),
-              QStringLiteral("com.vantreel.Quill"));
+    EXPECT_EQ(VTScheduledTask::taskWithFilename(file())->taskBundleID(), "com.vantreel.Quill");
 
     writeJob({}, false);
     task = VTScheduledTask::taskWithFilename(file());
-    EXPECT_EQ(task->taskBundleID(), QStringLiteral("com.vantreel.Quill"));
-    EXPECT_EQ(task->taskDescription(), QStringLiteral("Back up the library"));
+    EXPECT_EQ(task->taskBundleID(), "com.vantreel.Quill");
+    EXPECT_EQ(task->taskDescription(), "Back up the library");
     // A program path without ".app" cannot be cut: the error reaches the caller.
     writeJob({{"Program", "/usr/bin/true"}}, false);
     EXPECT_THROW(VTScheduledTask::taskWithFilename(file()), std::exception);
@@ -160,11 +133,10 @@ TEST_F(JobFileReaderTest, WhatIsReadOfOddJobs)
 
 TEST_F(JobFileReaderTest, MissingUnreadableAndForeignFilesGiveNothingSilently)
 {
-    QDir().mkpath(agents());
-    TestFiles::write(file(QStringLiteral("a.plist")), "garbage");
-    TestFiles::write(file(QStringLiteral("b.plist")),
+    TestFiles::write(file("a.plist"), "garbage");
+    TestFiles::write(file("b.plist"),
                      "<?xml version=\"1.0\"?><plist version=\"1.0\"><array/></plist>");
-    TestFiles::write(file(QStringLiteral("c.plist")), "");
+    TestFiles::write(file("c.plist"), "");
     for (const char *name : {"a.plist", "b.plist", "c.plist", "none.plist"}) {
         TestFiles::CaptureStderr console;
         EXPECT_FALSE(VTScheduledTask::taskWithFilename(file(QLatin1String(name))));
@@ -173,57 +145,35 @@ TEST_F(JobFileReaderTest, MissingUnreadableAndForeignFilesGiveNothingSilently)
     EXPECT_TRUE(alerts->asked.empty());
 }
 
+// The question names what it cannot find: the application, the executable of a found
+// bundle, or nothing known; removal is offered and done without unloading.
 TEST_F(JobFileReaderTest, AVanishedApplicationIsOfferedForRemoval)
 {
     writeJob({{"EnvironmentVariables", PlistDict{{"VTAppBundleID", "com.vantreel.Vanished"}}}});
-    alerts->answer = VTAlert::AlternateReturn;
     EXPECT_FALSE(VTScheduledTask::taskWithFilename(file()));
     ASSERT_EQ(alerts->asked.size(), 1u);
     const VTAlertRequest &asked = alerts->asked.front();
-    EXPECT_EQ(asked.messageText, QStringLiteral("Unable to locate executable file"));
+    EXPECT_EQ(asked.messageText, "Unable to locate executable file");
     EXPECT_EQ(asked.informativeText,
               QStringLiteral("Kairo Planner cannot find Vanished.\n\nThis task is invalid - would "
                              "you like to remove it?"));
-    EXPECT_EQ(asked.defaultButton, QStringLiteral("Remove Task"));
+    EXPECT_EQ(asked.defaultButton, "Remove Task");
     EXPECT_TRUE(QFileInfo::exists(file()));
 
     alerts->answer = VTAlert::DefaultReturn;
     EXPECT_FALSE(VTScheduledTask::taskWithFilename(file()));
     EXPECT_FALSE(QFileInfo::exists(file()));
-    // Removed without unloading.
     EXPECT_TRUE(launchctl->calls().isEmpty());
-}
 
-TEST_F(JobFileReaderTest, TheQuestionNamesWhatItCannotFind)
-{
-    // A missing executable in a found bundle is named by its path.
+    alerts->answer = VTAlert::AlternateReturn;
     QFile::remove(quill + "/Contents/MacOS/Quill");
     writeJob({});
     VTScheduledTask::taskWithFilename(file());
-    ASSERT_EQ(alerts->asked.size(), 1u);
-    EXPECT_TRUE(alerts->asked[0].informativeText.startsWith("Kairo Planner cannot find " + quill +
-                                                            "/Contents/MacOS/Quill."));
-
-    // Neither a program nor a bundle identifier.
     PropertyList::writeXml(PlistValue(PlistDict{{"Label", "x"}}), file());
     VTScheduledTask::taskWithFilename(file());
-    ASSERT_EQ(alerts->asked.size(), 2u);
-    EXPECT_TRUE(alerts->asked[1].informativeText.startsWith(
-        QStringLiteral("Kairo Planner cannot find Unknown Application.")));
-}
-
-TEST_F(JobFileReaderTest, WithoutAPersonToAskNothingIsRemoved)
-{
-    VTAlert::setPresenter(nullptr); // the headless presenter: no display, no terminal here
-    const int savedInput = dup(STDIN_FILENO);
-    const int nothing = ::open("/dev/null", O_RDONLY);
-    dup2(nothing, STDIN_FILENO);
-    ::close(nothing);
-    writeJob({{"EnvironmentVariables", PlistDict{{"VTAppBundleID", "com.vantreel.Vanished"}}}});
-    TestFiles::CaptureStderr console;
-    EXPECT_FALSE(VTScheduledTask::taskWithFilename(file()));
-    console.finish();
-    dup2(savedInput, STDIN_FILENO);
-    ::close(savedInput);
-    EXPECT_TRUE(QFileInfo::exists(file()));
+    ASSERT_EQ(alerts->asked.size(), 4u);
+    EXPECT_TRUE(alerts->asked[2].informativeText.startsWith("Kairo Planner cannot find " + quill +
+                                                            "/Contents/MacOS/Quill."));
+    EXPECT_TRUE(alerts->asked[3].informativeText.startsWith(
+        "Kairo Planner cannot find Unknown Application."));
 }

@@ -12,8 +12,7 @@ class TaskCatalogueTest : public TasksFixture
 protected:
     QString make(const QString &id, const PlistValue &tasks, bool inInfoPlist = false)
     {
-        return ClientApps::make(applications, id, QStringLiteral("com.vantreel.") + id, tasks,
-                                inInfoPlist);
+        return ClientApps::make(applications, id, "com.vantreel." + id, tasks, inInfoPlist);
     }
 
     // Runs argumentsFromTaskID and returns the console lines it printed.
@@ -43,12 +42,11 @@ TEST_F(TaskCatalogueTest, EachFailureIsReportedWithItsOwnText)
         QString bundleID;
         QString message;
     };
-    make(QStringLiteral("Empty"), PlistValue(PlistArray{}));
-    make(QStringLiteral("Old"), oldForm());
-    make(QStringLiteral("NoCommand"),
-         PlistValue(PlistArray{ClientApps::entry(QStringLiteral("a"), {}, QStringLiteral("A"))}));
+    make("Empty", PlistValue(PlistArray{}));
+    make("Old", oldForm());
+    make("NoCommand", PlistValue(PlistArray{ClientApps::entry("a", {}, "A")}));
     // A catalogue that is no dictionary falls back to Info.plist, which has no tasks.
-    const QString broken = make(QStringLiteral("Broken"), PlistValue(PlistArray{}));
+    const QString broken = make("Broken", PlistValue(PlistArray{}));
     TestFiles::write(broken + "/Contents/VTTasks.plist", "not a property list");
 
     const Case cases[] = {
@@ -70,83 +68,63 @@ TEST_F(TaskCatalogueTest, EachFailureIsReportedWithItsOwnText)
     }
 }
 
-TEST_F(TaskCatalogueTest, AStringEntryIsOldFormatOnlyWhenReachedFirst)
+// A string entry is the old format only when reached first; the catalogue may live in
+// Info.plist, also behind a VTTasks.plist that is no dictionary; of two equal commands
+// the first names the task.
+TEST_F(TaskCatalogueTest, WhereTheEntryIsFound)
 {
-    const PlistValue before(
-        PlistArray{PlistValue(QStringLiteral("stray")),
-                   ClientApps::entry(QStringLiteral("go"), {QStringLiteral("-go")}, "Go")});
-    const PlistValue after(
-        PlistArray{ClientApps::entry(QStringLiteral("go"), {QStringLiteral("-go")}, "Go"),
-                   PlistValue(QStringLiteral("stray"))});
-    make(QStringLiteral("Before"), before);
-    make(QStringLiteral("After"), after);
-
-    std::optional<QStringList> arguments;
-    EXPECT_TRUE(consoleOf(QStringLiteral("go"), QStringLiteral("com.vantreel.Before"), &arguments)
-                    .contains(QStringLiteral("application uses old task format")));
-    EXPECT_FALSE(arguments);
-    consoleOf(QStringLiteral("go"), QStringLiteral("com.vantreel.After"), &arguments);
-    EXPECT_EQ(arguments, QStringList{"-go"});
-}
-
-TEST_F(TaskCatalogueTest, TheCatalogueMayLiveInInfoPlist)
-{
-    make(
-        QStringLiteral("Inline"),
-        PlistValue(PlistArray{ClientApps::entry(QStringLiteral("x"), {QStringLiteral("-x")}, "X")}),
-        true);
-    std::optional<QStringList> arguments;
-    consoleOf(QStringLiteral("x"), QStringLiteral("com.vantreel.Inline"), &arguments);
-    EXPECT_EQ(arguments, QStringList{"-x"});
-
-    // A VTTasks.plist that is no dictionary falls back to Info.plist as well.
-    const QString bundle = applications + "/Inline.app";
-    TestFiles::write(bundle + "/Contents/VTTasks.plist",
+    const PlistValue go = ClientApps::entry("go", {"-go"}, "Go");
+    make("Before", PlistValue(PlistArray{PlistValue("stray"), go}));
+    make("After", PlistValue(PlistArray{go, PlistValue("stray")}));
+    make("Inline", PlistValue(PlistArray{go}), true);
+    make("Hidden", PlistValue(PlistArray{go}), true);
+    TestFiles::write(applications + "/Hidden.app/Contents/VTTasks.plist",
                      "<?xml version=\"1.0\"?><plist version=\"1.0\"><array/></plist>");
-    consoleOf(QStringLiteral("x"), QStringLiteral("com.vantreel.Inline"), &arguments);
-    EXPECT_EQ(arguments, QStringList{"-x"});
+    std::optional<QStringList> arguments;
+    EXPECT_TRUE(consoleOf("go", "com.vantreel.Before", &arguments)
+                    .contains("application uses old task format"));
+    EXPECT_FALSE(arguments);
+    for (const char *app : {"com.vantreel.After", "com.vantreel.Inline", "com.vantreel.Hidden"}) {
+        consoleOf("go", QLatin1String(app), &arguments);
+        EXPECT_EQ(arguments, QStringList{"-go"}) << app;
+    }
+
+    make("Twice", PlistValue(PlistArray{ClientApps::entry("one", {"-go"}, "First"),
+                                        ClientApps::entry("two", {"-go"}, "Second")}));
+    VTScheduledTask task;
+    task.setTaskBundleID("com.vantreel.Twice");
+    task.setTaskArguments(QStringList{"-go"});
+    EXPECT_EQ(task.descriptionFromArguments(), "First");
+    EXPECT_EQ(task.taskID(), "one");
 }
 
 TEST_F(TaskCatalogueTest, DescriptionsOfBothForms)
 {
     VTScheduledTask task;
-    task.setTaskBundleID(QStringLiteral("com.vantreel.Quill"));
+    task.setTaskBundleID("com.vantreel.Quill");
     task.setTaskArguments(QStringList{"-clean", "-quiet"});
-    EXPECT_EQ(task.descriptionFromArguments(), QStringLiteral("Clean caches"));
-    EXPECT_EQ(task.taskID(), QStringLiteral("clean"));
+    EXPECT_EQ(task.descriptionFromArguments(), "Clean caches");
+    EXPECT_EQ(task.taskID(), "clean");
 
     // The old form still names tasks, even though it can no longer create them.
-    make(QStringLiteral("Old"), oldForm());
+    make("Old", oldForm());
     VTScheduledTask old;
-    old.setTaskBundleID(QStringLiteral("com.vantreel.Old"));
+    old.setTaskBundleID("com.vantreel.Old");
     old.setTaskArguments(QStringList{"-backup", "-quiet"});
-    EXPECT_EQ(old.descriptionFromArguments(), QStringLiteral("Quiet backup"));
+    EXPECT_EQ(old.descriptionFromArguments(), "Quiet backup");
     EXPECT_FALSE(old.taskID().has_value());
 
     // Unknown arguments leave the ID alone.
-    task.setTaskID(QStringLiteral("kept"));
+    task.setTaskID("kept");
     task.setTaskArguments(QStringList{"-clean"});
     EXPECT_FALSE(task.descriptionFromArguments().has_value());
-    EXPECT_EQ(task.taskID(), QStringLiteral("kept"));
+    EXPECT_EQ(task.taskID(), "kept");
 
     task.setTaskArguments(QStringList());
     EXPECT_FALSE(task.descriptionFromArguments().has_value());
     task.setTaskArguments(QStringList{"-clean", "-quiet"});
     task.setTaskBundleID(std::nullopt);
     EXPECT_FALSE(task.descriptionFromArguments().has_value());
-}
-
-TEST_F(TaskCatalogueTest, TheFirstOfTwoEqualCommandsWins)
-{
-    make(QStringLiteral("Twice"),
-         PlistValue(PlistArray{
-             ClientApps::entry(QStringLiteral("one"), {QStringLiteral("-go")}, "First"),
-             ClientApps::entry(QStringLiteral("two"), {QStringLiteral("-go")}, "Second")}));
-    VTScheduledTask task;
-    task.setTaskBundleID(QStringLiteral("com.vantreel.Twice"));
-    task.setTaskArguments(QStringList{"-go"});
-    EXPECT_EQ(task.descriptionFromArguments(), QStringLiteral("First"));
-    EXPECT_EQ(task.taskID(), QStringLiteral("one"));
 }
 
 TEST_F(TaskCatalogueTest, RootChoiceOfAnEntry)

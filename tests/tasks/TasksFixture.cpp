@@ -7,8 +7,8 @@
 void TasksFixture::SetUp()
 {
     identity->home = sandbox.home();
-    identity->homes.insert(QStringLiteral("anna"), sandbox.home());
-    applications = sandbox.mkdir(QStringLiteral("Applications"));
+    identity->homes.insert("anna", sandbox.home());
+    applications = sandbox.mkdir("Applications");
     sandbox.setEnv("VT_APP_SEARCH_PATH", applications);
     launchctl = std::make_unique<LaunchctlRecorder>(sandbox);
     // Unless a test says otherwise, every alert is answered with its second button.
@@ -27,12 +27,12 @@ void TasksFixture::TearDown()
 
 QString TasksFixture::agents() const
 {
-    return sandbox.home() + QStringLiteral("/Library/LaunchAgents");
+    return sandbox.home() + "/Library/LaunchAgents";
 }
 
 QString TasksFixture::daemons() const
 {
-    return sandbox.localRoot() + QStringLiteral("/Library/LaunchDaemons");
+    return sandbox.localRoot() + "/Library/LaunchDaemons";
 }
 
 PlistDict TasksFixture::readJob(const QString &path) const

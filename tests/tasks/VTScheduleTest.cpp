@@ -25,36 +25,33 @@ QString friendly(const char *minute, const char *hour, const char *day, const ch
 
 } // namespace
 
+// No wildcard syntax: an asterisk or a letter stores 0, nothing is range checked, extra
+// fields are ignored and keys keep the expression's order; fewer than five fields raise.
 TEST(IntervalExpressionTest, FieldsAreMinuteHourDayWeekdayMonth)
 {
-    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString("30,2,,,"),
-              interval({{"Minute", 30}, {"Hour", 2}}));
-    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString(",,,,3"), interval({{"Month", 3}}));
-    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString(",,,,"), PlistDict());
-    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString("(null),5,(null),(null),(null)"),
-              interval({{"Hour", 5}}));
-    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString("0,9,,1,"),
-              interval({{"Minute", 0}, {"Hour", 9}, {"Weekday", 1}}));
-    // Extra fields are ignored.
-    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString("1,2,3,4,5,6"),
-              interval({{"Minute", 1}, {"Hour", 2}, {"Day", 3}, {"Weekday", 4}, {"Month", 5}}));
-    // Keys keep the expression's order.
+    const std::pair<const char *, PlistDict> cases[] = {
+        {"30,2,,,", interval({{"Minute", 30}, {"Hour", 2}})},
+        {",,,,3", interval({{"Month", 3}})},
+        {",,,,", PlistDict()},
+        {"(null),5,(null),(null),(null)", interval({{"Hour", 5}})},
+        {"1,2,3,4,5,6",
+         interval({{"Minute", 1}, {"Hour", 2}, {"Day", 3}, {"Weekday", 4}, {"Month", 5}})},
+        {"*,x,75, 7b,-3",
+         interval({{"Minute", 0}, {"Hour", 0}, {"Day", 75}, {"Weekday", 7}, {"Month", -3}})},
+    };
+    for (const auto &[text, expected] : cases) {
+        EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString(text), expected) << text;
+    }
     EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString("15,,1,,12").keys(),
               QStringList({"Minute", "Day", "Month"}));
-    // No wildcard syntax: an asterisk or a letter stores 0, and nothing is range checked.
-    EXPECT_EQ(VTScheduledTask::intervalDictionaryFromString("*,x,75, 7b,-3"),
-              interval({{"Minute", 0}, {"Hour", 0}, {"Day", 75}, {"Weekday", 7}, {"Month", -3}}));
-}
-
-TEST(IntervalExpressionTest, FewerThanFiveFieldsRaiseToTheCaller)
-{
-    try {
-        VTScheduledTask::intervalDictionaryFromString("1,2,3");
-        FAIL() << "no error raised";
-    } catch (const std::exception &e) {
-        EXPECT_EQ(VTException::nameOf(e), QStringLiteral("NSRangeException"));
+    for (const char *text : {"1,2,3", ""}) {
+        try {
+            VTScheduledTask::intervalDictionaryFromString(text);
+            ADD_FAILURE() << "no error raised for " << text;
+        } catch (const std::exception &e) {
+            EXPECT_EQ(VTException::nameOf(e), "NSRangeException");
+        }
     }
-    EXPECT_THROW(VTScheduledTask::intervalDictionaryFromString(""), std::exception);
 }
 
 TEST(FriendlyIntervalTest, TheSentencesOfEachCombination)
@@ -106,11 +103,11 @@ TEST_F(FrequencyTextTest, SecondsCalendarAndFolderSchedules)
     task.setInterval(interval({{"Hour", 14}, {"Minute", 0}}));
     EXPECT_EQ(textFor(7), "Every day at 14:00");
 
-    identity->home = QStringLiteral("/home/anna");
-    task.setIntervalDirectory(QStringLiteral("/home/anna/Documents/Inbox"));
+    identity->home = "/home/anna";
+    task.setIntervalDirectory("/home/anna/Documents/Inbox");
     EXPECT_EQ(textFor(8), "Whenever ~/Documents/Inbox changes");
-    task.setIntervalDirectory(QStringLiteral("/srv/share"));
+    task.setIntervalDirectory("/srv/share");
     EXPECT_EQ(textFor(8), "Whenever /srv/share changes");
-    task.setIntervalDirectory(QStringLiteral("/home/annabel/x"));
+    task.setIntervalDirectory("/home/annabel/x");
     EXPECT_EQ(textFor(8), "Whenever /home/annabel/x changes");
 }
