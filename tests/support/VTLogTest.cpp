@@ -44,8 +44,14 @@ protected:
     }
 };
 
-TEST_F(VTLogTest, NewLogStartsWithTheMachineHeader)
+// A new log shifts the five generations and starts with the machine's header; the first
+// name given sticks.
+TEST_F(VTLogTest, NewLogShiftsTheGenerationsAndStartsWithTheMachineHeader)
 {
+    QDir().mkpath(folder);
+    for (int i = 1; i <= 5; ++i) {
+        TestFiles::write(generation(i), QByteArray("old ") + QByteArray::number(i));
+    }
     const QString bundle =
         TestFiles::makeBundle(sandbox.path(), QStringLiteral("Kairo Planner"),
                               {{QStringLiteral("CFBundleVersion"), QStringLiteral("42")}});
@@ -72,6 +78,14 @@ TEST_F(VTLogTest, NewLogStartsWithTheMachineHeader)
             .match(lines[5])
             .hasMatch())
         << lines[5].toStdString();
+    for (int i = 2; i <= 5; ++i) {
+        EXPECT_EQ(TestFiles::read(generation(i)), QByteArray("old ") + QByteArray::number(i - 1));
+    }
+    EXPECT_FALSE(QFileInfo::exists(folder + "/Test.6.log"));
+    VTLog::createNewLog(QStringLiteral("Other"));
+    VTLog::appendLog(QStringLiteral("after"));
+    EXPECT_TRUE(current().last().endsWith(QStringLiteral(" - after")));
+    EXPECT_FALSE(QFileInfo::exists(folder + "/Other.1.log"));
 
     // Without a bundle the version and path lines are left out.
     VTLog::resetForTesting();
@@ -80,26 +94,6 @@ TEST_F(VTLogTest, NewLogStartsWithTheMachineHeader)
     const QStringList bare = current();
     ASSERT_EQ(bare.size(), 3);
     EXPECT_TRUE(bare[1].startsWith(QStringLiteral("System: Linux ")));
-}
-
-TEST_F(VTLogTest, StartingALogShiftsTheFiveGenerations)
-{
-    QDir().mkpath(folder);
-    for (int i = 1; i <= 5; ++i) {
-        TestFiles::write(generation(i), QByteArray("old ") + QByteArray::number(i));
-    }
-    VTLog::createNewLog(QStringLiteral("Test"));
-    for (int i = 2; i <= 5; ++i) {
-        EXPECT_EQ(TestFiles::read(generation(i)), QByteArray("old ") + QByteArray::number(i - 1));
-    }
-    EXPECT_TRUE(current().first().startsWith(QStringLiteral("Log started: ")));
-    EXPECT_FALSE(QFileInfo::exists(folder + "/Test.6.log"));
-
-    // The first name given sticks.
-    VTLog::createNewLog(QStringLiteral("Other"));
-    VTLog::appendLog(QStringLiteral("after"));
-    EXPECT_TRUE(current().last().endsWith(QStringLiteral(" - after")));
-    EXPECT_FALSE(QFileInfo::exists(folder + "/Other.1.log"));
 }
 
 TEST_F(VTLogTest, GlobalSwitchTurnsLoggingOff)
@@ -126,18 +120,34 @@ TEST_F(VTLogTest, GlobalSwitchTurnsLoggingOff)
     }
 }
 
-TEST_F(VTLogTest, MessagesAreTrimmedAndAnEmptyOneStillMakesALine)
+// Without a log file a message goes to the console. Messages are trimmed, an empty one
+// still makes a line, and a short one on an idle queue is written before the call returns;
+// appendLogAndPrint reads its text as a format twice.
+TEST_F(VTLogTest, MessagesAreTrimmedAndPrinted)
 {
+    TestFiles::CaptureStderr console;
+    VTLog::sharedController().setAppName(QStringLiteral("Test"));
+    VTLog::appendLog(QStringLiteral("nowhere to go"));
+    VTLog::finishWriting();
+    const QString printed = console.finish();
+    EXPECT_TRUE(
+        printed.contains(QStringLiteral("Unable to log the following information: nowhere to go")));
+    EXPECT_TRUE(printed.contains(QStringLiteral("Unable to open log for output")));
+
+    VTLog::resetForTesting();
     VTLog::createNewLog(QStringLiteral("Test"));
     VTLog::appendLog(QStringLiteral("  \n padded \t\n"));
     VTLog::appendLog(QStringLiteral(" \n "));
-    // A short message on an idle queue is written before the call returns.
     VTLog::appendLog(QString(99, QLatin1Char('x')));
     EXPECT_TRUE(
         TestFiles::lines(generation(1)).last().endsWith(" - " + QString(99, QLatin1Char('x'))));
+    TestFiles::CaptureStderr printing;
+    VTLog::appendLogAndPrint(QStringLiteral("  Saved %@  "), QStringLiteral("50%% of it"));
+    EXPECT_TRUE(printing.finish().contains(QStringLiteral("] Saved 50%% of it\n")));
     const QStringList lines = current();
-    EXPECT_TRUE(lines[lines.size() - 3].endsWith(QStringLiteral(" - padded")));
-    EXPECT_TRUE(lines[lines.size() - 2].endsWith(QStringLiteral(" - ")));
+    EXPECT_TRUE(lines[lines.size() - 4].endsWith(QStringLiteral(" - padded")));
+    EXPECT_TRUE(lines[lines.size() - 3].endsWith(QStringLiteral(" - ")));
+    EXPECT_TRUE(lines.last().endsWith(QStringLiteral(" - Saved 50% of it")));
     EXPECT_EQ(VTLog::sharedController().bytesInQueue(), 0u);
 }
 
@@ -220,26 +230,4 @@ TEST_F(VTLogTest, AsRootTheFileIsLocalWhileTheUsersFolderIsRotated)
     const QStringList lines = TestFiles::lines(local + "/Test.1.log");
     EXPECT_TRUE(lines.first().startsWith(QStringLiteral("Log started: ")));
     EXPECT_TRUE(lines.last().endsWith(QStringLiteral(" - as root")));
-}
-
-TEST_F(VTLogTest, WithoutALogFileTheMessageGoesToTheConsole)
-{
-    TestFiles::CaptureStderr console;
-    VTLog::sharedController().setAppName(QStringLiteral("Test"));
-    VTLog::appendLog(QStringLiteral("nowhere to go"));
-    VTLog::finishWriting();
-    const QString printed = console.finish();
-    EXPECT_TRUE(
-        printed.contains(QStringLiteral("Unable to log the following information: nowhere to go")));
-    EXPECT_TRUE(printed.contains(QStringLiteral("Unable to open log for output")));
-}
-
-TEST_F(VTLogTest, AppendLogAndPrintReadsItsTextTwice)
-{
-    VTLog::createNewLog(QStringLiteral("Test"));
-    TestFiles::CaptureStderr console;
-    VTLog::appendLogAndPrint(QStringLiteral("  Saved %@  "), QStringLiteral("50%% of it"));
-    const QString printed = console.finish();
-    EXPECT_TRUE(printed.contains(QStringLiteral("] Saved 50%% of it\n")));
-    EXPECT_TRUE(current().last().endsWith(QStringLiteral(" - Saved 50% of it")));
 }
