@@ -12,11 +12,11 @@
 #include <QDBusMessage>
 #include <QDeadlineTimer>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QThread>
 
 #include <chrono>
 #include <csignal>
+#include <functional>
 #include <memory>
 
 void PrintTo(const QString &text, std::ostream *os)
@@ -53,16 +53,10 @@ public:
     }
 
     bool ready() const { return m_ready; }
-    QString service() const
+    QString name() const
     {
-        return m_which == QLatin1String("tessel")
-                   ? QStringLiteral("com.vantreel.VTTesselClientCallback")
-                   : QStringLiteral("com.vantreel.VTQuillClientCallback");
-    }
-    QString path() const
-    {
-        return m_which == QLatin1String("tessel") ? QStringLiteral("/VTTesselClientCallback")
-                                                  : QStringLiteral("/VTQuillClientCallback");
+        return m_which == QLatin1String("tessel") ? QStringLiteral("VTTesselClientCallback")
+                                                  : QStringLiteral("VTQuillClientCallback");
     }
 
     // Every message the object received, once a marker sent after them on the connection
@@ -74,7 +68,7 @@ public:
         if (!bus) {
             return {QStringLiteral("(no bus)")};
         }
-        bus->send(QDBusMessage::createMethodCall(service(), path(),
+        bus->send(QDBusMessage::createMethodCall("com.vantreel." + name(), '/' + name(),
                                                  QStringLiteral("com.vantreel.Test"),
                                                  QStringLiteral("mark"))
                   << token);
@@ -200,79 +194,59 @@ TEST_F(VTTaskNotificationTest, AClientGetsTheFormsItHas)
     EXPECT_EQ(TestFiles::logMessages(), QStringList());
 }
 
-TEST_F(VTTaskNotificationTest, TheFirstNameWinsAndTheSecondIsFound)
-{
-    DBusDaemon bus;
-    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
-    CallbackClient tessel(QStringLiteral("plain"), QStringLiteral("tessel"), record("tessel"));
-    ASSERT_TRUE(tessel.ready());
-    VTTaskNotification::postTaskErrorString(
-        QStringLiteral("Kairo Planner: No tasks found in application"));
-    EXPECT_EQ(
-        tessel.received(),
-        QStringList({"postErrorString|s|noreply|Kairo Planner: No tasks found in application"}));
-
-    CallbackClient quill(QStringLiteral("plain"), QStringLiteral("quill"), record("quill"));
-    ASSERT_TRUE(quill.ready());
-    VTTaskNotification::postTaskFinished();
-    EXPECT_EQ(quill.received(), QStringList({"postFinishedTask||noreply"}));
-    EXPECT_EQ(tessel.received().size(), 1);
-}
-
-TEST_F(VTTaskNotificationTest, AClientThatDoesNotAnswerIsLoggedNeverRaised)
+// A client that does not answer, and an error value the bus cannot carry, are logged and
+// never raised; nothing was sent, so there was nothing to wait for.
+TEST_F(VTTaskNotificationTest, FailuresAreLoggedNeverRaised)
 {
     DBusDaemon bus;
     ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
     CallbackClient client(QStringLiteral("rich"), QStringLiteral("quill"), record("quill"));
     ASSERT_TRUE(client.ready());
-    client.pause();
-
-    TestFiles::CaptureStderr console;
-    VTTaskNotification::postTaskErrorString(QStringLiteral("Kairo Planner: boom"));
-    const QString printed = console.finish();
-    client.resume();
-
-    const QString expected = QStringLiteral(
-        "Exception in VTTaskNotification::postTaskErrorString. NSPortTimeoutException - Unable "
-        "to introspect com.vantreel.VTQuillClientCallback: ");
-    const QStringList messages = TestFiles::logMessages();
-    ASSERT_EQ(messages.size(), 1);
-    EXPECT_TRUE(messages[0].startsWith(expected)) << messages[0].toStdString();
-    EXPECT_TRUE(printed.contains(expected)) << printed.toStdString();
-    // Nothing was sent, so there was nothing to wait for.
+    const std::pair<std::function<void()>, QString> cases[] = {
+        {[] { VTTaskNotification::postTaskError(QVariant()); },
+         "Exception in VTTaskNotification::postTaskError. NSPortSendException - Unable to send "
+         "postErrorForApp to com.vantreel.VTQuillClientCallback"},
+        {[&] {
+             client.pause();
+             VTTaskNotification::postTaskErrorString(QStringLiteral("Kairo Planner: boom"));
+             client.resume();
+         },
+         "Exception in VTTaskNotification::postTaskErrorString. NSPortTimeoutException - Unable "
+         "to introspect com.vantreel.VTQuillClientCallback: "},
+    };
+    for (const auto &[post, expected] : cases) {
+        VTLog::createNewLog(QStringLiteral("Test"));
+        TestFiles::CaptureStderr console;
+        post();
+        const QString printed = console.finish();
+        const QStringList messages = TestFiles::logMessages();
+        ASSERT_EQ(messages.size(), 1);
+        EXPECT_TRUE(messages[0].startsWith(expected)) << messages[0].toStdString();
+        EXPECT_TRUE(printed.contains(expected)) << printed.toStdString();
+    }
     EXPECT_EQ(pauses(), 0);
     EXPECT_EQ(client.received(), QStringList());
 }
 
-TEST_F(VTTaskNotificationTest, AnErrorValueTheBusCannotCarryIsLogged)
-{
-    DBusDaemon bus;
-    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
-    CallbackClient client(QStringLiteral("rich"), QStringLiteral("quill"), record("quill"));
-    ASSERT_TRUE(client.ready());
-
-    TestFiles::CaptureStderr console;
-    VTTaskNotification::postTaskError(QVariant());
-    console.finish();
-
-    const QStringList messages = TestFiles::logMessages();
-    ASSERT_EQ(messages.size(), 1);
-    EXPECT_TRUE(messages[0].startsWith(QStringLiteral(
-        "Exception in VTTaskNotification::postTaskError. NSPortSendException - Unable to send "
-        "postErrorForApp to com.vantreel.VTQuillClientCallback")))
-        << messages[0].toStdString();
-    EXPECT_EQ(client.received(), QStringList());
-}
-
-TEST_F(VTTaskNotificationTest, ABusThatWentAwayIsLeftAndTheNextOneFound)
+// The first name wins and the second is found; a bus that went away is left and the next
+// one found.
+TEST_F(VTTaskNotificationTest, TheFirstNameWinsAndTheNextBusIsFound)
 {
     auto first = std::make_unique<DBusDaemon>();
     ASSERT_TRUE(first->isRunning()) << first->error().toStdString();
     {
-        CallbackClient client(QStringLiteral("plain"), QStringLiteral("quill"), record("first"));
-        ASSERT_TRUE(client.ready());
+        CallbackClient tessel(QStringLiteral("plain"), QStringLiteral("tessel"), record("tessel"));
+        ASSERT_TRUE(tessel.ready());
+        VTTaskNotification::postTaskErrorString(
+            QStringLiteral("Kairo Planner: No tasks found in application"));
+        EXPECT_EQ(tessel.received(),
+                  QStringList(
+                      {"postErrorString|s|noreply|Kairo Planner: No tasks found in application"}));
+        CallbackClient quill(QStringLiteral("plain"), QStringLiteral("quill"), record("first"));
+        ASSERT_TRUE(quill.ready());
         VTTaskNotification::postTaskFinished();
-        EXPECT_EQ(client.received(), QStringList({"postFinishedTask||noreply"}));
+        EXPECT_EQ(quill.received(), QStringList({"postFinishedTask||noreply"}));
+        EXPECT_EQ(tessel.received().size(), 1);
     }
     first.reset();
 
