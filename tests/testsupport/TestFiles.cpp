@@ -12,13 +12,14 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-void TestFiles::write(const QString &path, const QByteArray &bytes)
+QString TestFiles::write(const QString &path, const QByteArray &bytes)
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
     QFile file(path);
     if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         file.write(bytes);
     }
+    return path;
 }
 
 QByteArray TestFiles::read(const QString &path)
