@@ -30,15 +30,14 @@ protected:
     {
         annaHome = sandbox.home();
         identity->home = annaHome;
-        identity->homes.insert(QStringLiteral("anna"), annaHome);
+        identity->homes.insert("anna", annaHome);
     }
 
     // Root, with its own home where the platform puts it and anna at the console.
-    void becomeRoot(const QString &rootHome,
-                    const std::optional<QString> &console = QStringLiteral("anna"))
+    void becomeRoot(const QString &rootHome, const std::optional<QString> &console = "anna")
     {
         identity->uid = 0;
-        identity->name = QStringLiteral("root");
+        identity->name = "root";
         identity->home = rootHome;
         identity->console = console;
     }
@@ -65,7 +64,7 @@ TEST_F(VTLocalPathsTest, FoldersOfTheUserAndOfTheMachine)
         {VTLocalPaths::localDocumentationDirectory(), root + "/Library/Documentation"},
         {VTLocalPaths::userDirectory(), annaHome},
         {VTLocalPaths::movieDirectory(), annaHome + "/Movies"},
-        {VTLocalPaths::username(), QStringLiteral("anna")},
+        {VTLocalPaths::username(), "anna"},
         {VTLocalPaths::trashDirectory(), annaHome + "/.local/share/Trash/files"},
         // The local domain has no Documents folder, and there is no domain 4.
         {VTLocalPaths::documentDirectory(false), std::nullopt},
@@ -80,12 +79,12 @@ TEST_F(VTLocalPathsTest, FoldersOfTheUserAndOfTheMachine)
     EXPECT_EQ(VTLocalPaths::trashDirectory(), some(sandbox.path() + "/data/Trash/files"));
 
     const std::tuple<QString, std::optional<QString>, std::optional<QString>> roots[] = {
-        {QStringLiteral("/root"), QStringLiteral("anna"), annaHome + "/Library"},
-        {QStringLiteral("/var/root"), QStringLiteral("anna"), annaHome + "/Library"},
-        {sandbox.path() + "/roothome", QStringLiteral("anna"), annaHome + "/Library"},
-        {QStringLiteral("/private/var/root"), QStringLiteral("anna"), annaHome + "/t/Library"},
-        {QStringLiteral("/root"), QStringLiteral("loginwindow"), std::nullopt},
-        {QStringLiteral("/root"), std::nullopt, std::nullopt},
+        {"/root", "anna", annaHome + "/Library"},
+        {"/var/root", "anna", annaHome + "/Library"},
+        {sandbox.path() + "/roothome", "anna", annaHome + "/Library"},
+        {"/private/var/root", "anna", annaHome + "/t/Library"},
+        {"/root", "loginwindow", std::nullopt},
+        {"/root", std::nullopt, std::nullopt},
     };
     for (const auto &[home, console, library] : roots) {
         becomeRoot(home, console);
@@ -155,32 +154,12 @@ TEST_F(VTLocalPathsTest, SystemDirectoryGuard)
     }
 }
 
-TEST_F(VTLocalPathsTest, TimeMachineVolumesTemporaryFilesAndJoinedPaths)
-{
-    EXPECT_TRUE(VTLocalPaths::isPathOnTimeMachineVolume(
-        QStringLiteral("/Volumes/Backup/Backups.backupdb/mac/Latest")));
-    EXPECT_FALSE(VTLocalPaths::isPathOnTimeMachineVolume(QStringLiteral("/Backups.backupdb")));
-    EXPECT_FALSE(VTLocalPaths::isPathOnTimeMachineVolume(
-        QStringLiteral("/Volumes/Backup/Backups.backupdb2/x")));
-
-    // Temporary files are unique and not created.
-    const QString a = VTLocalPaths::tempFile();
-    EXPECT_NE(a, VTLocalPaths::tempFile());
-    EXPECT_TRUE(a.startsWith(VTLocalPaths::tempDirectory() + "/"));
-    EXPECT_FALSE(QFileInfo::exists(a));
-    EXPECT_EQ(VTLocalPaths::uuid().size(), 36);
-
-    EXPECT_EQ(VTLocalPaths::appendPathComponent("/home/anna", "/Library"), "/home/anna/Library");
-    EXPECT_EQ(VTLocalPaths::appendPathComponent("/home/anna/", "Library/"), "/home/anna/Library");
-    EXPECT_EQ(VTLocalPaths::appendPathComponent("/home/anna", ""), "/home/anna");
-}
-
 TEST_F(VTLocalPathsTest, StagingHappensInAFolderOfTheUsersAlone)
 {
-    const QString shared = sandbox.mkdir(QStringLiteral("tmp"));
+    const QString shared = sandbox.mkdir("tmp");
     ::chmod(QFile::encodeName(shared).constData(), 01777);
     sandbox.setEnv("TMPDIR", shared);
-    const QString runtime = sandbox.mkdir(QStringLiteral("runtime"));
+    const QString runtime = sandbox.mkdir("runtime");
     ::chmod(QFile::encodeName(runtime).constData(), 0700);
     sandbox.setEnv("XDG_RUNTIME_DIR", runtime);
     EXPECT_EQ(VTLocalPaths::tempDirectory(), runtime);
