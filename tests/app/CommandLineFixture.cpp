@@ -22,8 +22,7 @@ constexpr uid_t kNobody = 65534;
 
 QStringList asNobody()
 {
-    return {QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
-            QStringLiteral("--clear-groups"), QStringLiteral("--")};
+    return {"--reuid=65534", "--regid=65534", "--clear-groups", "--"};
 }
 
 } // namespace
@@ -35,12 +34,11 @@ void CommandLineFixture::SetUp()
     bus = std::make_unique<DBusDaemon>(options);
     ASSERT_TRUE(bus->isRunning()) << bus->error().toStdString();
     // Quill's callback object, in a process of its own as a client application's is.
-    callbackClient.start(QStringLiteral(NOTIFICATION_CLIENT),
-                         {QStringLiteral("rich"), QStringLiteral("quill"), callbackRecord()});
+    callbackClient.start(QStringLiteral(NOTIFICATION_CLIENT), {"rich", "quill", callbackRecord()});
     ASSERT_TRUE(callbackClient.waitForReadyRead(10000));
     ASSERT_EQ(callbackClient.readLine().trimmed(), "ready");
     launchctl = std::make_unique<LaunchctlRecorder>(sandbox);
-    quill = ClientApps::makeQuill(sandbox.mkdir(QStringLiteral("root/Applications")));
+    quill = ClientApps::makeQuill(sandbox.mkdir("root/Applications"));
 }
 
 void CommandLineFixture::TearDown()
@@ -52,7 +50,7 @@ void CommandLineFixture::TearDown()
 
 QString CommandLineFixture::callbackRecord() const
 {
-    return sandbox.path() + QStringLiteral("/callback.calls");
+    return sandbox.path() + "/callback.calls";
 }
 
 QStringList CommandLineFixture::errors(int count, int field) const
@@ -127,8 +125,7 @@ std::unique_ptr<QProcess> CommandLineFixture::launch(const QList<QByteArray> &ar
     if (!asRoot) {
         handOver();
         if (runningAsRoot()) {
-            words.append(
-                QFile::encodeName(QStandardPaths::findExecutable(QStringLiteral("setpriv"))));
+            words.append(QFile::encodeName(QStandardPaths::findExecutable("setpriv")));
             for (const QString &option : asNobody()) {
                 words.append(option.toUtf8());
             }
@@ -192,18 +189,18 @@ bool CommandLineFixture::finish(QProcess &process)
 
 QString CommandLineFixture::agents() const
 {
-    return sandbox.home() + QStringLiteral("/Library/LaunchAgents");
+    return sandbox.home() + "/Library/LaunchAgents";
 }
 
 QString CommandLineFixture::daemons() const
 {
-    return sandbox.localRoot() + QStringLiteral("/Library/LaunchDaemons");
+    return sandbox.localRoot() + "/Library/LaunchDaemons";
 }
 
 QString CommandLineFixture::job(int number, bool root) const
 {
     return (root ? daemons() : agents()) + QStringLiteral("/com.vantreel.%1ScheduledTask%2.plist")
-                                               .arg(root ? QStringLiteral("Root") : QString())
+                                               .arg(root ? "Root" : QString())
                                                .arg(number);
 }
 

@@ -19,13 +19,13 @@ namespace {
 
 bool hasLine(const QString &text, const QString &message)
 {
-    return text.contains(QStringLiteral("] ") + message + QLatin1Char('\n'));
+    return text.contains("] " + message + QLatin1Char('\n'));
 }
 
 bool logHas(const QStringList &lines, const QString &message)
 {
     for (const QString &line : lines) {
-        if (line.endsWith(QStringLiteral(" - ") + message)) {
+        if (line.endsWith(" - " + message)) {
             return true;
         }
     }
@@ -50,9 +50,9 @@ TEST_F(CommandLineTest, ListingAndTheUnknownSwitch)
 {
     Result r = run({"-tasks"});
     EXPECT_EQ(r.exitCode, 0);
-    EXPECT_EQ(r.out, QStringLiteral("{\n}"));
+    EXPECT_EQ(r.out, "{\n}");
     EXPECT_TRUE(QFileInfo(agents()).isDir() && QFileInfo(daemons()).isDir());
-    EXPECT_TRUE(logHas(logLines(), QStringLiteral("Getting list of scheduled tasks...")));
+    EXPECT_TRUE(logHas(logLines(), "Getting list of scheduled tasks..."));
 
     ASSERT_EQ(add({"backup", "3"}).exitCode, 0);
     ASSERT_EQ(add({"clean", "6", "45"}).exitCode, 0);
@@ -61,8 +61,8 @@ TEST_F(CommandLineTest, ListingAndTheUnknownSwitch)
     EXPECT_FALSE(r.out.endsWith(QLatin1Char('\n')));
     EXPECT_TRUE(r.out.startsWith("{\n    \"" + job(1) + "\" =     {\n"));
     // Saved every N seconds, read back as a calendar task with an empty interval.
-    EXPECT_TRUE(r.out.contains(QStringLiteral("intervalSeconds = 45;")));
-    EXPECT_EQ(r.out.count(QStringLiteral("filename = ")), 2);
+    EXPECT_TRUE(r.out.contains("intervalSeconds = 45;"));
+    EXPECT_EQ(r.out.count("filename = "), 2);
 
     auto process = start({"-Tasks"});
     QThread::msleep(1500);
@@ -78,11 +78,11 @@ TEST_F(CommandLineTest, AddingATaskWritesAndLoadsItsJob)
 {
     const Result r = add({"backup", "3"});
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
-    EXPECT_EQ(readJob(job(1)).value(QStringLiteral("ProgramArguments")).stringList(),
+    EXPECT_EQ(readJob(job(1)).value("ProgramArguments").stringList(),
               QStringList({"Quill", "-backup"}));
     EXPECT_EQ(launchctl->calls(), QStringList({"unload " + job(1), "load " + job(1),
                                                "unload " + job(1), "load " + job(1)}));
-    EXPECT_TRUE(logHas(logLines(), QStringLiteral("Task bundle ID: com.vantreel.Quill...")));
+    EXPECT_TRUE(logHas(logLines(), "Task bundle ID: com.vantreel.Quill..."));
     EXPECT_TRUE(errors(0).isEmpty());
 
     ASSERT_EQ(add({"backup", "3", "-enable", "0"}).exitCode, 0);
@@ -94,14 +94,13 @@ TEST_F(CommandLineTest, AddingATaskWritesAndLoadsItsJob)
     ASSERT_EQ(add({"clean", "6", "300", "-enable"}).exitCode, 0);
     ASSERT_EQ(add({"clean", "6", "45", "enable", "0"}).exitCode, 0);
     for (int n = 1; n <= 8; ++n) {
-        EXPECT_EQ(readJob(job(n)).contains(QStringLiteral("Disabled")), n == 2 || n == 4) << n;
+        EXPECT_EQ(readJob(job(n)).contains("Disabled"), n == 2 || n == 4) << n;
     }
     for (const auto &[n, seconds] : {std::pair(3, 300), std::pair(7, 300), std::pair(8, 45)}) {
-        EXPECT_EQ(readJob(job(n)).value(QStringLiteral("StartInterval")).integerValue(), seconds);
+        EXPECT_EQ(readJob(job(n)).value("StartInterval").integerValue(), seconds);
     }
-    EXPECT_EQ(readJob(job(4)).value(QStringLiteral("StartCalendarInterval")).array().size(), 2u);
-    EXPECT_EQ(readJob(job(5)).value(QStringLiteral("WatchPaths")).stringList(),
-              QStringList{"/srv/inbox"});
+    EXPECT_EQ(readJob(job(4)).value("StartCalendarInterval").array().size(), 2u);
+    EXPECT_EQ(readJob(job(5)).value("WatchPaths").stringList(), QStringList{"/srv/inbox"});
 }
 
 // Each failure is said on the console and, with the prefix, to the client; the client reads
@@ -115,7 +114,7 @@ TEST_F(CommandLineTest, FailuresReachTheConsoleAndTheClient)
         QStringList client;
         QString logged;
     };
-    const QString created = QStringLiteral("Unable to create task");
+    const QString created = "Unable to create task";
     const Case cases[] = {
         {{"-add", "com.vantreel.Quill", "backup"},
          {"Invalid argument count"},
@@ -147,7 +146,7 @@ TEST_F(CommandLineTest, FailuresReachTheConsoleAndTheClient)
             EXPECT_EQ(told.value(total - c.client.size() + i), "Kairo Planner: " + c.client[i]);
         }
     }
-    EXPECT_EQ(errors(0, 4).value(0), QStringLiteral("{appName=Kairo Planner}"));
+    EXPECT_EQ(errors(0, 4).value(0), "{appName=Kairo Planner}");
     EXPECT_TRUE(launchctl->calls().isEmpty());
 }
 
@@ -159,10 +158,10 @@ TEST_F(CommandLineTest, EditEnableDisableAndRemoveOneJob)
     const Result r = run({"-edit", job(1), "com.vantreel.Quill", "clean", "6", "-enable", "0"});
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
     const PlistDict edited = readJob(job(1));
-    EXPECT_EQ(edited.value(QStringLiteral("ProgramArguments")).stringList(),
+    EXPECT_EQ(edited.value("ProgramArguments").stringList(),
               QStringList({"Quill", "-clean", "-quiet"}));
-    EXPECT_TRUE(edited.contains(QStringLiteral("StartInterval")));
-    EXPECT_TRUE(edited.contains(QStringLiteral("Disabled")));
+    EXPECT_TRUE(edited.contains("StartInterval"));
+    EXPECT_TRUE(edited.contains("Disabled"));
     EXPECT_FALSE(QFileInfo::exists(job(2)));
     EXPECT_TRUE(logHas(logLines(), "Filename: " + job(1) + "..."));
     for (const QString &other : {job(1) + "/", job(1).toUpper(), job(9)}) {
@@ -174,9 +173,9 @@ TEST_F(CommandLineTest, EditEnableDisableAndRemoveOneJob)
 
     ASSERT_EQ(add({"backup", "3"}).exitCode, 0);
     ASSERT_EQ(run({"-disable", job(2)}).exitCode, 0);
-    EXPECT_TRUE(readJob(job(2)).contains(QStringLiteral("Disabled")));
+    EXPECT_TRUE(readJob(job(2)).contains("Disabled"));
     ASSERT_EQ(run({"-enable", job(2)}).exitCode, 0);
-    EXPECT_FALSE(readJob(job(2)).contains(QStringLiteral("Disabled")));
+    EXPECT_FALSE(readJob(job(2)).contains("Disabled"));
     EXPECT_TRUE(logHas(logLines(), "Preparing to enable " + job(2) + "..."));
     // Neither a file that is no job nor another program's job is task data.
     const int told = static_cast<int>(errors(3).size());
@@ -187,7 +186,7 @@ TEST_F(CommandLineTest, EditEnableDisableAndRemoveOneJob)
     for (const QString &file : {agents() + "/broken.plist", job(7)}) {
         const Result refused = run({"-enable", file});
         EXPECT_EQ(refused.exitCode, 1);
-        EXPECT_TRUE(hasLine(refused.err, QStringLiteral("Unable to load task data")));
+        EXPECT_TRUE(hasLine(refused.err, "Unable to load task data"));
     }
     EXPECT_EQ(errors(told + 2).mid(told),
               QStringList(2, "Kairo Planner: Unable to load task data"));
@@ -198,7 +197,7 @@ TEST_F(CommandLineTest, EditEnableDisableAndRemoveOneJob)
     ASSERT_TRUE(QDir().rename(quill, moved));
     const Result vanished = run({"-enable", job(1)});
     EXPECT_EQ(vanished.exitCode, 1);
-    EXPECT_TRUE(vanished.err.contains(QStringLiteral("Unable to locate executable file")));
+    EXPECT_TRUE(vanished.err.contains("Unable to locate executable file"));
     EXPECT_TRUE(QFileInfo::exists(job(1)));
     ASSERT_TRUE(QDir().rename(moved, quill));
 
@@ -211,7 +210,7 @@ TEST_F(CommandLineTest, EditEnableDisableAndRemoveOneJob)
     EXPECT_EQ(run({"-remove", job(1)}).exitCode, 0);
     EXPECT_TRUE(launchctl->calls().isEmpty());
     // A folder is never deleted with its contents.
-    const QString folder = sandbox.mkdir(QStringLiteral("home/anna/Documents"));
+    const QString folder = sandbox.mkdir("home/anna/Documents");
     TestFiles::write(folder + "/keep.txt", "precious");
     const int before = static_cast<int>(errors(0).size());
     const Result refused = run({"-remove", folder});
@@ -231,8 +230,7 @@ TEST_F(CommandLineTest, TheFirstScanOfANewVersionRewritesEveryJobOnceAndDisableA
     launchctl->clear();
     ASSERT_EQ(run({"-tasks"}).exitCode, 0);
     EXPECT_EQ(launchctl->calls().size(), 4);
-    const QString version =
-        PropertyList::readDictionary(prefs)->value(QStringLiteral("lastRunVersion")).string();
+    const QString version = PropertyList::readDictionary(prefs)->value("lastRunVersion").string();
     EXPECT_FALSE(version.isEmpty());
 
     launchctl->clear();
@@ -241,19 +239,18 @@ TEST_F(CommandLineTest, TheFirstScanOfANewVersionRewritesEveryJobOnceAndDisableA
 
     // An older version on record: the next scan writes everything again.
     PlistDict older = *PropertyList::readDictionary(prefs);
-    older.insert(QStringLiteral("lastRunVersion"), QStringLiteral("0.9"));
+    older.insert("lastRunVersion", "0.9");
     PropertyList::writeXml(PlistValue(older), prefs);
     ASSERT_EQ(run({"-tasks"}).exitCode, 0);
     EXPECT_EQ(launchctl->calls().size(), 4);
-    EXPECT_EQ(PropertyList::readDictionary(prefs)->value(QStringLiteral("lastRunVersion")).string(),
-              version);
+    EXPECT_EQ(PropertyList::readDictionary(prefs)->value("lastRunVersion").string(), version);
 
     // Disabling all tasks goes over the agents twice.
     launchctl->clear();
     const Result r = run({"-disable"});
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
     for (int n : {1, 2}) {
-        EXPECT_TRUE(readJob(job(n)).contains(QStringLiteral("Disabled")));
+        EXPECT_TRUE(readJob(job(n)).contains("Disabled"));
         EXPECT_EQ(launchctl->calls().count("load " + job(n)), 2);
     }
 }
@@ -263,10 +260,10 @@ TEST_F(CommandLineTest, AJobFolderThatIsAFileLosesNothing)
     TestFiles::write(agents(), "a file where the folder should be");
     const Result list = run({"-tasks"});
     EXPECT_EQ(list.exitCode, 0);
-    EXPECT_EQ(list.out, QStringLiteral("{\n}"));
+    EXPECT_EQ(list.out, "{\n}");
     const Result added = add({"backup", "3"});
     EXPECT_EQ(added.exitCode, 1);
-    EXPECT_TRUE(hasLine(added.err, QStringLiteral("Unable to create task")));
+    EXPECT_TRUE(hasLine(added.err, "Unable to create task"));
     EXPECT_EQ(TestFiles::read(agents()), QByteArray("a file where the folder should be"));
 }
 
@@ -285,8 +282,8 @@ TEST_F(CommandLineTest, ARootTaskInAFolderTheUserCannotWriteIsRefused)
     const Result r = add({"repair", "3"});
     ::chmod(QFile::encodeName(daemons()).constData(), 0755);
     EXPECT_EQ(r.exitCode, 1);
-    EXPECT_TRUE(hasLine(r.err, QStringLiteral("Unable to authorize"))) << r.err.toStdString();
-    EXPECT_TRUE(hasLine(r.err, QStringLiteral("Unable to create task")));
+    EXPECT_TRUE(hasLine(r.err, "Unable to authorize")) << r.err.toStdString();
+    EXPECT_TRUE(hasLine(r.err, "Unable to create task"));
     EXPECT_TRUE(QDir(daemons()).entryList(QDir::Files).isEmpty());
 }
 
@@ -297,14 +294,13 @@ TEST_F(CommandLineTest, AsRootRootTasksAreRootsAndTheHomeStaysTheUsers)
     if (!runningAsRoot()) {
         GTEST_SKIP() << "needs root";
     }
-    sandbox.setEnv("VT_CONSOLE_USER", QStringLiteral("anna"));
+    sandbox.setEnv("VT_CONSOLE_USER", "anna");
     sandbox.setEnv("VT_CONSOLE_HOME", sandbox.home());
     // A file of root's outside the home, and a link to it where the preferences go.
     const QString link = sandbox.home() + "/Library/Preferences/com.vantreel.KairoPlanner.plist";
     QDir().mkpath(QFileInfo(link).path());
     handOver();
-    const QString victim =
-        TestFiles::write(sandbox.file(QStringLiteral("root/etc/victim.plist")), "root's own");
+    const QString victim = TestFiles::write(sandbox.file("root/etc/victim.plist"), "root's own");
     ASSERT_TRUE(QFile::link(victim, link));
     ASSERT_EQ(::lchown(QFile::encodeName(link).constData(), 65534, 65534), 0);
 
@@ -343,16 +339,15 @@ TEST_F(CommandLineTest, AsRootRootTasksAreRootsAndTheHomeStaysTheUsers)
 TEST_F(CommandLineTest, NoPropertyListCrashesOrHangsACommand)
 {
     const QString crash = QStringLiteral(KAIRO_TEST_DATA_DIR "/fuzz/crash-nul-key-utf16.plist");
-    const QString prefs = sandbox.home() + QStringLiteral("/Library/Preferences/");
-    const QString places[] = {agents() + QStringLiteral("/com.vantreel.ScheduledTask9.plist"),
-                              quill + QStringLiteral("/Contents/VTTasks.plist"),
-                              quill + QStringLiteral("/Contents/Info.plist"),
-                              prefs + QStringLiteral("com.vantreel.KairoPlanner.plist"),
-                              prefs + QStringLiteral("com.vantreel.global.plist")};
+    const QString prefs = sandbox.home() + "/Library/Preferences/";
+    const QString places[] = {agents() + "/com.vantreel.ScheduledTask9.plist",
+                              quill + "/Contents/VTTasks.plist", quill + "/Contents/Info.plist",
+                              prefs + "com.vantreel.KairoPlanner.plist",
+                              prefs + "com.vantreel.global.plist"};
     for (const bool fifo : {false, true}) {
         for (const QString &place : places) {
             SCOPED_TRACE((fifo ? "FIFO at " : "crash file at ") + place.toStdString());
-            const QString saved = place + QStringLiteral(".saved");
+            const QString saved = place + ".saved";
             QDir().mkpath(QFileInfo(place).absolutePath());
             QFile::rename(place, saved);
             if (fifo) {
@@ -381,8 +376,7 @@ TEST_F(CommandLineTest, WithoutADisplayTheWindowIsRefusedInOneLine)
             const Result r = run(arguments);
             EXPECT_EQ(r.exitCode, 1) << r.err.toStdString();
             EXPECT_EQ(r.err.count(QLatin1Char('\n')), 1) << r.err.toStdString();
-            EXPECT_TRUE(hasLine(r.err, QStringLiteral("No display to open the window on")))
-                << r.err.toStdString();
+            EXPECT_TRUE(hasLine(r.err, "No display to open the window on")) << r.err.toStdString();
         }
     }
     EXPECT_TRUE(
@@ -410,16 +404,14 @@ TEST_F(CommandLineTest, UnwritablePreferencesStopTheUpgradeRewrite)
         for (int i = 0; i < 2; ++i) {
             const Result r = run({"-tasks"});
             EXPECT_EQ(r.exitCode, 0);
-            EXPECT_TRUE(r.err.contains(QStringLiteral("Unable to record version")))
-                << r.err.toStdString();
+            EXPECT_TRUE(r.err.contains("Unable to record version")) << r.err.toStdString();
         }
         EXPECT_TRUE(launchctl->calls().isEmpty()) << launchctl->calls().join(", ").toStdString();
         ::chmod(target.constData(), unreadableFile ? 0644 : 0755);
         EXPECT_EQ(TestFiles::read(prefs), before);
     }
-    EXPECT_TRUE(logHas(logLines(), QStringLiteral("Unable to record version ") +
-                                       QStringLiteral(KAIRO_VERSION) + " in " + prefs +
-                                       "; job files are not rewritten"));
+    EXPECT_TRUE(logHas(logLines(), "Unable to record version " + QStringLiteral(KAIRO_VERSION) +
+                                       " in " + prefs + "; job files are not rewritten"));
 }
 
 // A scan that cannot make the system's job folder says so; one that runs removes what
@@ -433,7 +425,7 @@ TEST_F(CommandLineTest, AScanSaysWhyItEndedAndCleansUpAfterKilledWriters)
         "Unable to create folder " + daemons() + "; scheduled tasks were not read";
     const Result refused = run({"-tasks"});
     EXPECT_EQ(refused.exitCode, 0);
-    EXPECT_EQ(refused.out, QStringLiteral("{\n}"));
+    EXPECT_EQ(refused.out, "{\n}");
     EXPECT_TRUE(hasLine(refused.err, message)) << refused.err.toStdString();
     EXPECT_TRUE(logHas(logLines(), message));
 
@@ -446,11 +438,11 @@ TEST_F(CommandLineTest, AScanSaysWhyItEndedAndCleansUpAfterKilledWriters)
 // share a number, and rotate the log without losing a message to the race.
 TEST_F(CommandLineTest, LogLinesAreOneLineEachAndConcurrentAdditionsDoNotCollide)
 {
-    const QString forged = QStringLiteral("2026-01-01 00:00:00 +0000 - forged");
+    const QString forged = "2026-01-01 00:00:00 +0000 - forged";
     EXPECT_EQ(add({"backup\n" + forged, "3"}).exitCode, 1);
     const QStringList lines = logLines();
     for (const QString &line : lines) {
-        EXPECT_FALSE(line.startsWith(QStringLiteral("2026-01-01"))) << line.toStdString();
+        EXPECT_FALSE(line.startsWith("2026-01-01")) << line.toStdString();
     }
     EXPECT_TRUE(logHas(lines, "Task ID: backup\\n" + forged + "..."));
 
@@ -462,12 +454,12 @@ TEST_F(CommandLineTest, LogLinesAreOneLineEachAndConcurrentAdditionsDoNotCollide
         ASSERT_TRUE(finish(*p));
         const QString err = QString::fromUtf8(p->readAllStandardError());
         EXPECT_EQ(p->exitCode(), 0) << err.toStdString();
-        EXPECT_FALSE(err.contains(QStringLiteral("Unable to move file"))) << err.toStdString();
-        EXPECT_FALSE(err.contains(QStringLiteral("Unable to log"))) << err.toStdString();
+        EXPECT_FALSE(err.contains("Unable to move file")) << err.toStdString();
+        EXPECT_FALSE(err.contains("Unable to log")) << err.toStdString();
     }
     EXPECT_EQ(QDir(agents()).entryList(QDir::Files).size(), 12);
     for (int n = 1; n <= 12; ++n) {
-        EXPECT_TRUE(readJob(job(n)).contains(QStringLiteral("Label"))) << n;
+        EXPECT_TRUE(readJob(job(n)).contains("Label")) << n;
     }
 }
 
@@ -528,8 +520,8 @@ TEST_F(CommandLineTest, NamesThatAreNotUtf8AreKeptAsBytes)
 // log, for a root job as for a user's.
 TEST_F(CommandLineTest, ALoadTheToolRefusesReachesTheLog)
 {
-    TestFiles::writeScript(launchctl->path(), QStringLiteral("[ \"$1\" != load ] || exit 3"));
-    sandbox.setEnv("VT_CONSOLE_USER", QStringLiteral("anna"));
+    TestFiles::writeScript(launchctl->path(), "[ \"$1\" != load ] || exit 3");
+    sandbox.setEnv("VT_CONSOLE_USER", "anna");
     sandbox.setEnv("VT_CONSOLE_HOME", sandbox.home());
     // Root's log is the machine's.
     const QString rootLog =

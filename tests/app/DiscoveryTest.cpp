@@ -236,4 +236,16 @@ TEST_F(DiscoveryTest, TheThreadReportsOnTheMainThreadInOrder)
     }
     EXPECT_FALSE(view.offMainThread);
     EXPECT_EQ(controller->VTAppItemWithBundleID("com.vantreel.Inkwell")->name, "Inkwell");
+
+    // A controller going away stops the walk; nothing is left for the event loop to deliver.
+    for (int i = 0; i < 300; ++i) {
+        sandbox.mkdir(QStringLiteral("root/Applications/F%1/G/H").arg(i));
+    }
+    controller = AppController::init(&view);
+    view.controller = controller.get();
+    view.calls.clear();
+    controller->startDiscoveryThread();
+    controller.reset();
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(view.calls.contains("endProgress"));
 }

@@ -422,6 +422,13 @@ TEST_F(VTAuthorizationTest, AsRootTrashNamesAndDeleting)
                                                    "/.hidden &|/bin/rm -R -f " +
                                                    folder.toStdString() + "/job.plist &");
 
+    // Root needs no credentials and runs the tools itself.
+    EXPECT_TRUE(root.authStartWithUser("anyone", "anything"));
+    EXPECT_TRUE(root.authCreateDir("/opt/new"));
+    EXPECT_EQ(root.authExecTask("/bin/chmod", {"644", "/x"}, false), 0);
+    EXPECT_EQ(spawner->calls().mid(3),
+              QStringList({"/bin/mkdir -p /opt/new &", "/bin/chmod 644 /x"}));
+
     // The real tools, with no recording spawner.
     ProcessSpawner::setCurrent(nullptr);
     const QString report = work("report.txt", "report");

