@@ -3,13 +3,13 @@
 #include "platform/FileNames.h"
 #include "platform/PropertyList.h"
 #include "testsupport/ClientApps.h"
+#include "testsupport/Poll.h"
 #include "testsupport/TestFiles.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
+#include <QThread>
 
 #include <cstring>
 #include <functional>
@@ -22,8 +22,7 @@ constexpr uid_t kNobody = 65534;
 
 QStringList asNobody()
 {
-    return {QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
-            QStringLiteral("--clear-groups"), QStringLiteral("--")};
+    return {"--reuid=65534", "--regid=65534", "--clear-groups", "--"};
 }
 
 } // namespace
@@ -34,16 +33,43 @@ void CommandLineFixture::SetUp()
     options.allowAnyUser = true;
     bus = std::make_unique<DBusDaemon>(options);
     ASSERT_TRUE(bus->isRunning()) << bus->error().toStdString();
-    client = std::make_unique<CallbackClient>(bus->address());
-    ASSERT_TRUE(client->isRegistered());
+    // Quill's callback object, in a process of its own as a client application's is.
+    callbackClient.start(QStringLiteral(NOTIFICATION_CLIENT), {"rich", "quill", callbackRecord()});
+    ASSERT_TRUE(callbackClient.waitForReadyRead(10000));
+    ASSERT_EQ(callbackClient.readLine().trimmed(), "ready");
     launchctl = std::make_unique<LaunchctlRecorder>(sandbox);
-    quill = ClientApps::makeQuill(sandbox.mkdir(QStringLiteral("root/Applications")));
+    quill = ClientApps::makeQuill(sandbox.mkdir("root/Applications"));
 }
 
 void CommandLineFixture::TearDown()
 {
-    client.reset();
+    callbackClient.kill();
+    callbackClient.waitForFinished();
     bus.reset();
+}
+
+QString CommandLineFixture::callbackRecord() const
+{
+    return sandbox.path() + "/callback.calls";
+}
+
+QStringList CommandLineFixture::errors(int count, int field) const
+{
+    QStringList found;
+    const auto read = [&] {
+        found.clear();
+        for (const QString &line : TestFiles::lines(callbackRecord())) {
+            if (line.startsWith(QLatin1String("postErrorStringUserInfo|"))) {
+                found.append(line.section(QLatin1Char('|'), field, field));
+            }
+        }
+        return found.size() >= count;
+    };
+    Poll::until(read);
+    // Anything else already on its way is taken too.
+    QThread::msleep(100);
+    read();
+    return found;
 }
 
 QString CommandLineFixture::binary()
@@ -76,59 +102,43 @@ void CommandLineFixture::handOver() const
 
 std::unique_ptr<QProcess> CommandLineFixture::start(const QStringList &arguments)
 {
-    auto process = std::make_unique<QProcess>();
-    process->setProcessEnvironment(QProcessEnvironment::systemEnvironment());
-    if (runningAsRoot()) {
-        handOver();
-        process->start(QStringLiteral("setpriv"), asNobody() + QStringList{binary()} + arguments);
-    } else {
-        process->start(binary(), arguments);
+    QList<QByteArray> words;
+    for (const QString &argument : arguments) {
+        words.append(FileNames::encode(argument));
     }
-    process->waitForStarted();
-    process->closeWriteChannel();
-    return process;
+    return launch(words, QByteArray(), false);
 }
 
 CommandLineFixture::Result CommandLineFixture::run(const QStringList &arguments, bool asRoot)
 {
-    std::unique_ptr<QProcess> process;
-    if (asRoot) {
-        process = std::make_unique<QProcess>();
-        process->setProcessEnvironment(QProcessEnvironment::systemEnvironment());
-        process->start(binary(), arguments);
-        process->waitForStarted();
-        process->closeWriteChannel();
-    } else {
-        process = start(arguments);
+    QList<QByteArray> words;
+    for (const QString &argument : arguments) {
+        words.append(FileNames::encode(argument));
     }
-    Result result;
-    if (!finish(*process)) {
-        process->kill();
-        process->waitForFinished();
-        return result;
-    }
-    result.exitCode = process->exitStatus() == QProcess::NormalExit ? process->exitCode() : -1;
-    result.out = QString::fromUtf8(process->readAllStandardOutput());
-    result.err = QString::fromUtf8(process->readAllStandardError());
-    return result;
+    return runBytes(words, QByteArray(), asRoot);
 }
 
-CommandLineFixture::Result CommandLineFixture::runBytes(const QList<QByteArray> &arguments,
-                                                        const QByteArray &home)
+std::unique_ptr<QProcess> CommandLineFixture::launch(const QList<QByteArray> &arguments,
+                                                     const QByteArray &home, bool asRoot)
 {
-    handOver();
     QList<QByteArray> words;
-    if (runningAsRoot()) {
-        words.append(QFile::encodeName(QStandardPaths::findExecutable(QStringLiteral("setpriv"))));
-        for (const QString &option : asNobody()) {
-            words.append(option.toUtf8());
+    if (!asRoot) {
+        handOver();
+        if (runningAsRoot()) {
+            words.append(QFile::encodeName(QStandardPaths::findExecutable("setpriv")));
+            for (const QString &option : asNobody()) {
+                words.append(option.toUtf8());
+            }
         }
     }
     words.append(QFile::encodeName(binary()));
     words += arguments;
-    QList<QByteArray> environment{"HOME=" + home};
+    QList<QByteArray> environment;
+    if (!home.isEmpty()) {
+        environment.append("HOME=" + home);
+    }
     for (char **variable = environ; *variable; ++variable) {
-        if (strncmp(*variable, "HOME=", 5) != 0) {
+        if (home.isEmpty() || strncmp(*variable, "HOME=", 5) != 0) {
             environment.append(*variable);
         }
     }
@@ -143,53 +153,54 @@ CommandLineFixture::Result CommandLineFixture::runBytes(const QList<QByteArray> 
     }
     envp.push_back(nullptr);
 
-    QProcess process;
-    process.setProgram(QFile::decodeName(words.first()));
-    process.setChildProcessModifier([&] {
+    auto process = std::make_unique<QProcess>();
+    process->setProgram(QFile::decodeName(words.first()));
+    process->setChildProcessModifier([&] {
         ::execve(argv[0], argv.data(), envp.data());
         ::_exit(127);
     });
-    process.start();
-    process.waitForStarted();
-    process.closeWriteChannel();
+    process->start();
+    process->waitForStarted();
+    process->closeWriteChannel();
+    return process;
+}
+
+CommandLineFixture::Result CommandLineFixture::runBytes(const QList<QByteArray> &arguments,
+                                                        const QByteArray &home, bool asRoot)
+{
+    const std::unique_ptr<QProcess> process = launch(arguments, home, asRoot);
     Result result;
-    if (!finish(process)) {
-        process.kill();
-        process.waitForFinished();
+    if (!finish(*process)) {
+        process->kill();
+        process->waitForFinished();
         return result;
     }
-    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    result.out = FileNames::decode(process.readAllStandardOutput());
-    result.err = FileNames::decode(process.readAllStandardError());
+    result.exitCode = process->exitStatus() == QProcess::NormalExit ? process->exitCode() : -1;
+    result.out = FileNames::decode(process->readAllStandardOutput());
+    result.err = FileNames::decode(process->readAllStandardError());
     return result;
 }
 
 bool CommandLineFixture::finish(QProcess &process)
 {
-    // The callback object answers on this thread, as a client application's would: keep
-    // its event loop going while the command runs.
-    QDeadlineTimer deadline(60000);
-    while (process.state() != QProcess::NotRunning && !deadline.hasExpired()) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        process.waitForFinished(10);
-    }
+    process.waitForFinished(60000);
     return process.state() == QProcess::NotRunning;
 }
 
 QString CommandLineFixture::agents() const
 {
-    return sandbox.home() + QStringLiteral("/Library/LaunchAgents");
+    return sandbox.home() + "/Library/LaunchAgents";
 }
 
 QString CommandLineFixture::daemons() const
 {
-    return sandbox.localRoot() + QStringLiteral("/Library/LaunchDaemons");
+    return sandbox.localRoot() + "/Library/LaunchDaemons";
 }
 
 QString CommandLineFixture::job(int number, bool root) const
 {
     return (root ? daemons() : agents()) + QStringLiteral("/com.vantreel.%1ScheduledTask%2.plist")
-                                               .arg(root ? QStringLiteral("Root") : QString())
+                                               .arg(root ? "Root" : QString())
                                                .arg(number);
 }
 

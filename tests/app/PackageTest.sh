@@ -1,7 +1,8 @@
 #!/bin/sh
 # The Debian package: its control data and files, and its maintainer scripts run by dpkg in
-# a scratch root (chrootless, with DPKG_ROOT) through install, remove and purge. Then the
-# same folders from cmake --install as root.
+# a scratch root (chrootless, with DPKG_ROOT) through install, remove and purge, with the
+# installed layout and a run of the installed program. Then the same folders from cmake
+# --install as root.
 # Usage: PackageTest.sh BUILD-DIR VERSION
 set -eu
 
@@ -68,7 +69,7 @@ app="$root/usr/lib/kairo-planner/Kairo Planner.app/Contents"
 for program in "Kairo Planner" kairo-launchctl kairo-helper kairo-alert; do
     owned "$app/MacOS/$program" "0:0 755 regular file"
 done
-for file in "$app/Info.plist" "$app/Resources/KairoPlanner.icns" \
+for file in "$app/Info.plist" "$app/Resources/KairoPlanner.icns" "$app/Resources/disableall.png" \
     "$root/usr/share/polkit-1/actions/com.vantreel.KairoPlanner.policy" \
     "$root/usr/share/applications/com.vantreel.KairoPlanner.desktop" \
     "$root/usr/share/metainfo/com.vantreel.KairoPlanner.metainfo.xml" \
@@ -85,6 +86,22 @@ fi
 for command in kairo-planner kairo-launchctl; do
     [ -x "$root/usr/bin/$command" ] || fail "$command is not on the PATH"
 done
+for entry in CFBundleIdentifier:com.vantreel.KairoPlanner CFBundleVersion:$version; do
+    grep -A1 "<key>${entry%%:*}</key>" "$app/Info.plist" | grep -q "<string>${entry#*:}</string>" ||
+        fail "Info.plist: no $entry"
+done
+for line in Exec=kairo-planner Icon=com.vantreel.KairoPlanner; do
+    grep -q -x "$line" "$root/usr/share/applications/com.vantreel.KairoPlanner.desktop" ||
+        fail "the menu entry has no $line"
+done
+# The installed program works: a headless listing on an empty machine of its own.
+mkdir -p "$work/machine/home" "$work/machine/local"
+listing=$(env -u DISPLAY -u WAYLAND_DISPLAY -u VT_CONSOLE_USER -u VT_CONSOLE_HOME \
+    -u VT_LAUNCHCTL -u VT_APP_SEARCH_PATH -u XDG_RUNTIME_DIR HOME="$work/machine/home" \
+    VT_LOCAL_ROOT="$work/machine/local" DBUS_SESSION_BUS_ADDRESS=disabled: VT_ELEVATE=/bin/false \
+    "$root/usr/bin/kairo-planner" -tasks 2>"$work/listing.log") ||
+    { cat "$work/listing.log" >&2; fail "the installed program"; }
+[ "$listing" = "$(printf '{\n}')" ] || fail "the installed program listed: $listing"
 grep -q -F "/usr/lib/kairo-planner/Kairo Planner.app/Contents/MacOS/kairo-helper" \
     "$root/usr/share/polkit-1/actions/com.vantreel.KairoPlanner.policy" ||
     fail "the policy does not name the installed helper"

@@ -28,19 +28,20 @@ namespace {
 
 const QString kProtocol = QStringLiteral("com.vantreel.VTTesselErrorCallbackProtocol");
 
-QString method(const QString &name, const QStringList &argumentTypes = {})
+// An interface's introspection data from "method:argtype,argtype method: ...".
+QString interfaceXml(const QString &name, const QString &methods)
 {
-    QString xml = QStringLiteral("    <method name=\"%1\">\n").arg(name);
-    for (const QString &type : argumentTypes) {
-        xml += QStringLiteral("      <arg direction=\"in\" type=\"%1\"/>\n").arg(type);
+    QString xml = QStringLiteral("  <interface name=\"%1\">\n").arg(name);
+    for (const QString &method : methods.split(QLatin1Char(' '))) {
+        xml += QStringLiteral("    <method name=\"%1\">\n")
+                   .arg(method.section(QLatin1Char(':'), 0, 0));
+        for (const QString &type :
+             method.section(QLatin1Char(':'), 1).split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+            xml += QStringLiteral("      <arg direction=\"in\" type=\"%1\"/>\n").arg(type);
+        }
+        xml += QStringLiteral("    </method>\n");
     }
-    return xml + QStringLiteral("    </method>\n");
-}
-
-QString interfaceXml(const QString &name, const QStringList &methods)
-{
-    return QStringLiteral("  <interface name=\"%1\">\n").arg(name) + methods.join(QString()) +
-           QStringLiteral("  </interface>\n");
+    return xml + QStringLiteral("  </interface>\n");
 }
 
 QString describe(const QVariant &value)
@@ -69,36 +70,20 @@ public:
 
     QString introspect(const QString &) const override
     {
-        if (m_mode == QLatin1String("plain")) {
-            return interfaceXml(kProtocol,
-                                {method(QStringLiteral("postDisconnect")),
-                                 method(QStringLiteral("postErrorString"), {QStringLiteral("s")}),
-                                 method(QStringLiteral("postError"), {QStringLiteral("v")}),
-                                 method(QStringLiteral("postFinishedTask"))});
+        const QString plain = QStringLiteral("postDisconnect: postErrorString:s postError:v "
+                                             "postFinishedTask:");
+        const QString rich = plain + QStringLiteral(" incrementRemoteProgress: "
+                                                    "postErrorStringUserInfo:s,a{sv} "
+                                                    "postErrorForApp:v,s");
+        if (m_mode != QLatin1String("none")) {
+            return interfaceXml(kProtocol, m_mode == QLatin1String("plain") ? plain : rich);
         }
-        const QStringList rich{
-            method(QStringLiteral("postDisconnect")),
-            method(QStringLiteral("postErrorString"), {QStringLiteral("s")}),
-            method(QStringLiteral("postError"), {QStringLiteral("v")}),
-            method(QStringLiteral("postFinishedTask")),
-            method(QStringLiteral("incrementRemoteProgress")),
-            method(QStringLiteral("postErrorStringUserInfo"),
-                   {QStringLiteral("s"), QStringLiteral("a{sv}")}),
-            method(QStringLiteral("postErrorForApp"), {QStringLiteral("v"), QStringLiteral("s")})};
-        if (m_mode == QLatin1String("rich")) {
-            return interfaceXml(kProtocol, rich);
-        }
-        // "none": the same names where they do not count.
+        // The same names where they do not count.
         return interfaceXml(QStringLiteral("com.vantreel.SomethingElse"), rich) +
-               interfaceXml(
-                   kProtocol,
-                   {method(QStringLiteral("postDisconnect"), {QStringLiteral("b")}),
-                    method(QStringLiteral("postErrorString"), {QStringLiteral("i")}),
-                    method(QStringLiteral("postError"), {QStringLiteral("s")}),
-                    method(QStringLiteral("postFinishedTask"), {QStringLiteral("s")}),
-                    method(QStringLiteral("incrementRemoteProgress"), {QStringLiteral("i")}),
-                    method(QStringLiteral("postErrorStringUserInfo"), {QStringLiteral("s")}),
-                    method(QStringLiteral("postErrorForApp"), {QStringLiteral("v")})});
+               interfaceXml(kProtocol,
+                            QStringLiteral("postDisconnect:b postErrorString:i postError:s "
+                                           "postFinishedTask:s incrementRemoteProgress:i "
+                                           "postErrorStringUserInfo:s postErrorForApp:v"));
     }
 
     bool handleMessage(const QDBusMessage &message, const QDBusConnection &) override

@@ -28,20 +28,16 @@ using namespace std::chrono_literals;
 namespace {
 
 const QString kBundle = QStringLiteral(KAIRO_BINARY_DIR "/Kairo Planner.app");
-const QString kHelper = kBundle + QStringLiteral("/Contents/MacOS/kairo-helper");
-const QString kPassword = QStringLiteral("open sesame %20");
+const QString kHelper = kBundle + "/Contents/MacOS/kairo-helper";
+const QString kPassword = "open sesame %20";
 // The mock clock's local time, as the trash names it.
 const QDateTime kNow(QDate(2011, 3, 4), QTime(12, 0, 5));
-const QString kStamp = QStringLiteral("20110304120005");
+const QString kStamp = "20110304120005";
 
-bool appears(const QString &path)
+// Waits for the helper's or a started tool's work.
+bool appears(const QString &path, bool exists = true)
 {
-    return Poll::until([&] { return QFileInfo::exists(path); });
-}
-
-bool disappears(const QString &path)
-{
-    return Poll::until([&] { return !QFileInfo::exists(path); });
+    return Poll::until([&] { return QFileInfo::exists(path) == exists; });
 }
 
 std::string joined(const QStringList &lines)
@@ -57,14 +53,14 @@ protected:
     void SetUp() override
     {
         m_identity->uid = 1000;
-        m_identity->name = QStringLiteral("anna");
+        m_identity->name = "anna";
         m_identity->home = m_sandbox.home();
-        m_identity->homes.insert(QStringLiteral("anna"), m_sandbox.home());
+        m_identity->homes.insert("anna", m_sandbox.home());
         Bundle::setMainBundlePath(kBundle);
-        const QString runtime = m_sandbox.mkdir(QStringLiteral("runtime"));
+        const QString runtime = m_sandbox.mkdir("runtime");
         QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         m_sandbox.setEnv("XDG_RUNTIME_DIR", runtime);
-        VTLog::createNewLog(QStringLiteral("Authorization"));
+        VTLog::createNewLog("Authorization");
         useElevate();
         VTAuthorization::resetForTesting();
     }
@@ -80,7 +76,7 @@ protected:
     {
         const QString dir = m_sandbox.path();
         const QString script = TestFiles::writeScript(
-            m_sandbox.file(QStringLiteral("bin/elevate")),
+            m_sandbox.file("bin/elevate"),
             QStringLiteral(
                 "echo $$ >> '%1/elevate.pids'\n"
                 "for a in \"$@\"; do printf '[%s]\\n' \"$a\"; done >> '%1/elevate.args'\n"
@@ -91,75 +87,53 @@ protected:
         m_sandbox.setEnv("VT_ELEVATE", script);
     }
 
-    void useElevateCheckingPassword()
-    {
-        useElevate(QStringLiteral("IFS= read -r pw || exit 1\n"
-                                  "[ \"$pw\" = '%1' ] || exit 1")
-                       .arg(kPassword));
-    }
-
-    QStringList elevations() const
-    {
-        return TestFiles::lines(m_sandbox.path() + QStringLiteral("/elevate.args"));
-    }
+    QStringList elevations() const { return TestFiles::lines(m_sandbox.path() + "/elevate.args"); }
 
     qint64 lastHelperPid() const
     {
-        const QStringList pids =
-            TestFiles::lines(m_sandbox.path() + QStringLiteral("/elevate.pids"));
+        const QStringList pids = TestFiles::lines(m_sandbox.path() + "/elevate.pids");
         return pids.isEmpty() ? -1 : pids.last().toLongLong();
     }
 
     QString helperLog() const
     {
-        return QString::fromUtf8(TestFiles::read(m_sandbox.path() + QStringLiteral("/helper.log")));
+        return QString::fromUtf8(TestFiles::read(m_sandbox.path() + "/helper.log"));
     }
 
-    QString logText() const
-    {
-        VTLog::finishWriting();
-        return QString::fromUtf8(TestFiles::read(VTLog::currentLogPath()));
-    }
+    static QString logText() { return TestFiles::logMessages().join(QLatin1Char('\n')) + '\n'; }
 
-    QString trash() const { return m_sandbox.home() + QStringLiteral("/.local/share/Trash"); }
+    QString trash() const { return m_sandbox.home() + "/.local/share/Trash"; }
 
     // The system's job folder of the sandbox and a job file in it: the helper serves these.
-    QString daemons() const
-    {
-        return m_sandbox.localRoot() + QStringLiteral("/Library/LaunchDaemons");
-    }
+    QString daemons() const { return m_sandbox.localRoot() + "/Library/LaunchDaemons"; }
     QString job(int n = 1) const
     {
         return daemons() + QStringLiteral("/com.vantreel.RootScheduledTask%1.plist").arg(n);
     }
     QString daemonJob(int n = 1, const QByteArray &content = "job") const
     {
-        TestFiles::write(job(n), content);
-        return job(n);
+        return TestFiles::write(job(n), content);
     }
     // Staged as the job file writer stages: in the user's private folder.
     QString staged(int n = 1, const QByteArray &content = "staged") const
     {
-        const QString path = VTLocalPaths::tempDirectory() +
-                             QStringLiteral("/com.vantreel.RootScheduledTask%1.plist").arg(n);
-        TestFiles::write(path, content);
-        return path;
+        return TestFiles::write(
+            VTLocalPaths::tempDirectory() +
+                QStringLiteral("/com.vantreel.RootScheduledTask%1.plist").arg(n),
+            content);
     }
-
     QString work(const QString &name, const QByteArray &content = "data") const
     {
-        const QString path = m_sandbox.file(QStringLiteral("work/") + name);
-        TestFiles::write(path, content);
-        return path;
+        return TestFiles::write(m_sandbox.file("work/" + name), content);
     }
 
     // Plays root, with anna at the console, the tools recorded instead of run.
     std::shared_ptr<RecordingSpawner> playRoot(bool newInstance = true)
     {
         m_identity->uid = 0;
-        m_identity->name = QStringLiteral("root");
-        m_identity->home = m_sandbox.path() + QStringLiteral("/rootshome");
-        m_identity->console = QStringLiteral("anna");
+        m_identity->name = "root";
+        m_identity->home = m_sandbox.path() + "/rootshome";
+        m_identity->console = "anna";
         auto spawner = std::make_shared<RecordingSpawner>();
         ProcessSpawner::setCurrent(spawner);
         if (newInstance) {
@@ -173,23 +147,64 @@ protected:
     MockClock::Scoped m_clock{kNow};
 };
 
-// The first call decides whether there is a GUI; without one nothing asks for a password.
-TEST_F(VTAuthorizationTest, WithoutAGuiNothingAsksForAPassword)
+// Refused before anything is asked or run: without a GUI, for a missing tool, for null
+// credentials or paths, and for the system's own folders, whoever asks.
+TEST_F(VTAuthorizationTest, RefusalsAskNothingAndRunNothing)
 {
     VTAuthorization &auth = VTAuthorization::sharedController(false);
     EXPECT_EQ(&VTAuthorization::sharedController(true), &auth);
     EXPECT_FALSE(auth.hasGUI());
     EXPECT_FALSE(auth.canAuthorize());
-    const QString folder = m_sandbox.path() + QStringLiteral("/never");
+    const QString missing = m_sandbox.path() + "/missing";
     TestFiles::CaptureStderr console;
     EXPECT_FALSE(auth.authStart());
-    EXPECT_EQ(
-        auth.authExecTask(QStringLiteral("/bin/mkdir"), {QStringLiteral("-p"), folder}, false), -1);
-    EXPECT_FALSE(auth.authCreateDir(folder));
+    EXPECT_EQ(auth.authExecTask("/bin/mkdir", {"-p", missing}, false), -1);
+    EXPECT_FALSE(auth.authCreateDir(missing));
+    EXPECT_EQ(auth.authExecTask("/no/such/tool", {"x"}), -2);
+    EXPECT_EQ(auth.authExecTask(QString(), {}, false), -2);
+    EXPECT_FALSE(auth.authStartWithUser(QString(), kPassword));
+    EXPECT_FALSE(auth.authStartWithUser("anna", QString()));
+    EXPECT_FALSE(auth.authCopyFile(QString(), missing));
+    EXPECT_FALSE(auth.authCopyFile(missing, QString()));
+    EXPECT_FALSE(auth.authMoveFile(QString(), missing));
+    EXPECT_FALSE(auth.authMoveFile(missing, QString()));
+    EXPECT_FALSE(auth.authCopyFile(missing, missing + "2"));
+    EXPECT_FALSE(auth.authMoveFile(missing, missing + "2"));
+    // An empty folder, or one that cannot be read, has nothing to fail on.
+    EXPECT_TRUE(auth.authMoveFolderContents(missing, m_sandbox.path()));
+    EXPECT_TRUE(auth.authTrashFolderContents(missing));
+
+    const QString home = m_sandbox.home();
+    const QString library = home + "/Library";
+    const QString localLibrary = m_sandbox.localRoot() + "/Library";
+    TestFiles::write(library + "/Preferences/keep.plist", "keep");
+    QDir().mkpath(localLibrary);
+    for (const QString &folder : {QString("/"), home, library, localLibrary}) {
+        EXPECT_FALSE(auth.authMoveFile(folder, missing)) << folder.toStdString();
+        EXPECT_FALSE(auth.authTrashFile(folder)) << folder.toStdString();
+        EXPECT_FALSE(auth.authTrashFile(folder, true)) << folder.toStdString();
+        EXPECT_FALSE(auth.authRemoveFile(folder)) << folder.toStdString();
+        EXPECT_FALSE(auth.authMoveFolderContents(folder, missing)) << folder.toStdString();
+        EXPECT_FALSE(auth.authTrashFolderContents(folder)) << folder.toStdString();
+    }
     const QString text = console.finish();
-    EXPECT_EQ(text.count(QStringLiteral("] Unable to authorize\n")), 3) << text.toStdString();
+    EXPECT_EQ(text.count("] Unable to authorize\n"), 3) << text.toStdString();
+    EXPECT_TRUE(text.contains("] Unable to execute task: path /no/such/tool doesn't exist\n"));
+    for (const char *line :
+         {"authCopyFile: old", "authCopyFile: new", "authMoveFile: old", "authMoveFile: new"}) {
+        EXPECT_TRUE(text.contains(QStringLiteral("] Error in %1 path is null\n").arg(line)));
+    }
+    for (const QString &line :
+         {QString("Unable to move path / because"),
+          QStringLiteral("Unable to delete path %1 because").arg(library),
+          QStringLiteral("Unable to move contents of path %1 because").arg(localLibrary)}) {
+        EXPECT_TRUE(text.contains("] " + line + " it is a system directory.\n"))
+            << line.toStdString();
+    }
+    EXPECT_EQ(text.count("because it is a system directory."), 24);
     EXPECT_TRUE(elevations().isEmpty());
-    EXPECT_FALSE(QFileInfo::exists(folder));
+    EXPECT_FALSE(QFileInfo::exists(missing));
+    EXPECT_TRUE(QFileInfo::exists(library + "/Preferences/keep.plist"));
 
     VTAuthorization::resetForTesting();
     VTAuthorization &windowed = VTAuthorization::sharedController();
@@ -198,18 +213,8 @@ TEST_F(VTAuthorizationTest, WithoutAGuiNothingAsksForAPassword)
     EXPECT_FALSE(windowed.isAuthorized());
 }
 
-TEST_F(VTAuthorizationTest, AMissingToolIsReportedWithoutAskingForAPassword)
-{
-    VTAuthorization &auth = VTAuthorization::sharedController();
-    TestFiles::CaptureStderr console;
-    EXPECT_EQ(auth.authExecTask(QStringLiteral("/no/such/tool"), {QStringLiteral("x")}), -2);
-    EXPECT_EQ(auth.authExecTask(QString(), {}, false), -2);
-    EXPECT_TRUE(console.finish().contains(
-        QStringLiteral("] Unable to execute task: path /no/such/tool doesn't exist\n")));
-    EXPECT_TRUE(elevations().isEmpty());
-    EXPECT_FALSE(auth.isAuthorized());
-}
-
+// The helper runs the system's own tool requests until authEnd, is started again once
+// when it died, and a refused elevation leaves the instance asking again next time.
 TEST_F(VTAuthorizationTest, TheHelperRunsToolsUntilAuthEnd)
 {
     VTAuthorization &auth = VTAuthorization::sharedController();
@@ -220,213 +225,76 @@ TEST_F(VTAuthorizationTest, TheHelperRunsToolsUntilAuthEnd)
     EXPECT_TRUE(auth.authStart());
     EXPECT_EQ(elevations().size(), 1);
 
-    EXPECT_EQ(
-        auth.authExecTask(QStringLiteral("/bin/mkdir"), {QStringLiteral("-p"), daemons()}, false),
-        0);
-    EXPECT_TRUE(QFileInfo(daemons()).isDir());
-
     const QString started = daemonJob();
-    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/rm"), {QStringLiteral("-Rdf"), started}), 0);
-    EXPECT_TRUE(disappears(started));
+    EXPECT_EQ(auth.authExecTask("/bin/rm", {"-Rdf", started}), 0);
+    EXPECT_TRUE(appears(started, false));
 
-    // A program the helper does not run.
-    const QString marker = m_sandbox.path() + QStringLiteral("/marker");
-    const int status =
-        auth.authExecTask(QStringLiteral("/bin/sh"),
-                          {QStringLiteral("-c"), QStringLiteral("touch ") + marker}, false);
+    // A program the helper does not run, nor any other request than the system's own.
+    const QString marker = m_sandbox.path() + "/marker";
+    const int status = auth.authExecTask("/bin/sh", {"-c", "touch " + marker}, false);
     EXPECT_NE(status, 0);
     EXPECT_NE(status, -1);
     EXPECT_NE(status, -2);
-    EXPECT_FALSE(QFileInfo::exists(marker));
-    EXPECT_TRUE(helperLog().contains(
-        QStringLiteral("Refused request (not an allowed program): run /bin/sh")));
-    // Nor any other request than the system's own.
-    EXPECT_EQ(
-        auth.authExecTask(QStringLiteral("/bin/mkdir"), {QStringLiteral("-p"), marker}, false),
-        status);
+    EXPECT_TRUE(helperLog().contains("Refused request (not an allowed program): run /bin/sh"));
+    EXPECT_EQ(auth.authExecTask("/bin/mkdir", {"-p", marker}, false), status);
     EXPECT_FALSE(QFileInfo::exists(marker));
     EXPECT_TRUE(auth.isAuthorized());
+
+    ASSERT_EQ(::kill(static_cast<pid_t>(lastHelperPid()), SIGKILL), 0);
+    EXPECT_TRUE(Poll::until([&] { return !auth.isAuthorized(); }));
+    EXPECT_EQ(auth.authExecTask("/bin/mkdir", {"-p", daemons()}, false), 0);
+    EXPECT_TRUE(QFileInfo(daemons()).isDir());
+    EXPECT_EQ(elevations().size(), 2);
 
     const qint64 helper = lastHelperPid();
     ASSERT_GT(helper, 0);
     auth.authEnd();
     EXPECT_FALSE(auth.isAuthorized());
     EXPECT_FALSE(QFileInfo::exists(QStringLiteral("/proc/%1").arg(helper)));
-}
 
-TEST_F(VTAuthorizationTest, ADeadHelperIsStartedOnceMore)
-{
-    VTAuthorization &auth = VTAuthorization::sharedController();
-    ASSERT_TRUE(auth.authStart());
-    ASSERT_EQ(::kill(static_cast<pid_t>(lastHelperPid()), SIGKILL), 0);
-    EXPECT_TRUE(Poll::until([&] { return !auth.isAuthorized(); }));
-
-    EXPECT_EQ(
-        auth.authExecTask(QStringLiteral("/bin/mkdir"), {QStringLiteral("-p"), daemons()}, false),
-        0);
-    EXPECT_TRUE(QFileInfo(daemons()).isDir());
-    EXPECT_EQ(elevations().size(), 2);
-    EXPECT_TRUE(auth.isAuthorized());
-}
-
-TEST_F(VTAuthorizationTest, ACancelledElevationLeavesTheInstanceUnauthorized)
-{
-    useElevate(QStringLiteral("exit 126"));
-    VTAuthorization &auth = VTAuthorization::sharedController();
+    useElevate("exit 126");
     EXPECT_FALSE(auth.authStart());
     EXPECT_FALSE(auth.isAuthorized());
-    const QString folder = m_sandbox.path() + QStringLiteral("/refused");
-    // The next privileged operation asks again, and is refused again.
-    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/mkdir"), {folder}, false), -1);
-    EXPECT_FALSE(auth.authCreateDir(folder));
-    EXPECT_EQ(elevations().size(), 3);
-    EXPECT_FALSE(QFileInfo::exists(folder));
+    EXPECT_EQ(auth.authExecTask("/bin/mkdir", {marker}, false), -1);
+    EXPECT_FALSE(auth.authCreateDir(marker));
+    EXPECT_EQ(elevations().size(), 5);
+    EXPECT_FALSE(QFileInfo::exists(marker));
 }
 
+// Credentials are checked once, need no GUI and never appear anywhere; without a stand-in
+// only the invoking user's can be checked.
 TEST_F(VTAuthorizationTest, CredentialsAreCheckedOnceAndNeverShown)
 {
-    useElevateCheckingPassword();
+    useElevate(
+        QStringLiteral("IFS= read -r pw || exit 1\n[ \"$pw\" = '%1' ] || exit 1").arg(kPassword));
     VTAuthorization &auth = VTAuthorization::sharedController(false);
 
     TestFiles::CaptureStderr console;
-    EXPECT_FALSE(auth.authStartWithUser(QStringLiteral("anna"), QStringLiteral("wrong")));
+    EXPECT_FALSE(auth.authStartWithUser("anna", "wrong"));
     EXPECT_FALSE(auth.isAuthorized());
-    EXPECT_TRUE(console.finish().contains(
-        QStringLiteral("] Authorization failed. Invalid username or password\n")));
-    EXPECT_TRUE(logText().contains(
-        QStringLiteral(" - Authorization failed. Invalid username or password\n")));
+    EXPECT_TRUE(
+        console.finish().contains("] Authorization failed. Invalid username or password\n"));
+    EXPECT_TRUE(logText().contains("Authorization failed. Invalid username or password\n"));
 
-    // No interaction even without a GUI; an empty name goes on to the elevation program.
+    // An empty name goes on to the elevation program.
     EXPECT_TRUE(auth.authStartWithUser(QString(QLatin1String("")), kPassword));
     EXPECT_TRUE(auth.isAuthorized());
-    EXPECT_EQ(
-        auth.authExecTask(QStringLiteral("/bin/mkdir"), {QStringLiteral("-p"), daemons()}, false),
-        0);
+    EXPECT_EQ(auth.authExecTask("/bin/mkdir", {"-p", daemons()}, false), 0);
     EXPECT_TRUE(QFileInfo(daemons()).isDir());
-
     EXPECT_EQ(joined(elevations()),
               "[" + kHelper.toStdString() + "]|[" + kHelper.toStdString() + "]");
-    for (const QString &recorded : {QStringLiteral("/elevate.args"), QStringLiteral("/elevate.env"),
-                                    QStringLiteral("/helper.log")}) {
+    for (const QString &recorded : {"/elevate.args", "/elevate.env", "/helper.log"}) {
         EXPECT_FALSE(TestFiles::read(m_sandbox.path() + recorded).contains("open sesame"))
             << recorded.toStdString();
     }
-    EXPECT_FALSE(logText().contains(QStringLiteral("open sesame")));
-}
+    EXPECT_FALSE(logText().contains("open sesame"));
 
-// Null credentials are refused at once; without a stand-in only the invoking user's
-// credentials can be checked.
-TEST_F(VTAuthorizationTest, NullOrForeignCredentialsAreRefused)
-{
-    useElevateCheckingPassword();
-    VTAuthorization &auth = VTAuthorization::sharedController();
-    EXPECT_FALSE(auth.authStartWithUser(QString(), kPassword));
-    EXPECT_FALSE(auth.authStartWithUser(QStringLiteral("anna"), QString()));
-    EXPECT_TRUE(elevations().isEmpty());
-
+    auth.authEnd();
     m_sandbox.setEnv("VT_ELEVATE", std::nullopt);
-    TestFiles::CaptureStderr console;
-    EXPECT_FALSE(auth.authStartWithUser(QStringLiteral("bob"), kPassword));
-    EXPECT_TRUE(console.finish().contains(
-        QStringLiteral("Authorization failed. Invalid username or password")));
+    TestFiles::CaptureStderr foreign;
+    EXPECT_FALSE(auth.authStartWithUser("bob", kPassword));
+    EXPECT_TRUE(foreign.finish().contains("Authorization failed. Invalid username or password"));
     EXPECT_FALSE(auth.isAuthorized());
-}
-
-TEST_F(VTAuthorizationTest, SystemFoldersAreNeverMovedTrashedOrDeleted)
-{
-    VTAuthorization &auth = VTAuthorization::sharedController();
-    const QString home = m_sandbox.home();
-    const QString library = home + QStringLiteral("/Library");
-    const QString localLibrary = m_sandbox.localRoot() + QStringLiteral("/Library");
-    QDir().mkpath(library + QStringLiteral("/Preferences"));
-    QDir().mkpath(localLibrary);
-    TestFiles::write(library + QStringLiteral("/Preferences/keep.plist"), "keep");
-    const QString target = m_sandbox.path() + QStringLiteral("/target");
-
-    TestFiles::CaptureStderr console;
-    for (const QString &folder : {QStringLiteral("/"), home, library, localLibrary}) {
-        EXPECT_FALSE(auth.authMoveFile(folder, target)) << folder.toStdString();
-        EXPECT_FALSE(auth.authTrashFile(folder)) << folder.toStdString();
-        EXPECT_FALSE(auth.authTrashFile(folder, true)) << folder.toStdString();
-        EXPECT_FALSE(auth.authRemoveFile(folder)) << folder.toStdString();
-        EXPECT_FALSE(auth.authMoveFolderContents(folder, target)) << folder.toStdString();
-        EXPECT_FALSE(auth.authTrashFolderContents(folder)) << folder.toStdString();
-    }
-    const QString text = console.finish();
-    EXPECT_TRUE(text.contains(
-        QStringLiteral("] Unable to move path / because it is a system directory.\n")));
-    EXPECT_TRUE(text.contains(
-        QStringLiteral("] Unable to delete path %1 because it is a system directory.\n")
-            .arg(library)));
-    EXPECT_TRUE(text.contains(
-        QStringLiteral("] Unable to move contents of path %1 because it is a system directory.\n")
-            .arg(localLibrary)));
-    EXPECT_EQ(text.count(QStringLiteral("because it is a system directory.")), 24);
-    // Refused before anything is asked or run.
-    EXPECT_TRUE(elevations().isEmpty());
-    EXPECT_TRUE(QFileInfo::exists(library + QStringLiteral("/Preferences/keep.plist")));
-    EXPECT_FALSE(QFileInfo::exists(target));
-}
-
-TEST_F(VTAuthorizationTest, AsRootTheGuardMatchesExactlyAndToolsRunDirectly)
-{
-    auto spawner = playRoot();
-    VTAuthorization &auth = VTAuthorization::sharedController(false);
-    EXPECT_TRUE(auth.canAuthorize());
-    EXPECT_TRUE(auth.isAuthorized());
-    EXPECT_TRUE(auth.authStart());
-    EXPECT_TRUE(auth.authStartWithUser(QStringLiteral("anyone"), QStringLiteral("anything")));
-
-    // The user meant is anna at the console: her home and Library are protected.
-    TestFiles::CaptureStderr console;
-    EXPECT_FALSE(auth.authMoveFile(m_sandbox.home(), QStringLiteral("/tmp/x")));
-    EXPECT_FALSE(auth.authRemoveFile(m_sandbox.home() + QStringLiteral("/Library")));
-    EXPECT_FALSE(auth.authTrashFile(QStringLiteral("/")));
-    EXPECT_EQ(console.finish().count(QStringLiteral("because it is a system directory.")), 3);
-    EXPECT_TRUE(spawner->calls().isEmpty());
-
-    // Only exact matches count here: /usr/bin lies under /usr and still moves.
-    EXPECT_TRUE(auth.authMoveFile(QStringLiteral("/usr/bin"), QStringLiteral("/usr/bin.old")));
-    EXPECT_TRUE(auth.authCopyFile(QStringLiteral("/usr/bin"), QStringLiteral("/opt/bin")));
-    EXPECT_TRUE(auth.authRemoveFile(QStringLiteral("/usr/bin.old")));
-    EXPECT_TRUE(auth.authCreateDir(QStringLiteral("/opt/new")));
-    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/chown"),
-                                {QStringLiteral("root:root"), QStringLiteral("/x")}),
-              0);
-    EXPECT_EQ(auth.authExecTask(QStringLiteral("/bin/chmod"),
-                                {QStringLiteral("644"), QStringLiteral("/x")}, false),
-              0);
-    EXPECT_EQ(joined(spawner->calls()), "/bin/mv -f /usr/bin /usr/bin.old &|"
-                                        "/bin/cp -f -p -R /usr/bin /opt/bin &|"
-                                        "/bin/rm -Rdf /usr/bin.old &|"
-                                        "/bin/mkdir -p /opt/new &|"
-                                        "/bin/chown root:root /x &|"
-                                        "/bin/chmod 644 /x");
-    EXPECT_TRUE(elevations().isEmpty());
-    EXPECT_TRUE(m_clock->sleeps().empty());
-}
-
-TEST_F(VTAuthorizationTest, NullAndMissingPaths)
-{
-    VTAuthorization &auth = VTAuthorization::sharedController();
-    const QString missing = m_sandbox.path() + QStringLiteral("/missing");
-    TestFiles::CaptureStderr console;
-    EXPECT_FALSE(auth.authCopyFile(QString(), missing));
-    EXPECT_FALSE(auth.authCopyFile(missing, QString()));
-    EXPECT_FALSE(auth.authMoveFile(QString(), missing));
-    EXPECT_FALSE(auth.authMoveFile(missing, QString()));
-    EXPECT_FALSE(auth.authCopyFile(missing, missing + QStringLiteral("2")));
-    EXPECT_FALSE(auth.authMoveFile(missing, missing + QStringLiteral("2")));
-    const QString text = console.finish();
-    for (const char *line :
-         {"authCopyFile: old", "authCopyFile: new", "authMoveFile: old", "authMoveFile: new"}) {
-        EXPECT_TRUE(text.contains(QStringLiteral("] Error in %1 path is null\n").arg(line)));
-    }
-    EXPECT_EQ(text.count(QLatin1Char('\n')), 4);
-    EXPECT_TRUE(elevations().isEmpty());
-    // An empty folder, or one that cannot be read, has nothing to fail on.
-    EXPECT_TRUE(auth.authMoveFolderContents(missing, m_sandbox.path()));
-    EXPECT_TRUE(auth.authTrashFolderContents(missing));
 }
 
 TEST_F(VTAuthorizationTest, FileOperationsWithPrivileges)
@@ -440,10 +308,10 @@ TEST_F(VTAuthorizationTest, FileOperationsWithPrivileges)
     const QString source = staged(1, "moved");
     EXPECT_TRUE(auth.authMoveFile(source, job()));
     EXPECT_TRUE(appears(job()));
-    EXPECT_TRUE(disappears(source));
+    EXPECT_TRUE(appears(source, false));
     EXPECT_EQ(TestFiles::read(job()), "moved");
     EXPECT_TRUE(auth.authRemoveFile(job()));
-    EXPECT_TRUE(disappears(job()));
+    EXPECT_TRUE(appears(job(), false));
     // Folder contents move entry by entry.
     staged(1);
     staged(2);
@@ -452,11 +320,11 @@ TEST_F(VTAuthorizationTest, FileOperationsWithPrivileges)
     EXPECT_TRUE(appears(job(2)));
 
     // The helper copies nothing, and moves nothing else: the operation fails.
-    const QString library = m_sandbox.home() + QStringLiteral("/Library");
-    TestFiles::write(library + QStringLiteral("/Preferences/a.plist"), "prefs");
-    const QString copy = m_sandbox.path() + QStringLiteral("/copy of library");
+    const QString library = m_sandbox.home() + "/Library";
+    TestFiles::write(library + "/Preferences/a.plist", "prefs");
+    const QString copy = m_sandbox.path() + "/copy of library";
     EXPECT_FALSE(auth.authCopyFile(library, copy));
-    const QString other = work(QStringLiteral("move me.plist"));
+    const QString other = work("move me.plist");
     EXPECT_FALSE(auth.authMoveFile(other, job(2)));
     EXPECT_FALSE(QFileInfo::exists(copy));
     EXPECT_TRUE(QFileInfo::exists(other));
@@ -466,118 +334,108 @@ TEST_F(VTAuthorizationTest, FileOperationsWithPrivileges)
 TEST_F(VTAuthorizationTest, TrashingKeepsEveryNameAndTellsTheDesktop)
 {
     VTAuthorization &auth = VTAuthorization::sharedController();
-    const QString files = trash() + QStringLiteral("/files");
-    const QString info = trash() + QStringLiteral("/info");
-    const QString name = QStringLiteral("com.vantreel.RootScheduledTask1");
+    const QString files = trash() + "/files/";
+    const QString info = trash() + "/info/";
+    const QString name = "com.vantreel.RootScheduledTask1";
 
     // The trash does not exist yet.
     EXPECT_TRUE(auth.authTrashFile(daemonJob(1, "first")));
-    EXPECT_TRUE(appears(files + QLatin1Char('/') + name + QStringLiteral(".plist")));
-    EXPECT_TRUE(disappears(job()));
-    const QString firstInfo = QString::fromUtf8(
-        TestFiles::read(info + QLatin1Char('/') + name + QStringLiteral(".plist.trashinfo")));
-    EXPECT_TRUE(firstInfo.startsWith(QStringLiteral("[Trash Info]\nPath=")));
-    EXPECT_TRUE(firstInfo.contains(QStringLiteral("/Library/LaunchDaemons/") + name));
-    EXPECT_TRUE(firstInfo.contains(QStringLiteral("DeletionDate=2011-03-04T12:00:05")));
+    EXPECT_TRUE(appears(files + name + ".plist"));
+    EXPECT_TRUE(appears(job(), false));
+    const QString firstInfo = QString::fromUtf8(TestFiles::read(info + name + ".plist.trashinfo"));
+    EXPECT_TRUE(firstInfo.startsWith("[Trash Info]\nPath="));
+    EXPECT_TRUE(firstInfo.contains("/Library/LaunchDaemons/" + name));
+    EXPECT_TRUE(firstInfo.contains("DeletionDate=2011-03-04T12:00:05"));
 
     // The same name again: the base name, "_", fourteen digits of local time, the extension.
     EXPECT_TRUE(auth.authTrashFile(daemonJob(1, "second")));
-    const QString renamed =
-        files + QLatin1Char('/') + name + QLatin1Char('_') + kStamp + QStringLiteral(".plist");
+    const QString renamed = files + name + QLatin1Char('_') + kStamp + ".plist";
     EXPECT_TRUE(appears(renamed));
-    EXPECT_TRUE(disappears(job()));
+    EXPECT_TRUE(appears(job(), false));
     EXPECT_EQ(TestFiles::read(renamed), "second");
-    EXPECT_EQ(TestFiles::read(files + QLatin1Char('/') + name + QStringLiteral(".plist")), "first");
-    EXPECT_TRUE(QFileInfo::exists(info + QLatin1Char('/') + name + QLatin1Char('_') + kStamp +
-                                  QStringLiteral(".plist.trashinfo")));
+    EXPECT_EQ(TestFiles::read(files + name + ".plist"), "first");
+    EXPECT_TRUE(QFileInfo::exists(info + name + QLatin1Char('_') + kStamp + ".plist.trashinfo"));
 
     // A folder's contents are trashed entry by entry.
     daemonJob(2);
     daemonJob(3);
     EXPECT_TRUE(auth.authTrashFolderContents(daemons()));
-    EXPECT_TRUE(appears(files + QStringLiteral("/com.vantreel.RootScheduledTask2.plist")));
-    EXPECT_TRUE(appears(files + QStringLiteral("/com.vantreel.RootScheduledTask3.plist")));
+    EXPECT_TRUE(appears(files + "com.vantreel.RootScheduledTask2.plist"));
+    EXPECT_TRUE(appears(files + "com.vantreel.RootScheduledTask3.plist"));
     EXPECT_TRUE(Poll::until([&] {
         return QDir(daemons()).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
     }));
     EXPECT_EQ(QDir(info).entryList(QDir::Files | QDir::Hidden).size(), 4);
 }
 
-TEST_F(VTAuthorizationTest, TrashNamesWithoutAnExtension)
+// Trash names as root: without an extension the name ends in a lone "." and a leading dot
+// is no extension; deleting removes the trash's path and leaves the source; an instance
+// made before becoming root keeps its user's trash; the real tools run too.
+TEST_F(VTAuthorizationTest, AsRootTrashNamesAndDeleting)
 {
-    // Without an extension the name ends in a lone "."; a leading dot is no extension.
     VTAuthorization &auth = VTAuthorization::sharedController(false);
     auto spawner = playRoot(false);
-    const QString files = trash() + QStringLiteral("/files/");
-    const std::pair<const char *, const char *> names[] = {{"notes", "notes_%1."},
-                                                           {".profile", ".profile_%1."},
-                                                           {"archive.tar.gz", "archive.tar_%1.gz"}};
-    for (const auto &[name, renamed] : names) {
-        TestFiles::write(files + QLatin1String(name), "old");
-        const QString source = work(QLatin1String(name));
-        EXPECT_TRUE(auth.authTrashFile(source));
-        EXPECT_EQ(spawner->calls().last(),
-                  QStringLiteral("/bin/mv -f %1 %2%3 &")
-                      .arg(source, files, QString::fromLatin1(renamed).arg(kStamp)));
+    // Someone else at the console now: the trash is still that of the instance's user.
+    const QString bobsHome = m_sandbox.mkdir("home/bob");
+    m_identity->console = "bob";
+    m_identity->homes.insert("bob", bobsHome);
+    const QString files = trash() + "/files/";
+    const QString stamp = QLatin1Char('_') + kStamp;
+    struct Case
+    {
+        QString name;
+        bool deleting;
+        QString call; // %1 the source, %2 the trash's files folder
+    };
+    const Case cases[] = {
+        {"fresh.plist", true, "/bin/mv -f %1 %2fresh.plist &"},
+        {"notes", false, "/bin/mv -f %1 %2notes" + stamp + ". &"},
+        {".profile", false, "/bin/mv -f %1 %2.profile" + stamp + ". &"},
+        {"archive.tar.gz", false, "/bin/mv -f %1 %2archive.tar" + stamp + ".gz &"},
+        {"job.plist", false, "/bin/mv -f %1 %2job" + stamp + ".plist &"},
+    };
+    for (const Case &c : cases) {
+        if (c.name != QLatin1String("fresh.plist")) {
+            TestFiles::write(files + c.name, "in the trash");
+        }
+        const QString source = work(c.name);
+        EXPECT_TRUE(auth.authTrashFile(source, c.deleting));
+        EXPECT_EQ(spawner->calls().last(), c.call.arg(source, files));
     }
-}
 
-TEST_F(VTAuthorizationTest, AsRootDeletingRemovesTheTrashPathAndLeavesTheSource)
-{
-    auto spawner = playRoot();
-    VTAuthorization &auth = VTAuthorization::sharedController(false);
-    const QString files = trash() + QStringLiteral("/files");
-    TestFiles::write(files + QStringLiteral("/job.plist"), "in the trash");
-    const QString source = work(QStringLiteral("job.plist"));
+    EXPECT_FALSE(QFileInfo::exists(bobsHome + "/.local"));
 
-    EXPECT_TRUE(auth.authTrashFile(source, true));
-    EXPECT_TRUE(auth.authTrashFile(source));
-    EXPECT_EQ(joined(spawner->calls()), "/bin/rm -Rdf " + files.toStdString() + "/job_" +
-                                            kStamp.toStdString() +
-                                            ".plist &|"
-                                            "/bin/mv -f " +
-                                            source.toStdString() + " " + files.toStdString() +
-                                            "/job_" + kStamp.toStdString() + ".plist &");
+    spawner = playRoot();
+    VTAuthorization &root = VTAuthorization::sharedController(false);
+    const QString source = work("job.plist");
+    EXPECT_TRUE(root.authTrashFile(source, true));
+    EXPECT_EQ(spawner->calls().value(0),
+              QStringLiteral("/bin/rm -Rdf %1job%2.plist &").arg(files, stamp));
     EXPECT_TRUE(QFileInfo::exists(source));
-    EXPECT_EQ(TestFiles::read(files + QStringLiteral("/job.plist")), "in the trash");
-
+    EXPECT_EQ(TestFiles::read(files + "job.plist"), "in the trash");
     // A folder's contents are deleted entry by entry.
-    work(QStringLiteral(".hidden"));
-    const QString folder = m_sandbox.path() + QStringLiteral("/work");
-    EXPECT_TRUE(auth.authTrashFolderContents(folder, true));
-    const QStringList calls = spawner->calls().mid(2);
-    EXPECT_EQ(joined(calls), "/bin/rm -R -f " + folder.toStdString() + "/.hidden &|/bin/rm -R -f " +
-                                 folder.toStdString() + "/job.plist &");
-}
+    const QString folder = m_sandbox.file("gone");
+    TestFiles::write(folder + "/.hidden", "x");
+    TestFiles::write(folder + "/job.plist", "x");
+    EXPECT_TRUE(root.authTrashFolderContents(folder, true));
+    EXPECT_EQ(joined(spawner->calls().mid(1)), "/bin/rm -R -f " + folder.toStdString() +
+                                                   "/.hidden &|/bin/rm -R -f " +
+                                                   folder.toStdString() + "/job.plist &");
 
-TEST_F(VTAuthorizationTest, AnInstanceMadeBeforeBecomingRootKeepsItsUsersTrash)
-{
-    VTAuthorization &auth = VTAuthorization::sharedController(false);
-    auto spawner = playRoot(false);
-    // Someone else at the console now: the trash is still the one of the user the instance
-    // was made for, and nothing is deleted.
-    const QString bobsHome = m_sandbox.mkdir(QStringLiteral("home/bob"));
-    m_identity->console = QStringLiteral("bob");
-    m_identity->homes.insert(QStringLiteral("bob"), bobsHome);
-    const QString source = work(QStringLiteral("job.plist"));
-    EXPECT_TRUE(auth.authTrashFile(source, true));
-    EXPECT_EQ(joined(spawner->calls()), "/bin/mv -f " + source.toStdString() + " " +
-                                            trash().toStdString() + "/files/job.plist &");
-    EXPECT_FALSE(QFileInfo::exists(bobsHome + QStringLiteral("/.local")));
-}
+    // Root needs no credentials and runs the tools itself.
+    EXPECT_TRUE(root.authStartWithUser("anyone", "anything"));
+    EXPECT_TRUE(root.authCreateDir("/opt/new"));
+    EXPECT_EQ(root.authExecTask("/bin/chmod", {"644", "/x"}, false), 0);
+    EXPECT_EQ(spawner->calls().mid(3),
+              QStringList({"/bin/mkdir -p /opt/new &", "/bin/chmod 644 /x"}));
 
-TEST_F(VTAuthorizationTest, AsRootTheRealToolsRunInTheSandbox)
-{
-    m_identity->uid = 0;
-    m_identity->console = QStringLiteral("anna");
-    VTAuthorization::resetForTesting();
-    VTAuthorization &auth = VTAuthorization::sharedController(false);
-    const QString source = work(QStringLiteral("report.txt"), "report");
-    EXPECT_TRUE(auth.authTrashFile(source));
-    const QString trashed = trash() + QStringLiteral("/files/report.txt");
-    EXPECT_TRUE(appears(trashed));
-    EXPECT_TRUE(disappears(source));
-    EXPECT_TRUE(QFileInfo::exists(trash() + QStringLiteral("/info/report.txt.trashinfo")));
+    // The real tools, with no recording spawner.
+    ProcessSpawner::setCurrent(nullptr);
+    const QString report = work("report.txt", "report");
+    EXPECT_TRUE(root.authTrashFile(report));
+    EXPECT_TRUE(appears(files + "report.txt"));
+    EXPECT_TRUE(appears(report, false));
+    EXPECT_TRUE(QFileInfo::exists(trash() + "/info/report.txt.trashinfo"));
     EXPECT_TRUE(elevations().isEmpty());
 }
 

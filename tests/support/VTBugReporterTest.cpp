@@ -52,7 +52,7 @@ public:
     }
 };
 
-const QString kName = QStringLiteral("Kairo Planner");
+const QString kName = "Kairo Planner";
 const QDateTime kLaunch(QDate(2011, 3, 4), QTime(12, 0));
 
 } // namespace
@@ -69,15 +69,15 @@ protected:
     void SetUp() override
     {
         identity->home = sandbox.home();
-        identity->homes.insert(QStringLiteral("anna"), sandbox.home());
+        identity->homes.insert("anna", sandbox.home());
         ProcessSpawner::setCurrent(spawner);
-        VTLog::createNewLog(QStringLiteral("Test"));
+        VTLog::createNewLog("Test");
         plist = sandbox.home() + "/Library/Preferences/com.vantreel.KairoPlanner.plist";
     }
 
     void TearDown() override { ProcessSpawner::setCurrent(nullptr); }
 
-    QString userLogs(const QString &folder) const
+    QString userLogs(const QString &folder = "DiagnosticReports") const
     {
         return sandbox.home() + "/Library/Logs/" + folder;
     }
@@ -85,8 +85,11 @@ protected:
     {
         return sandbox.localRoot() + "/Library/Logs/" + folder;
     }
+    // A crash log of this application, newer than the launch.
+    QString newLog() const { return crashLog(userLogs(), kName + "_2011-03-04-123000_Mac.crash"); }
 
-    static QString crashLog(const QString &folder, const QString &name, const QDateTime &modified)
+    static QString crashLog(const QString &folder, const QString &name,
+                            const QDateTime &modified = kLaunch.addSecs(1800))
     {
         const QString path = folder + QLatin1Char('/') + name;
         TestFiles::write(path, "Exception Type:  SIGSEGV (signal 11)\n");
@@ -104,38 +107,32 @@ protected:
     void writeMarks(const std::optional<QDateTime> &launch, const std::optional<QDateTime> &exit,
                     PlistDict values = {})
     {
-        if (launch) {
-            values.insert(QStringLiteral("launch"), *launch);
+        for (const auto &[key, date] : {std::pair("launch", launch), std::pair("exit", exit)}) {
+            if (date) {
+                values.insert(QLatin1String(key), *date);
+            }
         }
-        if (exit) {
-            values.insert(QStringLiteral("exit"), *exit);
-        }
-        QDir().mkpath(QFileInfo(plist).absolutePath());
-        ASSERT_TRUE(PropertyList::writeXml(PlistValue(values), plist));
+        TestFiles::write(plist, PropertyList::toXml(PlistValue(values)));
     }
 
     PlistDict marks() const { return PropertyList::readDictionary(plist).value_or(PlistDict()); }
 
-    void setGlobal(const PlistValue &value)
+    void setGlobal(const PlistValue &value) const
     {
-        PlistDict global;
-        global.insert(QStringLiteral("disable-crash-reporter"), value);
-        const QString path = sandbox.home() + "/Library/Preferences/com.vantreel.global.plist";
-        QDir().mkpath(QFileInfo(path).absolutePath());
-        ASSERT_TRUE(PropertyList::writeXml(PlistValue(global), path));
+        TestFiles::write(
+            sandbox.home() + "/Library/Preferences/com.vantreel.global.plist",
+            PropertyList::toXml(PlistValue(PlistDict{{"disable-crash-reporter", value}})));
     }
 
     // This application's bundle, with a bug reporter in its resources when asked.
-    QString makeMainBundle(bool withReporter, const QString &recordFile = QString())
+    QString makeMainBundle(bool withReporter = true, const QString &recordFile = "/dev/null")
     {
         const QString bundle = TestFiles::makeBundle(
             sandbox.path(), kName,
-            {{QStringLiteral("CFBundleName"), kName},
-             {QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.vantreel.KairoPlanner")}});
+            {{"CFBundleName", kName}, {"CFBundleIdentifier", "com.vantreel.KairoPlanner"}});
         if (withReporter) {
-            TestFiles::makeBundle(bundle + "/Contents/Resources", QStringLiteral("Bug Reporter"),
-                                  {{QStringLiteral("CFBundleIdentifier"),
-                                    QStringLiteral("com.vantreel.BugReporter")}},
+            TestFiles::makeBundle(bundle + "/Contents/Resources", "Bug Reporter",
+                                  {{"CFBundleIdentifier", "com.vantreel.BugReporter"}},
                                   "printf '%s\\n' \"$@\" > '" + recordFile + "'");
         }
         Bundle::setMainBundlePath(bundle);
@@ -160,79 +157,62 @@ protected:
     }
 };
 
+// A fatal signal leaves a crash log named by the application, the moment and the host,
+// with the signal, the fault address and a backtrace, and still ends the process; the next
+// start hands that log to the reporter.
 TEST_F(VTBugReporterTest, AFatalSignalLeavesACrashLogThatTheNextStartHandsToTheReporter)
 {
     // A root test run writes into the console user's home, which is the sandbox's.
-    sandbox.setEnv("VT_CONSOLE_USER", QStringLiteral("anna"));
+    sandbox.setEnv("VT_CONSOLE_USER", "anna");
     sandbox.setEnv("VT_CONSOLE_HOME", sandbox.home());
     ProcessSpawner::setCurrent(nullptr);
-
-    const QDateTime before = QDateTime::currentDateTime().addMSecs(-1000);
-    const int status = runCrashingProgram(kName, "raise");
-    const QDateTime after = QDateTime::currentDateTime();
-    ASSERT_TRUE(WIFSIGNALED(status)) << "status " << status;
-    EXPECT_EQ(WTERMSIG(status), SIGSEGV);
-
-    const QString folder = userLogs(QStringLiteral("DiagnosticReports"));
-    const QStringList logs = QDir(folder).entryList(QDir::Files);
-    ASSERT_EQ(logs.size(), 1) << logs.join(' ').toStdString();
-    const auto name =
-        QRegularExpression(R"(^Kairo Planner_(\d{4}-\d\d-\d\d-\d{6})_(.+)\.crash$)").match(logs[0]);
-    ASSERT_TRUE(name.hasMatch()) << logs[0].toStdString();
-    const QDateTime written =
-        QDateTime::fromString(name.captured(1), QStringLiteral("yyyy-MM-dd-HHmmss"));
-    EXPECT_GE(written, before.addMSecs(-before.time().msec())) << name.captured(1).toStdString();
-    EXPECT_LE(written, after) << name.captured(1).toStdString();
-    char host[256] = {};
-    gethostname(host, sizeof host - 1);
-    EXPECT_EQ(name.captured(2), QString::fromLocal8Bit(host).section(QLatin1Char('.'), 0, 0));
-
-    const QString path = folder + QLatin1Char('/') + logs[0];
-    const QString text = QString::fromUtf8(TestFiles::read(path));
-    EXPECT_TRUE(text.contains("Process:         Kairo Planner\n")) << text.toStdString();
-    EXPECT_TRUE(text.contains("Exception Type:  SIGSEGV (signal 11)\n")) << text.toStdString();
-    const QStringList backtrace = text.section(QStringLiteral("\nBacktrace:\n"), 1)
-                                      .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    EXPECT_GE(backtrace.size(), 3) << text.toStdString();
-    EXPECT_TRUE(text.contains(QStringLiteral("kairoCrashHere"))) << text.toStdString();
-
-    // The next start: launched before the crash, no orderly exit since.
-    const QString opened = sandbox.file(QStringLiteral("opened.txt"));
-    makeMainBundle(true, opened);
-    writeMarks(before.addSecs(-60), std::nullopt);
-
-    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(path));
-    EXPECT_TRUE(Poll::until([&] { return TestFiles::read(opened).endsWith('\n'); }, 10s));
-    EXPECT_EQ(TestFiles::read(opened), (path + "\n").toUtf8());
-    EXPECT_EQ(TestFiles::logMessages(), QStringList({"Application crashed on last launch"}));
-}
-
-TEST_F(VTBugReporterTest, EveryFatalSignalIsWrittenDownAndStillEndsTheProcess)
-{
-    sandbox.setEnv("VT_CONSOLE_USER", QStringLiteral("anna"));
-    sandbox.setEnv("VT_CONSOLE_HOME", sandbox.home());
-    const QString folder = userLogs(QStringLiteral("DiagnosticReports"));
+    const QString folder = userLogs();
     struct Case
     {
         const char *how;
         int signal;
         const char *expected;
     };
-    for (const Case &c : {Case{"fault", SIGSEGV,
-                               "Exception Type:  SIGSEGV (signal 11)\n"
-                               "Fault Address:   0x10\n"},
-                          Case{"abort", SIGABRT, "Exception Type:  SIGABRT (signal 6)\n"}}) {
+    for (const Case &c :
+         {Case{"fault", SIGSEGV, "Exception Type:  SIGSEGV (signal 11)\nFault Address:   0x10\n"},
+          Case{"abort", SIGABRT, "Exception Type:  SIGABRT (signal 6)\n"},
+          Case{"raise", SIGSEGV, "Process:         Kairo Planner\n"}}) {
         QDir(folder).removeRecursively();
-        const int status = runCrashingProgram(QStringLiteral("Crasher"), c.how);
+        const QDateTime before = QDateTime::currentDateTime().addMSecs(-1000);
+        const int status = runCrashingProgram(kName, c.how);
+        const QDateTime after = QDateTime::currentDateTime();
         ASSERT_TRUE(WIFSIGNALED(status)) << c.how << " status " << status;
         EXPECT_EQ(WTERMSIG(status), c.signal) << c.how;
-        const QStringList logs =
-            QDir(folder).entryList({QStringLiteral("Crasher_*.crash")}, QDir::Files);
-        ASSERT_EQ(logs.size(), 1) << c.how;
+        const QStringList logs = QDir(folder).entryList(QDir::Files);
+        ASSERT_EQ(logs.size(), 1) << logs.join(' ').toStdString();
+        const auto name =
+            QRegularExpression(R"(^Kairo Planner_(\d{4}-\d\d-\d\d-\d{6})_(.+)\.crash$)")
+                .match(logs[0]);
+        ASSERT_TRUE(name.hasMatch()) << logs[0].toStdString();
+        const QDateTime written = QDateTime::fromString(name.captured(1), "yyyy-MM-dd-HHmmss");
+        EXPECT_GE(written, before.addMSecs(-before.time().msec()))
+            << name.captured(1).toStdString();
+        EXPECT_LE(written, after) << name.captured(1).toStdString();
+        char host[256] = {};
+        gethostname(host, sizeof host - 1);
+        EXPECT_EQ(name.captured(2), QString::fromLocal8Bit(host).section(QLatin1Char('.'), 0, 0));
         const QString text = QString::fromUtf8(TestFiles::read(folder + '/' + logs[0]));
         EXPECT_TRUE(text.contains(QLatin1String(c.expected))) << text.toStdString();
-        EXPECT_TRUE(text.contains(QStringLiteral("kairoCrashHere"))) << text.toStdString();
+        const QStringList backtrace =
+            text.section("\nBacktrace:\n", 1).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        EXPECT_GE(backtrace.size(), 3) << text.toStdString();
+        EXPECT_TRUE(text.contains("kairoCrashHere")) << text.toStdString();
     }
+
+    // The next start: launched before the crash, no orderly exit since.
+    const QString path = folder + '/' + QDir(folder).entryList(QDir::Files).value(0);
+    const QString opened = sandbox.file("opened.txt");
+    makeMainBundle(true, opened);
+    writeMarks(QDateTime::currentDateTime().addSecs(-60), std::nullopt);
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(path));
+    EXPECT_TRUE(Poll::until([&] { return TestFiles::read(opened).endsWith('\n'); }, 10s));
+    EXPECT_EQ(TestFiles::read(opened), (path + "\n").toUtf8());
+    EXPECT_EQ(TestFiles::logMessages(), QStringList({"Application crashed on last launch"}));
 }
 
 TEST_F(VTBugReporterTest, CrashLogDatesAreCountedOutWithoutTheCLibrary)
@@ -263,28 +243,28 @@ TEST_F(VTBugReporterTest, CrashLogDatesAreCountedOutWithoutTheCLibrary)
     }
 }
 
-TEST_F(VTBugReporterTest, TheFirstRunChecksNothingAndRecordsTheLaunch)
+// The first run checks nothing and records its launch; start and stop write their marks
+// and keep the other keys; an orderly exit at or after the launch means no crash.
+TEST_F(VTBugReporterTest, TheMarksOfLaunchAndExitDecide)
 {
-    makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
-    crashLog(userLogs(QStringLiteral("DiagnosticReports")),
-             "Kairo Planner_2011-03-04-130000_Mac.crash", kLaunch.addSecs(3600));
-
+    makeMainBundle();
+    writeMarks(std::nullopt, std::nullopt, {{"SUCheckAtStartup", true}});
+    const QString log =
+        crashLog(userLogs(), "Kairo Planner_2011-03-04-130000_Mac.crash", kLaunch.addSecs(3600));
     VTBugReporter::startBugReporter(kName, plist);
-
     EXPECT_EQ(spawner->calls(true), QStringList());
     EXPECT_EQ(TestFiles::logMessages(), QStringList());
-    EXPECT_EQ(marks().value(QStringLiteral("launch")).date().toMSecsSinceEpoch(),
-              kLaunch.toMSecsSinceEpoch());
     // Written by a root process it would belong to root: it goes back to the home's user.
     EXPECT_EQ(spawner->calls(false), QStringList({"/bin/chown -h anna " + plist}));
-}
 
-TEST_F(VTBugReporterTest, AnOrderlyExitAtOrAfterTheLaunchMeansNoCrash)
-{
-    makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
-    const QString log =
-        crashLog(userLogs(QStringLiteral("DiagnosticReports")),
-                 "Kairo Planner_2011-03-04-130000_Mac.crash", kLaunch.addSecs(3600));
+    clock->advance(std::chrono::hours(1));
+    VTBugReporter::stopBugReporter(plist);
+    const PlistDict values = marks();
+    EXPECT_EQ(values.value("SUCheckAtStartup"), PlistValue(true));
+    EXPECT_EQ(values.value("launch").date().toMSecsSinceEpoch(), kLaunch.toMSecsSinceEpoch());
+    EXPECT_EQ(values.value("exit").date().toMSecsSinceEpoch(),
+              kLaunch.addSecs(3600).toMSecsSinceEpoch());
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::nullopt);
 
     for (const int exitAfter : {0, 1}) {
         writeMarks(kLaunch, kLaunch.addSecs(exitAfter));
@@ -294,119 +274,26 @@ TEST_F(VTBugReporterTest, AnOrderlyExitAtOrAfterTheLaunchMeansNoCrash)
     writeMarks(kLaunch, kLaunch.addSecs(-1));
     EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
     EXPECT_EQ(spawner->calls(true).size(), 1);
-}
-
-TEST_F(VTBugReporterTest, StartAndStopWriteTheirMarksAndKeepTheOtherKeys)
-{
-    writeMarks(std::nullopt, std::nullopt, {{QStringLiteral("SUCheckAtStartup"), true}});
-    const QString log =
-        crashLog(userLogs(QStringLiteral("DiagnosticReports")),
-                 "Kairo Planner_2011-03-04-123000_Mac.crash", kLaunch.addSecs(1800));
-
-    VTBugReporter::startBugReporter(kName, plist);
-    clock->advance(std::chrono::hours(1));
-    VTBugReporter::stopBugReporter(plist);
-
-    const PlistDict values = marks();
-    EXPECT_EQ(values.value(QStringLiteral("SUCheckAtStartup")), PlistValue(true));
-    EXPECT_EQ(values.value(QStringLiteral("launch")).date().toMSecsSinceEpoch(),
-              kLaunch.toMSecsSinceEpoch());
-    EXPECT_EQ(values.value(QStringLiteral("exit")).date().toMSecsSinceEpoch(),
-              kLaunch.addSecs(3600).toMSecsSinceEpoch());
-    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::nullopt);
 
     // The next start crashes: its launch is later than the exit, the log later still.
+    writeMarks(kLaunch, kLaunch.addSecs(3600));
     clock->advance(std::chrono::minutes(1));
     VTBugReporter::startBugReporter(kName, plist);
     setModified(log, kLaunch.addSecs(7200));
     EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
 }
 
-TEST_F(VTBugReporterTest, WithoutAPathTheUserDefaultsHoldTheMarksAndTheBundleNamesTheApp)
+// The folders are searched in order, user's before the machine's; in each only the last
+// match in listing order counts, by a name that starts with the application's name and
+// "_" in any case, and only if it is newer than the launch.
+TEST_F(VTBugReporterTest, WhichCrashLogIsFound)
 {
-    const QString bundle = makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
-    const QString defaults =
-        sandbox.home() + "/Library/Preferences/com.vantreel.KairoPlanner.plist";
-
-    VTBugReporter::startBugReporter();
-    EXPECT_TRUE(PropertyList::readDictionary(defaults)
-                    .value_or(PlistDict())
-                    .value(QStringLiteral("launch"))
-                    .isDate());
-    // No chown for the user's own defaults.
-    EXPECT_EQ(spawner->calls(false), QStringList());
-
-    const QString log =
-        crashLog(userLogs(QStringLiteral("CrashReporter")),
-                 "Kairo Planner_2011-03-04-123000_Mac.crash", kLaunch.addSecs(1800));
-    EXPECT_EQ(VTBugReporter::checkForCrashes(), std::optional<QString>(log));
-    EXPECT_EQ(
-        spawner->calls(true),
-        QStringList(
-            {bundle + "/Contents/Resources/Bug Reporter.app/Contents/MacOS/Bug Reporter " + log}));
-
-    clock->advance(std::chrono::hours(1));
-    VTBugReporter::stopBugReporter();
-    EXPECT_EQ(VTBugReporter::checkForCrashes(), std::nullopt);
-}
-
-TEST_F(VTBugReporterTest, AMatchOlderThanTheLaunchIsIgnoredAndTheFoldersSearchedInOrder)
-{
-    makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
+    makeMainBundle();
     writeMarks(kLaunch, std::nullopt);
     const QDateTime later = kLaunch.addSecs(600);
-    crashLog(userLogs(QStringLiteral("CrashReporter")), "Kairo Planner_old.crash",
-             kLaunch.addSecs(-3600));
-    crashLog(localLogs(QStringLiteral("CrashReporter")), "Other App_new.crash", later);
-    const QString local =
-        crashLog(localLogs(QStringLiteral("DiagnosticReports")), "Kairo Planner_new.crash", later);
-    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(local));
-
-    const QString localFirst =
-        crashLog(localLogs(QStringLiteral("CrashReporter")), "Kairo Planner_new.crash", later);
-    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(localFirst));
-    const QString user =
-        crashLog(userLogs(QStringLiteral("DiagnosticReports")), "Kairo Planner_new.crash", later);
-    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(user));
-}
-
-TEST_F(VTBugReporterTest, OnlyTheLastMatchInListingOrderIsLookedAt)
-{
-    makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
-    writeMarks(kLaunch, std::nullopt);
-    const QString folder = userLogs(QStringLiteral("DiagnosticReports"));
-    for (const char *name :
-         {"Kairo Planner_2011-03-04-120500_Mac.crash", "Kairo Planner_2011-03-04-120100_Mac.crash",
-          "Unrelated_1.crash", "Kairo Planner_2011-03-04-120900_Mac.crash",
-          "Kairo Planner_2011-03-04-120300_Mac.crash"}) {
-        crashLog(folder, QLatin1String(name), kLaunch.addSecs(600));
-    }
-    // The folder's own order, as the file system lists it.
-    QString last;
-    DIR *dir = opendir(QFile::encodeName(folder).constData());
-    ASSERT_NE(dir, nullptr);
-    while (const dirent *entry = readdir(dir)) {
-        const QString name = QFile::decodeName(entry->d_name);
-        if (name.startsWith(kName + '_')) {
-            last = name;
-        }
-    }
-    closedir(dir);
-
-    // However new the others are, an old last one means no crash in this folder.
-    setModified(folder + '/' + last, kLaunch.addSecs(-60));
-    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::nullopt);
-    setModified(folder + '/' + last, kLaunch.addSecs(60));
-    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist),
-              std::optional<QString>(folder + '/' + last));
-}
-
-TEST_F(VTBugReporterTest, TheNameMatchesIgnoringCaseAndNeedsTheUnderscore)
-{
-    makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
-    writeMarks(kLaunch, std::nullopt);
-    const QString folder = userLogs(QStringLiteral("DiagnosticReports"));
-    const QDateTime later = kLaunch.addSecs(600);
+    crashLog(userLogs("CrashReporter"), "Kairo Planner_old.crash", kLaunch.addSecs(-3600));
+    crashLog(localLogs("CrashReporter"), "Other App_new.crash", later);
+    const QString folder = userLogs();
     for (const char *name : {"Kairo Planner.crash", "Kairo Planner-2011.crash",
                              "Kairo Planner Helper_2011.crash", "Kairo PlannerX_2011.crash"}) {
         crashLog(folder, QLatin1String(name), later);
@@ -415,78 +302,89 @@ TEST_F(VTBugReporterTest, TheNameMatchesIgnoringCaseAndNeedsTheUnderscore)
     setModified(folder + "/Kairo Planner_folder", later);
     EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::nullopt);
 
-    const QString log = crashLog(folder, QStringLiteral("kAIRO pLANNER_2011.crash"), later);
-    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
-}
-
-TEST_F(VTBugReporterTest, TheSwitchLogsTheCrashOpensNothingAndStillTellsTheDelegate)
-{
-    makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
-    const QString log =
-        crashLog(userLogs(QStringLiteral("DiagnosticReports")),
-                 "Kairo Planner_2011-03-04-123000_Mac.crash", kLaunch.addSecs(1800));
-    for (const PlistValue &on : {PlistValue("1"), PlistValue(true)}) {
-        writeMarks(kLaunch, std::nullopt);
-        setGlobal(on);
-        RecordingDelegate delegate;
-        TestFiles::CaptureStderr console;
-        VTBugReporter::startBugReporter(kName, plist, &delegate);
-        const QString printed = console.finish();
-        QCoreApplication::processEvents();
-
-        EXPECT_TRUE(printed.endsWith(QStringLiteral("] Crash reporter disabled\n")))
-            << printed.toStdString();
-        EXPECT_EQ(TestFiles::logMessages(),
-                  QStringList({"Application crashed on last launch", "Crash reporter disabled"}));
-        EXPECT_EQ(spawner->calls(true), QStringList());
-        ASSERT_EQ(delegate.calls.size(), 1u);
-        EXPECT_EQ(delegate.calls[0].path, log);
-        VTLog::createNewLog(QStringLiteral("Test"));
+    // Each newer match found in a folder searched earlier than the last one's.
+    for (const auto &[where, name] :
+         {std::pair(localLogs("DiagnosticReports"), "Kairo Planner_new.crash"),
+          std::pair(localLogs("CrashReporter"), "Kairo Planner_new.crash"),
+          std::pair(folder, "kAIRO pLANNER_2011.crash")}) {
+        const QString found = crashLog(where, QLatin1String(name), later);
+        EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(found));
     }
 
-    // Any other value leaves the reporter on.
-    writeMarks(kLaunch, std::nullopt);
-    setGlobal(PlistValue("yes"));
-    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
-    EXPECT_EQ(spawner->calls(true).size(), 1);
+    for (const char *name :
+         {"Kairo Planner_2011-03-04-120500_Mac.crash", "Kairo Planner_2011-03-04-120100_Mac.crash",
+          "Kairo Planner_2011-03-04-120900_Mac.crash",
+          "Kairo Planner_2011-03-04-120300_Mac.crash"}) {
+        crashLog(folder, QLatin1String(name), later);
+    }
+    // The folder's own order, as the file system lists it.
+    QString last;
+    DIR *dir = opendir(QFile::encodeName(folder).constData());
+    ASSERT_NE(dir, nullptr);
+    while (const dirent *entry = readdir(dir)) {
+        const QString name = QFile::decodeName(entry->d_name);
+        if (name.startsWith(kName + '_', Qt::CaseInsensitive) && !name.endsWith("folder")) {
+            last = name;
+        }
+    }
+    closedir(dir);
+    // However new the others are, an old last one means no crash in this folder.
+    setModified(folder + '/' + last, kLaunch.addSecs(-60));
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist).value_or(QString()).section('/', 0, -2),
+              localLogs("CrashReporter"));
+    setModified(folder + '/' + last, kLaunch.addSecs(60));
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist),
+              std::optional<QString>(folder + '/' + last));
 }
 
-TEST_F(VTBugReporterTest, WithoutABundledReporterTheInstalledOneIsUsed)
+// The reporter in the application's resources, else the installed one, else none; without
+// a path the user defaults hold the marks and the bundle names the application.
+TEST_F(VTBugReporterTest, TheReporterThatIsOpened)
 {
     makeMainBundle(false);
     writeMarks(kLaunch, std::nullopt);
     const QString log =
-        crashLog(userLogs(QStringLiteral("DiagnosticReports")),
-                 "Kairo Planner_2011-03-04-123000_Mac.crash", kLaunch.addSecs(1800));
-    const QString applications = sandbox.mkdir(QStringLiteral("Applications"));
+        crashLog(userLogs("CrashReporter"), "Kairo Planner_2011-03-04-123000_Mac.crash");
+    const QString applications = sandbox.mkdir("Applications");
     sandbox.setEnv("VT_APP_SEARCH_PATH", applications);
-
     // None installed: the crash is still the answer.
     EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
     EXPECT_EQ(spawner->calls(true), QStringList());
-
     Workspace::invalidateCaches();
-    const QString reporter = TestFiles::makeBundle(
-        applications + "/Utilities", QStringLiteral("Vantreel Reporter"),
-        {{QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.vantreel.BugReporter")}});
+    const QString installed =
+        TestFiles::makeBundle(applications + "/Utilities", "Vantreel Reporter",
+                              {{"CFBundleIdentifier", "com.vantreel.BugReporter"}});
     EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
     EXPECT_EQ(spawner->calls(true),
-              QStringList({reporter + "/Contents/MacOS/Vantreel Reporter " + log}));
+              QStringList({installed + "/Contents/MacOS/Vantreel Reporter " + log}));
+
+    const QString bundle = makeMainBundle();
+    EXPECT_EQ(VTBugReporter::checkForCrashes(), std::optional<QString>(log));
+    EXPECT_EQ(spawner->calls(true).value(1),
+              bundle + "/Contents/Resources/Bug Reporter.app/Contents/MacOS/Bug Reporter " + log);
+    clock->advance(std::chrono::hours(1));
+    VTBugReporter::stopBugReporter();
+    EXPECT_EQ(VTBugReporter::checkForCrashes(), std::nullopt);
+    clock->advance(std::chrono::minutes(1));
+    VTBugReporter::startBugReporter();
+    EXPECT_EQ(marks().value("launch").date().toMSecsSinceEpoch(),
+              kLaunch.addSecs(3660).toMSecsSinceEpoch());
+    // No chown for the user's own defaults.
+    EXPECT_EQ(spawner->calls(false), QStringList());
 }
 
-TEST_F(VTBugReporterTest, TheDelegateIsToldOnTheMainThreadWithoutWaiting)
+// The delegate is told on the main thread, later, and only of a crash; the global switch
+// logs the crash and opens nothing, and still tells the delegate.
+TEST_F(VTBugReporterTest, TheDelegateAndTheSwitch)
 {
-    makeMainBundle(true, sandbox.file(QStringLiteral("opened.txt")));
+    makeMainBundle();
     RecordingDelegate delegate;
-
     writeMarks(kLaunch, kLaunch.addSecs(10));
     VTBugReporter::startBugReporter(kName, plist, &delegate);
     QCoreApplication::processEvents();
     EXPECT_TRUE(delegate.calls.empty());
 
-    const QString log =
-        crashLog(userLogs(QStringLiteral("DiagnosticReports")),
-                 "Kairo Planner_2011-03-04-123000_Mac.crash", kLaunch.addSecs(1800));
+    const QString log = newLog();
     writeMarks(kLaunch, std::nullopt);
     VTBugReporter::startBugReporter(kName, plist, &delegate);
     EXPECT_TRUE(delegate.calls.empty());
@@ -494,17 +392,27 @@ TEST_F(VTBugReporterTest, TheDelegateIsToldOnTheMainThreadWithoutWaiting)
     ASSERT_EQ(delegate.calls.size(), 1u);
     EXPECT_EQ(delegate.calls[0].path, log);
     EXPECT_EQ(delegate.calls[0].thread, QCoreApplication::instance()->thread());
-}
+    EXPECT_EQ(spawner->calls(true).size(), 1);
 
-TEST_F(VTBugReporterTest, ChownPlistGivesTheFileToTheUserAfterHome)
-{
-    VTBugReporter::chownPlist(QStringLiteral("/home/anna/Library/Preferences/a.plist"));
-    VTBugReporter::chownPlist(QStringLiteral("/home/bob/home/carol/b.plist"));
-    VTBugReporter::chownPlist(QStringLiteral("/srv/data/c.plist"));
-    VTBugReporter::chownPlist(QStringLiteral("/data/home"));
-    VTBugReporter::chownPlist(QStringLiteral("/Users/anna/Library/Preferences/d.plist"));
-
-    EXPECT_EQ(spawner->calls(false),
-              QStringList({"/bin/chown -h anna /home/anna/Library/Preferences/a.plist",
-                           "/bin/chown -h bob /home/bob/home/carol/b.plist"}));
+    for (const PlistValue &on : {PlistValue("1"), PlistValue(true)}) {
+        VTLog::createNewLog("Test");
+        writeMarks(kLaunch, std::nullopt);
+        setGlobal(on);
+        RecordingDelegate told;
+        TestFiles::CaptureStderr console;
+        VTBugReporter::startBugReporter(kName, plist, &told);
+        const QString printed = console.finish();
+        QCoreApplication::processEvents();
+        EXPECT_TRUE(printed.endsWith("] Crash reporter disabled\n")) << printed.toStdString();
+        EXPECT_EQ(TestFiles::logMessages(),
+                  QStringList({"Application crashed on last launch", "Crash reporter disabled"}));
+        EXPECT_EQ(spawner->calls(true).size(), 1);
+        ASSERT_EQ(told.calls.size(), 1u);
+        EXPECT_EQ(told.calls[0].path, log);
+    }
+    // Any other value leaves the reporter on.
+    writeMarks(kLaunch, std::nullopt);
+    setGlobal(PlistValue("yes"));
+    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
+    EXPECT_EQ(spawner->calls(true).size(), 2);
 }

@@ -8,30 +8,25 @@
 
 #include <stdexcept>
 
-TEST(VTExceptionTest, QualifiedNameComesFromTheSignature)
+// The method's name comes from the signature, the exception's from the system's vocabulary.
+TEST(VTExceptionTest, QualifiedNamesAndExceptionNames)
 {
-    EXPECT_EQ(VTException::qualifiedName(
-                  "static std::optional<QString> VTLocalPaths::pathForDirectory(int, int)"),
-              QStringLiteral("VTLocalPaths::pathForDirectory"));
-    EXPECT_EQ(VTException::qualifiedName("void AppController::deleteTask(QObject*)"),
-              QStringLiteral("AppController::deleteTask"));
-    EXPECT_EQ(VTException::qualifiedName("QMap<QString, int> Foo::bar() const"),
-              QStringLiteral("Foo::bar"));
-    EXPECT_EQ(VTException::qualifiedName("const QString& VTTask::name(std::pair<int, int>)"),
-              QStringLiteral("VTTask::name"));
-    EXPECT_EQ(VTException::qualifiedName("int main(int, char**)"), QStringLiteral("main"));
-}
-
-TEST(VTExceptionTest, NamesFollowTheSystemsVocabulary)
-{
-    EXPECT_EQ(VTException::nameOf(std::out_of_range("index 3 beyond bounds")),
-              QStringLiteral("NSRangeException"));
-    EXPECT_EQ(VTException::nameOf(std::invalid_argument("x")),
-              QStringLiteral("NSInvalidArgumentException"));
-    EXPECT_EQ(VTException::nameOf(VTException(QStringLiteral("NSPortTimeoutException"), {})),
-              QStringLiteral("NSPortTimeoutException"));
-    EXPECT_TRUE(VTException::didTimeout(VTException(QStringLiteral("NSPortTimeoutException"), {})));
-    EXPECT_FALSE(VTException::didTimeout(VTException(QStringLiteral("NSPortTimeout"), {})));
+    const std::pair<const char *, const char *> signatures[] = {
+        {"static std::optional<QString> VTLocalPaths::pathForDirectory(int, int)",
+         "VTLocalPaths::pathForDirectory"},
+        {"void AppController::deleteTask(QObject*)", "AppController::deleteTask"},
+        {"QMap<QString, int> Foo::bar() const", "Foo::bar"},
+        {"const QString& VTTask::name(std::pair<int, int>)", "VTTask::name"},
+        {"int main(int, char**)", "main"},
+    };
+    for (const auto &[signature, name] : signatures) {
+        EXPECT_EQ(VTException::qualifiedName(signature), QLatin1String(name));
+    }
+    const VTException timeout("NSPortTimeoutException", {});
+    EXPECT_EQ(VTException::nameOf(std::invalid_argument("x")), "NSInvalidArgumentException");
+    EXPECT_EQ(VTException::nameOf(timeout), "NSPortTimeoutException");
+    EXPECT_TRUE(VTException::didTimeout(timeout));
+    EXPECT_FALSE(VTException::didTimeout(VTException("NSPortTimeout", {})));
     EXPECT_FALSE(VTException::didTimeout(std::runtime_error("NSPortTimeoutException")));
 }
 
@@ -44,13 +39,7 @@ protected:
     void SetUp() override
     {
         identity->home = sandbox.home();
-        VTLog::createNewLog(QStringLiteral("GuardTest"));
-    }
-
-    QStringList logLines()
-    {
-        VTLog::finishWriting();
-        return TestFiles::lines(VTLog::currentLogPath());
+        VTLog::createNewLog("GuardTest");
     }
 };
 
@@ -63,16 +52,15 @@ TEST_F(VTExceptionGuardTest, GuardReturnsTheNeutralValueAndReportsTheMethod)
         VTException::guard("static int Widget::count(int)", 7,
                            []() -> int { throw std::out_of_range("index (4) beyond bounds (3)"); }),
         7);
-    EXPECT_TRUE(logLines().last().endsWith(QStringLiteral(
+    EXPECT_TRUE(TestFiles::logMessages().last().endsWith(QStringLiteral(
         "Exception in Widget::count. NSRangeException - index (4) beyond bounds (3).")));
-    VTException::guard("void Job::run()", [] {
-        throw VTException(QStringLiteral("NSGenericException"), QStringLiteral("50%% done"));
-    });
-    EXPECT_TRUE(logLines().last().endsWith(QStringLiteral("NSGenericException - 50% done.")));
+    VTException::guard("void Job::run()",
+                       [] { throw VTException("NSGenericException", "50%% done"); });
+    EXPECT_TRUE(TestFiles::logMessages().last().endsWith("NSGenericException - 50% done."));
     EXPECT_TRUE(VTException::guard("bool X::y()", true, []() -> bool { throw 42; }));
     const QString printed = console.finish();
     EXPECT_TRUE(printed.contains(QStringLiteral(
         "Exception in Widget::count. NSRangeException - index (4) beyond bounds (3).")));
-    EXPECT_TRUE(printed.contains(QStringLiteral("NSGenericException - 50%% done.")));
-    EXPECT_TRUE(printed.contains(QStringLiteral("Exception in X::y. NSGenericException")));
+    EXPECT_TRUE(printed.contains("NSGenericException - 50%% done."));
+    EXPECT_TRUE(printed.contains("Exception in X::y. NSGenericException"));
 }

@@ -30,94 +30,88 @@ protected:
     {
         annaHome = sandbox.home();
         identity->home = annaHome;
-        identity->homes.insert(QStringLiteral("anna"), annaHome);
+        identity->homes.insert("anna", annaHome);
     }
 
     // Root, with its own home where the platform puts it and anna at the console.
-    void becomeRoot(const QString &rootHome,
-                    const std::optional<QString> &console = QStringLiteral("anna"))
+    void becomeRoot(const QString &rootHome, const std::optional<QString> &console = "anna")
     {
         identity->uid = 0;
-        identity->name = QStringLiteral("root");
+        identity->name = "root";
         identity->home = rootHome;
         identity->console = console;
     }
 };
 
-TEST_F(VTLocalPathsTest, OrdinaryUserGetsTheFoldersOfHisHome)
+// An ordinary user gets the folders of his home; root those of the console user's, its own
+// home stripped of the platform's prefix (sixteen characters go, one short of the
+// "/private/var/root" prefix, so the "t" stays); nobody at the console leaves root without
+// user folders. The local domain is never redirected. The trash is the freedesktop one.
+TEST_F(VTLocalPathsTest, FoldersOfTheUserAndOfTheMachine)
 {
     const QString root = sandbox.localRoot();
-    EXPECT_EQ(VTLocalPaths::libraryDirectory(true), some(annaHome + "/Library"));
-    EXPECT_EQ(VTLocalPaths::libraryDirectory(false), some(root + "/Library"));
-    EXPECT_EQ(VTLocalPaths::prefsDirectory(true), some(annaHome + "/Library/Preferences"));
-    EXPECT_EQ(VTLocalPaths::prefsDirectory(false), some(root + "/Library/Preferences"));
-    EXPECT_EQ(VTLocalPaths::logDirectory(true), some(annaHome + "/Library/Logs"));
-    EXPECT_EQ(VTLocalPaths::applicationDirectory(false), some(root + "/Applications"));
-    EXPECT_EQ(VTLocalPaths::adminApplicationDirectory(true),
-              some(annaHome + "/Applications/Utilities"));
-    EXPECT_EQ(VTLocalPaths::appSupportDirectory(false),
-              some(root + "/Library/Application Support"));
-    EXPECT_EQ(VTLocalPaths::cacheDirectory(true), some(annaHome + "/Library/Caches"));
-    EXPECT_EQ(VTLocalPaths::systemLibraryDirectory(), some(root + "/System/Library"));
-    EXPECT_EQ(VTLocalPaths::localDocumentationDirectory(), some(root + "/Library/Documentation"));
-    EXPECT_EQ(VTLocalPaths::userDirectory(), some(annaHome));
-    EXPECT_EQ(VTLocalPaths::movieDirectory(), some(annaHome + "/Movies"));
-    EXPECT_EQ(VTLocalPaths::username(), some(QStringLiteral("anna")));
-    // The local domain has no Documents folder, and no domain 4.
-    EXPECT_EQ(VTLocalPaths::documentDirectory(false), std::nullopt);
-    EXPECT_EQ(VTLocalPaths::pathForDirectory(5, 4), std::nullopt);
-    EXPECT_EQ(VTLocalPaths::pathForDirectory(99, 1), std::nullopt);
-}
-
-TEST_F(VTLocalPathsTest, TrashIsTheFreedesktopTrashOfTheHome)
-{
-    EXPECT_EQ(VTLocalPaths::trashDirectory(), some(annaHome + "/.local/share/Trash/files"));
+    const std::pair<std::optional<QString>, std::optional<QString>> folders[] = {
+        {VTLocalPaths::libraryDirectory(true), annaHome + "/Library"},
+        {VTLocalPaths::libraryDirectory(false), root + "/Library"},
+        {VTLocalPaths::prefsDirectory(true), annaHome + "/Library/Preferences"},
+        {VTLocalPaths::prefsDirectory(false), root + "/Library/Preferences"},
+        {VTLocalPaths::logDirectory(true), annaHome + "/Library/Logs"},
+        {VTLocalPaths::applicationDirectory(false), root + "/Applications"},
+        {VTLocalPaths::adminApplicationDirectory(true), annaHome + "/Applications/Utilities"},
+        {VTLocalPaths::appSupportDirectory(false), root + "/Library/Application Support"},
+        {VTLocalPaths::cacheDirectory(true), annaHome + "/Library/Caches"},
+        {VTLocalPaths::systemLibraryDirectory(), root + "/System/Library"},
+        {VTLocalPaths::localDocumentationDirectory(), root + "/Library/Documentation"},
+        {VTLocalPaths::userDirectory(), annaHome},
+        {VTLocalPaths::movieDirectory(), annaHome + "/Movies"},
+        {VTLocalPaths::username(), "anna"},
+        {VTLocalPaths::trashDirectory(), annaHome + "/.local/share/Trash/files"},
+        // Joined paths lose doubled and trailing slashes; an empty component adds nothing.
+        {VTLocalPaths::appendPathComponent("/home/anna/", "Library/"), "/home/anna/Library"},
+        {VTLocalPaths::appendPathComponent("/home/anna", ""), "/home/anna"},
+        // The local domain has no Documents folder, and there is no domain 4.
+        {VTLocalPaths::documentDirectory(false), std::nullopt},
+        {VTLocalPaths::pathForDirectory(5, 4), std::nullopt},
+        {VTLocalPaths::pathForDirectory(99, 1), std::nullopt},
+    };
+    for (const auto &[actual, expected] : folders) {
+        EXPECT_EQ(actual, expected);
+    }
+    // The trash follows XDG_DATA_HOME; root's own says nothing about the console user's.
     sandbox.setEnv("XDG_DATA_HOME", sandbox.path() + "/data");
     EXPECT_EQ(VTLocalPaths::trashDirectory(), some(sandbox.path() + "/data/Trash/files"));
-    // Root's own XDG_DATA_HOME says nothing about the console user's trash.
-    becomeRoot(QStringLiteral("/root"));
-    EXPECT_EQ(VTLocalPaths::trashDirectory(), some(annaHome + "/.local/share/Trash/files"));
-}
 
-TEST_F(VTLocalPathsTest, RootIsRedirectedIntoTheConsoleUsersHome)
-{
-    becomeRoot(QStringLiteral("/root"));
-    EXPECT_EQ(VTLocalPaths::libraryDirectory(true), some(annaHome + "/Library"));
-    EXPECT_EQ(VTLocalPaths::prefsDirectory(true), some(annaHome + "/Library/Preferences"));
-    EXPECT_EQ(VTLocalPaths::userDirectory(), some(annaHome));
-    EXPECT_EQ(VTLocalPaths::username(), some(QStringLiteral("anna")));
-    // The local domain is never redirected.
-    EXPECT_EQ(VTLocalPaths::libraryDirectory(false), some(sandbox.localRoot() + "/Library"));
-
-    becomeRoot(QStringLiteral("/var/root"));
-    EXPECT_EQ(VTLocalPaths::libraryDirectory(true), some(annaHome + "/Library"));
-
-    // A sandboxed root home is stripped the same way.
-    becomeRoot(sandbox.path() + "/roothome");
-    EXPECT_EQ(VTLocalPaths::appSupportDirectory(true),
-              some(annaHome + "/Library/Application Support"));
-
-    // Sixteen characters go, one short of the prefix, so the "t" stays.
-    becomeRoot(QStringLiteral("/private/var/root"));
-    EXPECT_EQ(VTLocalPaths::libraryDirectory(true), some(annaHome + "/t/Library"));
-}
-
-TEST_F(VTLocalPathsTest, NobodyAtTheConsoleLeavesRootWithoutUserFolders)
-{
-    becomeRoot(QStringLiteral("/root"), QStringLiteral("loginwindow"));
-    EXPECT_EQ(VTLocalPaths::currentConsoleUser(), std::nullopt);
-    EXPECT_EQ(VTLocalPaths::userDirectory(), std::nullopt);
-    EXPECT_EQ(VTLocalPaths::libraryDirectory(true), std::nullopt);
-    EXPECT_EQ(VTLocalPaths::trashDirectory(), std::nullopt);
-    EXPECT_EQ(VTLocalPaths::libraryDirectory(false), some(sandbox.localRoot() + "/Library"));
-
-    becomeRoot(QStringLiteral("/root"), std::nullopt);
-    EXPECT_EQ(VTLocalPaths::currentConsoleUser(), std::nullopt);
-    EXPECT_EQ(VTLocalPaths::username(), std::nullopt);
+    const std::tuple<QString, std::optional<QString>, std::optional<QString>> roots[] = {
+        {"/root", "anna", annaHome + "/Library"},
+        {"/var/root", "anna", annaHome + "/Library"},
+        {sandbox.path() + "/roothome", "anna", annaHome + "/Library"},
+        {"/private/var/root", "anna", annaHome + "/t/Library"},
+        {"/root", "loginwindow", std::nullopt},
+        {"/root", std::nullopt, std::nullopt},
+    };
+    for (const auto &[home, console, library] : roots) {
+        becomeRoot(home, console);
+        SCOPED_TRACE(home.toStdString() + " " + console.value_or("none").toStdString());
+        EXPECT_EQ(VTLocalPaths::libraryDirectory(true), library);
+        const bool someone = library.has_value();
+        EXPECT_EQ(VTLocalPaths::prefsDirectory(true),
+                  someone ? some(*library + "/Preferences") : std::nullopt);
+        EXPECT_EQ(VTLocalPaths::userDirectory(), someone ? some(annaHome) : std::nullopt);
+        EXPECT_EQ(VTLocalPaths::username(), someone ? console : std::nullopt);
+        EXPECT_EQ(VTLocalPaths::currentConsoleUser(), someone ? console : std::nullopt);
+        EXPECT_EQ(VTLocalPaths::trashDirectory(),
+                  someone ? some(annaHome + "/.local/share/Trash/files") : std::nullopt);
+        EXPECT_EQ(VTLocalPaths::libraryDirectory(false), some(root + "/Library"));
+    }
 }
 
 TEST_F(VTLocalPathsTest, SystemDirectoryGuard)
 {
+    // Backups live on a volume of their own.
+    EXPECT_TRUE(
+        VTLocalPaths::isPathOnTimeMachineVolume("/Volumes/Backup/Backups.backupdb/mac/Latest"));
+    EXPECT_FALSE(VTLocalPaths::isPathOnTimeMachineVolume("/Backups.backupdb"));
+    EXPECT_FALSE(VTLocalPaths::isPathOnTimeMachineVolume("/Volumes/Backup/Backups.backupdb2/x"));
     const QString root = sandbox.localRoot();
     struct Case
     {
@@ -168,32 +162,12 @@ TEST_F(VTLocalPathsTest, SystemDirectoryGuard)
     }
 }
 
-TEST_F(VTLocalPathsTest, TimeMachineVolumesTemporaryFilesAndJoinedPaths)
-{
-    EXPECT_TRUE(VTLocalPaths::isPathOnTimeMachineVolume(
-        QStringLiteral("/Volumes/Backup/Backups.backupdb/mac/Latest")));
-    EXPECT_FALSE(VTLocalPaths::isPathOnTimeMachineVolume(QStringLiteral("/Backups.backupdb")));
-    EXPECT_FALSE(VTLocalPaths::isPathOnTimeMachineVolume(
-        QStringLiteral("/Volumes/Backup/Backups.backupdb2/x")));
-
-    // Temporary files are unique and not created.
-    const QString a = VTLocalPaths::tempFile();
-    EXPECT_NE(a, VTLocalPaths::tempFile());
-    EXPECT_TRUE(a.startsWith(VTLocalPaths::tempDirectory() + "/"));
-    EXPECT_FALSE(QFileInfo::exists(a));
-    EXPECT_EQ(VTLocalPaths::uuid().size(), 36);
-
-    EXPECT_EQ(VTLocalPaths::appendPathComponent("/home/anna", "/Library"), "/home/anna/Library");
-    EXPECT_EQ(VTLocalPaths::appendPathComponent("/home/anna/", "Library/"), "/home/anna/Library");
-    EXPECT_EQ(VTLocalPaths::appendPathComponent("/home/anna", ""), "/home/anna");
-}
-
 TEST_F(VTLocalPathsTest, StagingHappensInAFolderOfTheUsersAlone)
 {
-    const QString shared = sandbox.mkdir(QStringLiteral("tmp"));
+    const QString shared = sandbox.mkdir("tmp");
     ::chmod(QFile::encodeName(shared).constData(), 01777);
     sandbox.setEnv("TMPDIR", shared);
-    const QString runtime = sandbox.mkdir(QStringLiteral("runtime"));
+    const QString runtime = sandbox.mkdir("runtime");
     ::chmod(QFile::encodeName(runtime).constData(), 0700);
     sandbox.setEnv("XDG_RUNTIME_DIR", runtime);
     EXPECT_EQ(VTLocalPaths::tempDirectory(), runtime);
@@ -217,4 +191,9 @@ TEST_F(VTLocalPathsTest, StagingHappensInAFolderOfTheUsersAlone)
     EXPECT_EQ(info.st_uid, ::geteuid());
     EXPECT_EQ(info.st_mode & 077, 0u);
     EXPECT_EQ(VTLocalPaths::tempDirectory(), chosen);
+    // Temporary files are unique names in that folder, not made.
+    const QString file = VTLocalPaths::tempFile();
+    EXPECT_NE(file, VTLocalPaths::tempFile());
+    EXPECT_TRUE(file.startsWith(chosen + "/")) << file.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(file));
 }

@@ -17,7 +17,7 @@
 #include <unistd.h>
 
 // By the bytes of the name (FileNames), so that tests can use names that are not UTF-8.
-void TestFiles::write(const QString &path, const QByteArray &bytes)
+QString TestFiles::write(const QString &path, const QByteArray &bytes)
 {
     PosixFile::makeFolders(PathString::deletingLastPathComponent(path));
     const int fd =
@@ -26,6 +26,7 @@ void TestFiles::write(const QString &path, const QByteArray &bytes)
         PosixFile::writeAll(fd, bytes);
         ::close(fd);
     }
+    return path;
 }
 
 QByteArray TestFiles::read(const QString &path)

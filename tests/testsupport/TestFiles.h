@@ -10,8 +10,8 @@
 class TestFiles
 {
 public:
-    // Writes the bytes, making parent folders.
-    static void write(const QString &path, const QByteArray &bytes);
+    // Writes the bytes, making parent folders; the path.
+    static QString write(const QString &path, const QByteArray &bytes);
     static QByteArray read(const QString &path);
     // Writes an executable shell script ("#!/bin/sh" is prepended).
     static QString writeScript(const QString &path, const QString &body);
