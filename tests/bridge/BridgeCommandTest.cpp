@@ -119,8 +119,8 @@ TEST_F(BridgeCommandTest, AHomeThatIsNotUtf8GetsTheUnits)
     const QString units = home + QStringLiteral("/.config/systemd/user/com.vantreel.X");
     const QString program = sandbox.localRoot() + FileNames::decode("/T\xf6ols/run");
     const QString path = BridgeTesting::writeJob(
-        sandbox.home(),
-        BridgeTesting::writerJob(QStringLiteral("com.vantreel.X"), program, {}, daily()));
+        sandbox.home(), BridgeTesting::writerJob(QStringLiteral("com.vantreel.X"), program, {},
+                                                 BridgeTesting::daily()));
     BridgeTesting::Run run = BridgeTesting::bridge({"load", path});
     EXPECT_EQ(run.status, 0) << run.err.toStdString();
     EXPECT_TRUE(FileNames::exists(units + QStringLiteral(".timer")));
