@@ -254,22 +254,22 @@ std::optional<QString> Workspace::lookUpApplication(const QString &bundleID)
 QVariant Workspace::iconForFile(const QString &path, const QSize &size)
 {
     Desktop &cache = desktop();
-    IconProvider provider = nullptr;
+    std::unique_lock<std::mutex> lock(cache.mutex);
+    // Headless: nothing to look up, not even a key to build.
+    const IconProvider provider = cache.provider;
+    if (!provider) {
+        return QVariant();
+    }
     const QString key = path + QLatin1Char('|') + QString::number(size.width()) + QLatin1Char('x') +
                         QString::number(size.height());
-    {
-        std::lock_guard<std::mutex> lock(cache.mutex);
-        provider = cache.provider;
-        if (!provider) {
-            return QVariant();
-        }
-        auto it = cache.images.constFind(key);
-        if (it != cache.images.constEnd()) {
-            return *it;
-        }
+    auto it = cache.images.constFind(key);
+    if (it != cache.images.constEnd()) {
+        return *it;
     }
+    // The provider may take its time (files, drawing); others look up meanwhile.
+    lock.unlock();
     QVariant image = provider(path, size);
-    std::lock_guard<std::mutex> lock(cache.mutex);
+    lock.lock();
     cache.images.insert(key, image);
     return image;
 }
