@@ -1,6 +1,7 @@
 #include "PropertyList.h"
 
 #include "FileNames.h"
+#include "PlistXmlReader.h"
 #include "PosixFile.h"
 
 #include <QHash>
@@ -447,13 +448,18 @@ plist_t toNode(const PlistValue &value)
 
 namespace {
 
-std::optional<PlistValue> parseBytes(const char *bytes, qsizetype size)
+std::optional<PlistValue> parseBytes(const char *bytes, qsizetype size, bool direct)
 {
     if (size <= 0 || size > static_cast<qsizetype>(std::numeric_limits<uint32_t>::max())) {
         return std::nullopt;
     }
     const QByteArray view = QByteArray::fromRawData(bytes, size);
     const bool binary = plist_is_binary(bytes, static_cast<uint32_t>(size)) != 0;
+    if (direct && !binary) {
+        if (std::optional<PlistValue> value = PlistXmlReader::read(bytes, size)) {
+            return value;
+        }
+    }
     if (binary ? !binaryWithinLimits(view) : !xmlNestingWithinLimit(view)) {
         return std::nullopt;
     }
@@ -470,8 +476,15 @@ std::optional<PlistValue> parseBytes(const char *bytes, qsizetype size)
 
 std::optional<PlistValue> PropertyList::parse(const QByteArray &bytes)
 {
-    return parseBytes(bytes.constData(), bytes.size());
+    return parseBytes(bytes.constData(), bytes.size(), true);
 }
+
+std::optional<PlistValue> PropertyList::parseGeneral(const QByteArray &bytes)
+{
+    return parseBytes(bytes.constData(), bytes.size(), false);
+}
+
+
 
 namespace {
 
@@ -627,11 +640,11 @@ int createTemporary(int dir, const QByteArray &base, mode_t mode, QByteArray *te
     return -1;
 }
 
-// Writes bytes to path atomically: a new file beside the target, written, flushed to disk,
-// then renamed over the target. Whatever happens, the target is either the old file or the
-// new one, and no temporary file stays behind. An existing file keeps its permissions; for
-// an ordinary user a symbolic link stays a link and its target is replaced.
-bool writeAtomically(const QByteArray &bytes, const QString &path, QString *error)
+// The first half of an atomic write: a new file beside the target, written and flushed to
+// disk, not yet renamed over it. An existing file's permissions are kept; for an ordinary
+// user a symbolic link stays a link and its target is replaced.
+std::unique_ptr<PropertyList::StagedWrite> stageAtomically(const QByteArray &bytes,
+                                                           const QString &path, QString *error)
 {
     QByteArray target = FileNames::encode(path);
     // As root a link at the name is replaced, never followed: whoever planted it must not
@@ -654,48 +667,44 @@ bool writeAtomically(const QByteArray &bytes, const QString &path, QString *erro
         if (error) {
             *error = systemError("Cannot replace", path, EISDIR);
         }
-        return false;
+        return nullptr;
     }
-    QByteArray base;
-    const int dir = openTargetFolder(target, &base);
-    QByteArray temporary;
-    const int fd = dir < 0 ? -1 : createTemporary(dir, base, 0666, &temporary);
-    if (fd < 0) {
-        const int saved = errno;
-        if (dir >= 0) {
-            ::close(dir);
-        }
+    auto staged = std::make_unique<PropertyList::StagedWrite>();
+    staged->path = path;
+    staged->bytes = bytes;
+    staged->dir = openTargetFolder(target, &staged->base);
+    staged->fd =
+        staged->dir < 0 ? -1 : createTemporary(staged->dir, staged->base, 0666, &staged->temporary);
+    if (staged->fd < 0) {
         if (error) {
-            *error = systemError("Cannot create a temporary file for", path, saved);
+            *error = systemError("Cannot create a temporary file for", path, errno);
         }
-        return false;
+        return nullptr;
     }
     const auto fail = [&](const char *what) {
-        const int saved = errno;
-        ::unlinkat(dir, temporary.constData(), 0);
-        ::close(fd);
-        ::close(dir);
         if (error) {
-            *error = systemError(what, path, saved);
+            *error = systemError(what, path, errno);
         }
-        return false;
+        return nullptr;
     };
-    if (exists && ::fchmod(fd, st.st_mode & 07777) != 0) {
+    if (exists && ::fchmod(staged->fd, st.st_mode & 07777) != 0) {
         return fail("Cannot keep the permissions of");
     }
-    if (!writeAll(fd, bytes)) {
+    if (!writeAll(staged->fd, bytes)) {
         return fail("Cannot write");
     }
-    if (::fsync(fd) != 0) {
+    if (::fsync(staged->fd) != 0) {
         return fail("Cannot flush");
     }
-    // Renamed while still open, and so still locked: a scan never takes it for a leftover.
-    if (::renameat(dir, temporary.constData(), dir, base.constData()) != 0) {
-        return fail("Cannot replace");
-    }
-    ::close(fd);
-    ::close(dir);
-    return true;
+    return staged;
+}
+
+// Writes bytes to path atomically: staged, then renamed over the target. Whatever happens,
+// the target is either the old file or the new one, and no temporary file stays behind.
+bool writeAtomically(const QByteArray &bytes, const QString &path, QString *error)
+{
+    const std::unique_ptr<PropertyList::StagedWrite> staged = stageAtomically(bytes, path, error);
+    return staged && staged->commit(error);
 }
 
 // Writes bytes to a new file at path, which appears whole or not at all: a locked temporary
@@ -738,7 +747,7 @@ std::optional<PlistValue> PropertyList::read(const QString &path)
     if (!readFile(path, buffer, &size)) {
         return std::nullopt;
     }
-    auto value = parseBytes(buffer.data(), size);
+    auto value = parseBytes(buffer.data(), size, true);
     // Do not keep the memory of a huge file for the rest of the thread.
     if (buffer.size() > 1024 * 1024) {
         std::vector<char>().swap(buffer);
@@ -848,4 +857,34 @@ bool PropertyList::writeXml(const PlistValue &value, const QString &path, QStrin
         return false;
     }
     return writeAtomically(xml, path, error);
+}
+
+PropertyList::StagedWrite::~StagedWrite()
+{
+    if (fd >= 0 && !committed) {
+        ::unlinkat(dir, temporary.constData(), 0);
+    }
+    if (fd >= 0) {
+        ::close(fd);
+    }
+    if (dir >= 0) {
+        ::close(dir);
+    }
+}
+
+bool PropertyList::StagedWrite::commit(QString *error)
+{
+    // Renamed while still open, and so still locked: a scan never takes it for a leftover.
+    committed = ::renameat(dir, temporary.constData(), dir, base.constData()) == 0;
+    if (!committed && error) {
+        *error = systemError("Cannot replace", path, errno);
+    }
+    return committed;
+}
+
+std::unique_ptr<PropertyList::StagedWrite> PropertyList::stageXml(const QByteArray &xml,
+                                                                  const QString &path,
+                                                                  QString *error)
+{
+    return stageAtomically(xml, path, error);
 }

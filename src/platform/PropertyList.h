@@ -6,6 +6,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <memory>
 #include <optional>
 
 // Reading and writing property-list files. Reading accepts XML and binary files; a
@@ -23,6 +24,9 @@ public:
     static std::optional<PlistDict> readDictionaryToUpdate(const QString &path);
 
     static std::optional<PlistValue> parse(const QByteArray &bytes);
+    // The general reader alone, without the direct one for plain XML: what that one must
+    // always agree with.
+    static std::optional<PlistValue> parseGeneral(const QByteArray &bytes);
     static QByteArray toXml(const PlistValue &value);
 
     // Temporary file in the same folder, flushed to disk, then renamed over the target:
@@ -30,6 +34,28 @@ public:
     // file. An existing file keeps its permissions; through a symbolic link, the link's
     // target is replaced. On failure the reason goes to *error.
     static bool writeXml(const PlistValue &value, const QString &path, QString *error = nullptr);
+
+    // The first half of writeXml for text made by toXml: written and flushed beside path,
+    // so that a caller can prepare the next file while other work goes on, and put it in
+    // place later with commit. Dropped uncommitted, it leaves nothing behind.
+    struct StagedWrite
+    {
+        QString path;
+        QByteArray bytes;
+        int dir = -1;
+        int fd = -1;
+        QByteArray base;
+        QByteArray temporary;
+        bool committed = false;
+
+        StagedWrite() = default;
+        StagedWrite(const StagedWrite &) = delete;
+        StagedWrite &operator=(const StagedWrite &) = delete;
+        ~StagedWrite();
+        bool commit(QString *error = nullptr);
+    };
+    static std::unique_ptr<StagedWrite> stageXml(const QByteArray &xml, const QString &path,
+                                                 QString *error = nullptr);
     // A new file that appears whole or not at all, and only where no file of that name is:
     // false otherwise, with *taken telling whether the name was taken.
     static bool createXml(const PlistValue &value, const QString &path, bool *taken = nullptr);
