@@ -21,6 +21,7 @@
 #include "support/VTTask.h"
 #include "support/VTTaskNotification.h"
 #include "support/VTToolPaths.h"
+#include "tasks/JobWriteAhead.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -327,9 +328,9 @@ void AppController::rewriteAfterUpgrade()
         return;
     }
     const LookupSnapshot snapshot;
-    for (const VTScheduledTask::Ptr &task : dataArray()) {
-        task->saveData(false);
-    }
+    JobWriteAhead::saveInTurn(
+        dataArray(), [](VTScheduledTask &) {},
+        [](VTScheduledTask &task) { return task.saveData(false); }, false);
 }
 
 AppController::TaskList AppController::dataArray() const
@@ -366,11 +367,10 @@ void AppController::enableDisableAll()
         }
         const bool disable = m_view->enableDisableAllLabel() == kDisableAll;
         const LookupSnapshot snapshot;
-        for (const VTScheduledTask::Ptr &task : dataArray()) {
-            task->setEnabled(!disable);
-            // A failed save is reported by the writer and does not stop the others.
-            task->saveData();
-        }
+        // A failed save is reported by the writer and does not stop the others.
+        JobWriteAhead::saveInTurn(
+            dataArray(), [disable](VTScheduledTask &task) { task.setEnabled(!disable); },
+            [](VTScheduledTask &task) { return task.saveData(); }, false);
         if (disable) {
             m_view->setEnableDisableAllItem(QStringLiteral("Enable All Tasks"),
                                             QStringLiteral("KairoPlanner.icns"));

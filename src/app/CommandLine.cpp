@@ -13,6 +13,7 @@
 #include "support/VTReport.h"
 #include "support/VTTask.h"
 #include "support/VTToolPaths.h"
+#include "tasks/JobWriteAhead.h"
 #include "tasks/TaskCatalogue.h"
 
 #include <QCoreApplication>
@@ -248,14 +249,16 @@ bool CommandLine::saveAll(AppController &controller, bool enable)
 {
     // One look at each application for the whole pass, not one per job.
     const LookupSnapshot snapshot;
-    for (const VTScheduledTask::Ptr &task : controller.dataArray()) {
-        task->setEnabled(enable);
-        if (!task->saveData()) {
-            VTReport::report(QStringLiteral("Unable to save data"));
-            return false;
-        }
-    }
-    return true;
+    return JobWriteAhead::saveInTurn(
+        controller.dataArray(), [enable](VTScheduledTask &task) { task.setEnabled(enable); },
+        [](VTScheduledTask &task) {
+            if (!task.saveData()) {
+                VTReport::report(QStringLiteral("Unable to save data"));
+                return false;
+            }
+            return true;
+        },
+        true);
 }
 
 int CommandLine::enableOrDisable(const QStringList &arguments, bool enable)

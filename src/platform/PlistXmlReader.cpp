@@ -35,7 +35,11 @@ public:
         m_p += length;
         return true;
     }
-    template <size_t N> bool take(const char (&literal)[N]) { return take(literal, N - 1); }
+    template <size_t N>
+    bool take(const char (&literal)[N])
+    {
+        return take(literal, N - 1);
+    }
 
     // Skips a quoted literal: "...".
     bool skipQuoted()
@@ -76,8 +80,8 @@ public:
             {
                 const char *name;
                 char c;
-            } entities[] = {{"&amp;", '&'}, {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'},
-                            {"&apos;", '\''}};
+            } entities[] = {
+                {"&amp;", '&'}, {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}};
             bool known = false;
             for (const auto &entity : entities) {
                 const size_t length = strlen(entity.name);

@@ -484,8 +484,6 @@ std::optional<PlistValue> PropertyList::parseGeneral(const QByteArray &bytes)
     return parseBytes(bytes.constData(), bytes.size(), false);
 }
 
-
-
 namespace {
 
 // Reads the whole content of a regular file into buffer (reused from call to call, so
@@ -882,9 +880,8 @@ bool PropertyList::StagedWrite::commit(QString *error)
     return committed;
 }
 
-std::unique_ptr<PropertyList::StagedWrite> PropertyList::stageXml(const QByteArray &xml,
-                                                                  const QString &path,
-                                                                  QString *error)
+std::unique_ptr<PropertyList::StagedWrite>
+PropertyList::stageXml(const QByteArray &xml, const QString &path, QString *error)
 {
     return stageAtomically(xml, path, error);
 }

@@ -1,5 +1,6 @@
 #include "JobFileWriter.h"
 
+#include "JobWriteAhead.h"
 #include "VTScheduledTask.h"
 #include "platform/Clock.h"
 #include "platform/Console.h"
@@ -149,7 +150,11 @@ bool JobFileWriter::saveData(VTScheduledTask &task, bool authorize)
 
     const QString filename = *task.filename();
     PosixFile::makeFolders(PathString::deletingLastPathComponent(filename));
-    if (!PropertyList::writeXml(PlistValue(*job), filename)) {
+    const QByteArray xml = PropertyList::toXml(PlistValue(*job));
+    const std::unique_ptr<PropertyList::StagedWrite> ahead = JobWriteAhead::take(filename, xml);
+    const bool written =
+        ahead ? ahead->commit() : PropertyList::writeXml(PlistValue(*job), filename);
+    if (!written) {
         // Without authorization this is the quiet rewrite after an upgrade: skip the file
         // and go on as if it had been written, never asking for a password.
         if (authorize && !writeWithAuthorization(*job, filename)) {

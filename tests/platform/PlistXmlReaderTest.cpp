@@ -1,6 +1,6 @@
 // The direct XML reader must read exactly what the general reader reads, or decline.
-#include "platform/FileNames.h"
 #include "platform/PlistXmlReader.h"
+#include "platform/FileNames.h"
 #include "platform/PropertyList.h"
 #include "testsupport/TestFiles.h"
 
@@ -79,7 +79,8 @@ TEST(PlistXmlReaderTest, ReadsWhatTheWriterWritesAsTheGeneralReaderDoes)
         "<plist version=\"1.0\"><string>x</string></plist>trailing",
         "<plist version=\"1.0\"><string>x</string>",
         "<!DOCTYPE plist [<!ENTITY e \"y\">]><plist version=\"1.0\"><string>&e;</string></plist>",
-        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><plist version=\"1.0\"><string>\xe9</string>"
+        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><plist "
+        "version=\"1.0\"><string>\xe9</string>"
         "</plist>",
         "<plist version=\"1.0\"><array><string>a</string><string>b</string></plist>",
     };
@@ -94,8 +95,8 @@ TEST(PlistXmlReaderTest, ReadsWhatTheWriterWritesAsTheGeneralReaderDoes)
 TEST(PlistXmlReaderTest, AgreesWithTheGeneralReaderOnDamagedAndStoredFiles)
 {
     const QByteArray xml = PropertyList::toXml(PlistValue(sampleJob()));
-    const char replacements[] = {'<', '>', '&', '/', '"', ' ', '\n', '\r', '\0', 'x', '-', '0', '[',
-                                 '\xff'};
+    const char replacements[] = {'<',  '>',  '&', '/', '"', ' ', '\n',
+                                 '\r', '\0', 'x', '-', '0', '[', '\xff'};
     for (qsizetype i = 0; i < xml.size(); ++i) {
         for (const char c : replacements) {
             QByteArray changed = xml;

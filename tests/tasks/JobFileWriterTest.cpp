@@ -1,5 +1,6 @@
 #include "TasksFixture.h"
 
+#include "tasks/JobWriteAhead.h"
 #include "tasks/VTScheduledTask.h"
 #include "testsupport/TestFiles.h"
 
@@ -171,4 +172,44 @@ TEST_F(JobFileWriterTest, AnUnwritableFile)
     EXPECT_TRUE(QFileInfo(*t->filename()).isDir());
     EXPECT_EQ(launchctl->calls(),
               QStringList({"unload " + *t->filename(), "load " + *t->filename()}));
+}
+
+// A pass writes each next file ahead; the saves still rename and reload in turn, and a file
+// written ahead whose task changed meanwhile is not used.
+TEST_F(JobFileWriterTest, APassWritesAheadWithoutChangingWhatIsSaved)
+{
+    std::vector<VTScheduledTask::Ptr> tasks;
+    QStringList expected;
+    for (int i = 1; i <= 4; ++i) {
+        tasks.push_back(task(ScheduleDaily));
+        tasks.back()->setFilename(agents() + QStringLiteral("/com.vantreel.Job%1.plist").arg(i));
+        expected << "unload " + *tasks.back()->filename() << "load " + *tasks.back()->filename();
+    }
+    const auto disable = [](VTScheduledTask &t) { t.setEnabled(false); };
+    ASSERT_TRUE(JobWriteAhead::saveInTurn(
+        tasks, disable, [](VTScheduledTask &t) { return t.saveData(); }, true));
+    EXPECT_EQ(launchctl->calls(), expected);
+    for (const auto &t : tasks) {
+        EXPECT_EQ(readJob(*t->filename()).value("Disabled"), PlistValue(true));
+    }
+
+    launchctl->clear();
+    const auto renamed = [](VTScheduledTask &t) {
+        t.setTaskID(QStringLiteral("changed"));
+        return t.saveData();
+    };
+    ASSERT_TRUE(JobWriteAhead::saveInTurn(tasks, disable, renamed, true));
+    EXPECT_EQ(launchctl->calls(), expected);
+    for (const auto &t : tasks) {
+        EXPECT_EQ(readJob(*t->filename()).value("EnvironmentVariables").dict().value("VTCommandID"),
+                  PlistValue("changed"));
+    }
+    // Nothing written ahead is left beside the jobs.
+    EXPECT_EQ(QDir(agents()).entryList(QDir::Files | QDir::Hidden).size(), 4);
+
+    // A failed save stops the pass there when asked to.
+    int saves = 0;
+    EXPECT_FALSE(JobWriteAhead::saveInTurn(
+        tasks, disable, [&saves](VTScheduledTask &) { return ++saves == 0; }, true));
+    EXPECT_EQ(saves, 1);
 }
