@@ -1,9 +1,13 @@
 // "-tasks" over 1,000 job files of 50 client applications and "-add" beside them, against
 // a plain loop that only parses the same files with libplist, and the start-up of a
-// headless command. Goals: the listing within twice the baseline plus start-up; start-up
-// under 12 ms. The ratios use CPU time (the child's user and system time, the
-// loop's own), the least of several runs, so that a busy machine does not decide them;
-// wall times are printed beside them.
+// headless command against that of a bare Qt Core program. Goals: the listing within twice
+// the baseline plus start-up; start-up within kStartupGoal times the bare program's. The
+// ratios use CPU time (the child's user and system time, the loop's own), the least of
+// several runs, so that a busy machine does not decide them; wall times are printed beside.
+//
+// The start-up goal stood at 12 ms wall on a machine where the build of that time started in
+// 14.7 ms; that build's start-up took 2.9 times the CPU of a bare Qt Core program's, measured
+// side by side on another machine, so 12 ms there is about 2.9 * 12 / 14.7 = 2.37 here.
 #include "BenchClient.h"
 #include "LibplistBaseline.h"
 #include "platform/PropertyList.h"
@@ -27,10 +31,11 @@ namespace {
 constexpr int kClients = 50;
 constexpr int kJobsPerClient = 20;
 constexpr int kRuns = 7;
-constexpr double kStartupGoalMs = 12;
+constexpr double kStartupGoal = 2.37;
 constexpr double kTasksGoal = 2.0;
 
 const QString kBinary = QStringLiteral(KAIRO_BINARY_DIR "/bin/kairo-planner");
+const QString kBareQtCore = QStringLiteral(KAIRO_BARE_QTCORE);
 
 struct Timing
 {
@@ -64,13 +69,14 @@ double ownCpuMs()
     return LibplistBaseline::processCpuSeconds() * 1e3;
 }
 
-Timing timeCommand(const QStringList &arguments, QByteArray *output = nullptr)
+Timing timeCommand(const QStringList &arguments, QByteArray *output = nullptr,
+                   const QString &program = kBinary)
 {
     const double cpuBefore = childrenCpuMs();
     QElapsedTimer timer;
     timer.start();
     QProcess process;
-    process.start(kBinary, arguments);
+    process.start(program, arguments);
     process.waitForFinished(-1);
     Timing timing;
     timing.wallMs = static_cast<double>(timer.nsecsElapsed()) / 1e6;
@@ -135,11 +141,13 @@ int main(int argc, char **argv)
     }
     const QDir agents(home + QStringLiteral("/Library/LaunchAgents"));
     const QStringList before = agents.entryList(QDir::Files);
+    Series bare;
     Series startup;
     Series tasks;
     Series add;
     bool added = true;
     for (int run = 0; run < kRuns; ++run) {
+        bare.add(timeCommand({}, nullptr, kBareQtCore));
         startup.add(
             timeCommand({QStringLiteral("-remove"), sandbox.path() + QStringLiteral("/nothing")}));
         tasks.add(timeCommand({QStringLiteral("-tasks")}, &listing));
@@ -162,11 +170,16 @@ int main(int argc, char **argv)
     const int listed = static_cast<int>(listing.count("filename = "));
     std::printf("CommandLineBench: %d job files of %d client applications\n",
                 static_cast<int>(files.size()), kClients);
-    const bool startupMet = median(startup.wall) < kStartupGoalMs;
+    const double startupRatio = start / least(bare.cpu);
+    const bool startupMet = startupRatio <= kStartupGoal;
     const bool tasksMet = ratio <= kTasksGoal && listed == static_cast<int>(files.size());
-    std::printf("  start-up of a headless command: %.1f ms wall, %.1f ms CPU (goal: under %.0f ms "
-                "wall) %s\n",
-                median(startup.wall), start, kStartupGoalMs, startupMet ? "OK" : "MISSED");
+    std::printf("  start-up of a headless command: %.1f ms wall, %.1f ms CPU; bare Qt Core program "
+                "%.1f ms wall, %.1f ms CPU\n",
+                median(startup.wall), start, median(bare.wall), least(bare.cpu));
+    std::printf("  start-up / bare Qt Core program = %.2f CPU, %.2f wall (goal: at most %.2f CPU) "
+                "%s\n",
+                startupRatio, median(startup.wall) / median(bare.wall), kStartupGoal,
+                startupMet ? "OK" : "MISSED");
     std::printf("  libplist loop alone: %.1f ms wall, %.1f ms CPU\n", median(baseline.wall), base);
     std::printf("  -tasks: %.1f ms wall, %.1f ms CPU, %d tasks listed\n", median(tasks.wall),
                 least(tasks.cpu), listed);
