@@ -33,18 +33,15 @@ protected:
 } // namespace
 
 // Each folder in the user's home, under the local root and in the system domain (which
-// has only the library); the local domain has no documents and no desktop.
+// has only the library); the local domain has no documents and no desktop; unknown
+// folders and domains have no paths.
 TEST_F(StandardFoldersTest, EveryFolderOfEachDomain)
 {
     const std::tuple<int, const char *, bool> folders[] = {
         {SF::ApplicationDirectory, "/Applications", true},
-        {SF::AdminApplicationDirectory, "/Applications/Utilities", true},
         {SF::LibraryDirectory, "/Library", true},
-        {SF::DocumentationDirectory, "/Library/Documentation", true},
         {SF::DocumentDirectory, "/Documents", false},
         {SF::DesktopDirectory, "/Desktop", false},
-        {SF::CachesDirectory, "/Library/Caches", true},
-        {SF::ApplicationSupportDirectory, "/Library/Application Support", true},
     };
     for (const auto &[directory, folder, local] : folders) {
         EXPECT_EQ(paths(directory, SF::UserDomain), QStringList{home() + QLatin1String(folder)});
@@ -55,17 +52,10 @@ TEST_F(StandardFoldersTest, EveryFolderOfEachDomain)
                                                           : QStringList{})
             << directory;
     }
-}
-
-TEST_F(StandardFoldersTest, SeveralDomainsInOrderAndUnknownDirectories)
-{
+    // Several domains answer in the order user, local, system.
     const int all = SF::UserDomain | SF::LocalDomain | SF::SystemDomain;
     EXPECT_EQ(paths(SF::LibraryDirectory, all),
               (QStringList{home() + "/Library", root() + "/Library", root() + "/System/Library"}));
-    EXPECT_EQ(paths(SF::ApplicationDirectory, all),
-              (QStringList{home() + "/Applications", root() + "/Applications"}));
-    EXPECT_EQ(paths(SF::DocumentDirectory, SF::UserDomain | SF::LocalDomain),
-              QStringList{home() + "/Documents"});
     EXPECT_EQ(paths(99, all), QStringList{});
     EXPECT_EQ(paths(SF::LibraryDirectory, 0), QStringList{});
 }
@@ -147,8 +137,6 @@ TEST(PosixIdentityTest, OwnIdentityAndHome)
 {
     Sandbox sandbox;
     PosixIdentity identity;
-    EXPECT_EQ(identity.realUserId(), getuid());
-    EXPECT_EQ(identity.isRoot(), getuid() == 0);
     EXPECT_EQ(identity.userIdForName(identity.userName()), std::optional<uid_t>(getuid()));
     EXPECT_EQ(identity.userIdForName("nosuchuser-kairo"), std::nullopt);
     EXPECT_EQ(identity.homeDirectory(), std::optional<QString>(sandbox.home()));
