@@ -1,4 +1,5 @@
 #include "support/VTBugReporter.h"
+#include "../platform/PrintQt.h"
 #include "platform/Bundle.h"
 #include "platform/ProcessSpawner.h"
 #include "platform/PropertyList.h"
@@ -20,7 +21,6 @@
 #include <QThread>
 
 #include <dirent.h>
-#include <mutex>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,11 +28,6 @@
 extern char **environ;
 
 using namespace std::chrono_literals;
-
-void PrintTo(const QString &text, std::ostream *os)
-{
-    *os << '"' << text.toStdString() << '"';
-}
 
 namespace {
 
@@ -178,9 +173,7 @@ TEST_F(VTBugReporterTest, AFatalSignalLeavesACrashLogThatTheNextStartHandsToTheR
           Case{"abort", SIGABRT, "Exception Type:  SIGABRT (signal 6)\n"},
           Case{"raise", SIGSEGV, "Process:         Kairo Planner\n"}}) {
         QDir(folder).removeRecursively();
-        const QDateTime before = QDateTime::currentDateTime().addMSecs(-1000);
         const int status = runCrashingProgram(kName, c.how);
-        const QDateTime after = QDateTime::currentDateTime();
         ASSERT_TRUE(WIFSIGNALED(status)) << c.how << " status " << status;
         EXPECT_EQ(WTERMSIG(status), c.signal) << c.how;
         const QStringList logs = QDir(folder).entryList(QDir::Files);
@@ -189,10 +182,10 @@ TEST_F(VTBugReporterTest, AFatalSignalLeavesACrashLogThatTheNextStartHandsToTheR
             QRegularExpression(R"(^Kairo Planner_(\d{4}-\d\d-\d\d-\d{6})_(.+)\.crash$)")
                 .match(logs[0]);
         ASSERT_TRUE(name.hasMatch()) << logs[0].toStdString();
-        const QDateTime written = QDateTime::fromString(name.captured(1), "yyyy-MM-dd-HHmmss");
-        EXPECT_GE(written, before.addMSecs(-before.time().msec()))
-            << name.captured(1).toStdString();
-        EXPECT_LE(written, after) << name.captured(1).toStdString();
+        // The moment is local time, to the second (its arithmetic is tested below).
+        const qint64 age = QDateTime::fromString(name.captured(1), "yyyy-MM-dd-HHmmss")
+                               .secsTo(QDateTime::currentDateTime());
+        EXPECT_TRUE(age >= 0 && age < 60) << name.captured(1).toStdString();
         char host[256] = {};
         gethostname(host, sizeof host - 1);
         EXPECT_EQ(name.captured(2), QString::fromLocal8Bit(host).section(QLatin1Char('.'), 0, 0));
@@ -218,16 +211,9 @@ TEST_F(VTBugReporterTest, AFatalSignalLeavesACrashLogThatTheNextStartHandsToTheR
 TEST_F(VTBugReporterTest, CrashLogDatesAreCountedOutWithoutTheCLibrary)
 {
     const int offsets[] = {0, 3600, -18000, 19800, 50400, -43200};
-    std::vector<qint64> moments = {0,
-                                   -1,
-                                   951782400 /* 2000-02-29 */,
-                                   951868799,
-                                   4107542400 /* 2100-03-01 */,
-                                   -2208988800 /* 1900-01-01 */,
-                                   1299240000,
-                                   2147483647,
-                                   2147483648,
-                                   253402300799};
+    // Around the epoch, 2000-02-29, 2100-03-01, 1900-01-01, 2038 and the year 9999.
+    std::vector<qint64> moments = {0,           -1,         951782400,  951868799,   4107542400,
+                                   -2208988800, 2147483647, 2147483648, 253402300799};
     for (qint64 s = -2208988800; s < 7258118400; s += 7777777) {
         moments.push_back(s);
     }
@@ -274,13 +260,6 @@ TEST_F(VTBugReporterTest, TheMarksOfLaunchAndExitDecide)
     writeMarks(kLaunch, kLaunch.addSecs(-1));
     EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
     EXPECT_EQ(spawner->calls(true).size(), 1);
-
-    // The next start crashes: its launch is later than the exit, the log later still.
-    writeMarks(kLaunch, kLaunch.addSecs(3600));
-    clock->advance(std::chrono::minutes(1));
-    VTBugReporter::startBugReporter(kName, plist);
-    setModified(log, kLaunch.addSecs(7200));
-    EXPECT_EQ(VTBugReporter::checkForCrashes(kName, plist), std::optional<QString>(log));
 }
 
 // The folders are searched in order, user's before the machine's; in each only the last
