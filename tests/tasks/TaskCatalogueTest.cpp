@@ -1,11 +1,8 @@
 #include "TasksFixture.h"
 
-#include "tasks/TaskCatalogue.h"
 #include "tasks/VTScheduledTask.h"
 #include "testsupport/ClientApps.h"
 #include "testsupport/TestFiles.h"
-
-#include <QFile>
 
 class TaskCatalogueTest : public TasksFixture
 {
@@ -50,15 +47,12 @@ TEST_F(TaskCatalogueTest, EachFailureIsReportedWithItsOwnText)
     TestFiles::write(broken + "/Contents/VTTasks.plist", "not a property list");
 
     const Case cases[] = {
-        {"backup", "com.vantreel.Nowhere",
-         "Unable to get path for application with bundle ID com.vantreel.Nowhere"},
         {"backup", "com.vantreel.Broken", "No tasks found in application"},
         {"backup", "com.vantreel.Empty", "No tasks found in application"},
         {"-index", "com.vantreel.Old",
          "Unable to create task - application uses old task format. Please update this "
          "application."},
         {"a", "com.vantreel.NoCommand", "Unable to find task with task id a"},
-        {"nothing", "com.vantreel.Quill", "Unable to find task with task id nothing"},
     };
     for (const Case &c : cases) {
         std::optional<QStringList> arguments = QStringList{"unchanged"};
@@ -125,12 +119,4 @@ TEST_F(TaskCatalogueTest, DescriptionsOfBothForms)
     task.setTaskArguments(QStringList{"-clean", "-quiet"});
     task.setTaskBundleID(std::nullopt);
     EXPECT_FALSE(task.descriptionFromArguments().has_value());
-}
-
-TEST_F(TaskCatalogueTest, RootChoiceOfAnEntry)
-{
-    EXPECT_TRUE(TaskCatalogue::isRootTask("com.vantreel.Quill", "repair"));
-    EXPECT_FALSE(TaskCatalogue::isRootTask("com.vantreel.Quill", "backup"));
-    EXPECT_FALSE(TaskCatalogue::isRootTask("com.vantreel.Quill", "nothing"));
-    EXPECT_FALSE(TaskCatalogue::isRootTask("com.vantreel.Nowhere", "repair"));
 }
