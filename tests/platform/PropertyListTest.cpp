@@ -36,30 +36,21 @@ QByteArray xmlDocument(const QByteArray &body)
            body + "\n</plist>\n";
 }
 
-struct PlistFree
-{
-    void operator()(plist_t p) const { plist_free(p); }
-};
-using Node = std::unique_ptr<void, PlistFree>;
-
-QByteArray toBinary(plist_t node)
-{
-    char *bin = nullptr;
-    uint32_t length = 0;
-    plist_to_bin(node, &bin, &length);
-    QByteArray out(bin, static_cast<qsizetype>(length));
-    free(bin);
-    return out;
-}
-
 // What libplist itself writes for a value, in its binary form.
 QByteArray binaryOf(const PlistValue &value)
 {
     const QByteArray xml = PropertyList::toXml(value);
-    plist_t parsed = nullptr;
-    plist_from_xml(xml.constData(), static_cast<uint32_t>(xml.size()), &parsed);
-    Node node(parsed);
-    return node ? toBinary(node.get()) : QByteArray();
+    plist_t node = nullptr;
+    plist_from_xml(xml.constData(), static_cast<uint32_t>(xml.size()), &node);
+    char *bin = nullptr;
+    uint32_t length = 0;
+    if (node) {
+        plist_to_bin(node, &bin, &length);
+        plist_free(node);
+    }
+    QByteArray out(bin, static_cast<qsizetype>(length));
+    free(bin);
+    return out;
 }
 
 // A binary property list in which object i is an array of the given references; offsets

@@ -87,10 +87,6 @@ TEST_F(UserDefaultsTest, MissingOrBrokenFilesAreEmpty)
     TestFiles::write(userFile(), "this is not a property list");
     TestFiles::write(machineFile(), PropertyList::toXml(PlistValue(PlistArray{PlistValue("k")})));
     EXPECT_EQ(defaults.objectForKey("k").string(), "registered");
-    // A damaged file is kept aside, not lost, when a key is set.
-    EXPECT_TRUE(defaults.setObject(PlistValue(1), "k"));
-    EXPECT_EQ(TestFiles::read(userFile() + ".damaged"), QByteArray("this is not a property list"));
-    EXPECT_EQ(defaults.objectForKey("k").integerValue(), 1);
 
     UserDefaults nowhere{QString(), QString()};
     EXPECT_FALSE(nowhere.objectForKey("k").isValid());
