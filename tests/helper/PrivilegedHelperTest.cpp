@@ -28,11 +28,6 @@ const QString kBridge =
     QStringLiteral(KAIRO_BINARY_DIR "/Kairo Planner.app/Contents/MacOS/kairo-launchctl");
 using Kind = PrivilegedHelperClient::Reply::Kind;
 
-std::string joined(const QStringList &lines)
-{
-    return lines.join(QLatin1Char('|')).toStdString();
-}
-
 mode_t modeOf(const QByteArray &path)
 {
     struct stat info
@@ -166,8 +161,8 @@ TEST_F(PrivilegedHelperTest, TheSystemsOwnRequestsAreServed)
     ASSERT_EQ(startHelper(client), PrivilegedHelperClient::Start::Ready)
         << helperLog().toStdString();
     EXPECT_TRUE(client.isRunning());
-    EXPECT_EQ(joined(TestFiles::lines(m_sandbox.path() + "/elevate.args")),
-              "[" + kHelper.toStdString() + "]");
+    EXPECT_EQ(TestFiles::lines(m_sandbox.path() + "/elevate.args"),
+              QStringList{"[" + kHelper + "]"});
     const auto ran = [&](const QByteArray &tool, const QByteArrayList &arguments) {
         const auto reply = client.run(tool, arguments);
         return reply.kind == Kind::Status ? reply.status : -1000;
@@ -289,6 +284,7 @@ TEST_F(PrivilegedHelperTest, EveryOtherRequestIsRefusedAndLogged)
     const QByteArray marker = path("marker");
     const QByteArray bridge = QFile::encodeName(kBridge);
     const char *other = "not a request of the system";
+    const char *unstaged = "not a job file staged in the requester's private folder";
     const QList<std::tuple<QByteArray, QByteArrayList, const char *>> refused = {
         // Programs it never runs.
         {"/bin/sh", {"-c", "touch " + marker}, "not an allowed program"},
@@ -314,12 +310,8 @@ TEST_F(PrivilegedHelperTest, EveryOtherRequestIsRefusedAndLogged)
         {"/bin/mv", {"-f", stage() + '/' + jobName(), job(2)}, other},
         // Links and shared folders where the system's files should be.
         {"/bin/chmod", {"644", job(4)}, "not a plain job file"},
-        {"/bin/mv",
-         {"-f", path("open/") + jobName(), job()},
-         "not a job file staged in the requester's private folder"},
-        {"/bin/mv",
-         {"-f", stage() + '/' + jobName(5), job(5)},
-         "not a job file staged in the requester's private folder"},
+        {"/bin/mv", {"-f", path("open/") + jobName(), job()}, unstaged},
+        {"/bin/mv", {"-f", stage() + '/' + jobName(5), job(5)}, unstaged},
         {"/bin/mv",
          {"-f", job(6), trash() + '/' + jobName(6)},
          "not a job file going to the requester's trash"},

@@ -162,20 +162,16 @@ TEST_F(VTBugReporterTest, AFatalSignalLeavesACrashLogThatTheNextStartHandsToTheR
     sandbox.setEnv("VT_CONSOLE_HOME", sandbox.home());
     ProcessSpawner::setCurrent(nullptr);
     const QString folder = userLogs();
-    struct Case
-    {
-        const char *how;
-        int signal;
-        const char *expected;
-    };
-    for (const Case &c :
-         {Case{"fault", SIGSEGV, "Exception Type:  SIGSEGV (signal 11)\nFault Address:   0x10\n"},
-          Case{"abort", SIGABRT, "Exception Type:  SIGABRT (signal 6)\n"},
-          Case{"raise", SIGSEGV, "Process:         Kairo Planner\n"}}) {
+    // How it dies, the signal that ends it, a line of its crash log.
+    const std::tuple<const char *, int, const char *> cases[] = {
+        {"fault", SIGSEGV, "Exception Type:  SIGSEGV (signal 11)\nFault Address:   0x10\n"},
+        {"abort", SIGABRT, "Exception Type:  SIGABRT (signal 6)\n"},
+        {"raise", SIGSEGV, "Process:         Kairo Planner\n"}};
+    for (const auto &[how, signal, expected] : cases) {
         QDir(folder).removeRecursively();
-        const int status = runCrashingProgram(kName, c.how);
-        ASSERT_TRUE(WIFSIGNALED(status)) << c.how << " status " << status;
-        EXPECT_EQ(WTERMSIG(status), c.signal) << c.how;
+        const int status = runCrashingProgram(kName, how);
+        ASSERT_TRUE(WIFSIGNALED(status)) << how << " status " << status;
+        EXPECT_EQ(WTERMSIG(status), signal) << how;
         const QStringList logs = QDir(folder).entryList(QDir::Files);
         ASSERT_EQ(logs.size(), 1) << logs.join(' ').toStdString();
         const auto name =
@@ -190,7 +186,7 @@ TEST_F(VTBugReporterTest, AFatalSignalLeavesACrashLogThatTheNextStartHandsToTheR
         gethostname(host, sizeof host - 1);
         EXPECT_EQ(name.captured(2), QString::fromLocal8Bit(host).section(QLatin1Char('.'), 0, 0));
         const QString text = QString::fromUtf8(TestFiles::read(folder + '/' + logs[0]));
-        EXPECT_TRUE(text.contains(QLatin1String(c.expected))) << text.toStdString();
+        EXPECT_TRUE(text.contains(QLatin1String(expected))) << text.toStdString();
         const QStringList backtrace =
             text.section("\nBacktrace:\n", 1).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
         EXPECT_GE(backtrace.size(), 3) << text.toStdString();

@@ -33,12 +33,6 @@ protected:
 
 TEST_F(TaskCatalogueTest, EachFailureIsReportedWithItsOwnText)
 {
-    struct Case
-    {
-        QString taskID;
-        QString bundleID;
-        QString message;
-    };
     make("Empty", PlistValue(PlistArray{}));
     make("Old", oldForm());
     make("NoCommand", PlistValue(PlistArray{ClientApps::entry("a", {}, "A")}));
@@ -46,7 +40,8 @@ TEST_F(TaskCatalogueTest, EachFailureIsReportedWithItsOwnText)
     const QString broken = make("Broken", PlistValue(PlistArray{}));
     TestFiles::write(broken + "/Contents/VTTasks.plist", "not a property list");
 
-    const Case cases[] = {
+    // Task ID, bundle ID, the message.
+    const std::tuple<QString, QString, QString> cases[] = {
         {"backup", "com.vantreel.Broken", "No tasks found in application"},
         {"backup", "com.vantreel.Empty", "No tasks found in application"},
         {"-index", "com.vantreel.Old",
@@ -54,11 +49,11 @@ TEST_F(TaskCatalogueTest, EachFailureIsReportedWithItsOwnText)
          "application."},
         {"a", "com.vantreel.NoCommand", "Unable to find task with task id a"},
     };
-    for (const Case &c : cases) {
+    for (const auto &[taskID, bundleID, message] : cases) {
         std::optional<QStringList> arguments = QStringList{"unchanged"};
-        const QString printed = consoleOf(c.taskID, c.bundleID, &arguments);
-        EXPECT_FALSE(arguments.has_value()) << c.bundleID.toStdString();
-        EXPECT_TRUE(printed.contains("] " + c.message + "\n")) << printed.toStdString();
+        const QString printed = consoleOf(taskID, bundleID, &arguments);
+        EXPECT_FALSE(arguments.has_value()) << bundleID.toStdString();
+        EXPECT_TRUE(printed.contains("] " + message + "\n")) << printed.toStdString();
     }
 }
 
