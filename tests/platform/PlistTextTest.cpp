@@ -46,23 +46,23 @@ TEST(PlistTextTest, ScalarsAndFlatContainers)
 // indentation as well, the way an array has always described itself.
 TEST(PlistTextTest, NestedContainers)
 {
-    const PlistDict inner{{"Hour", PlistValue(2)},
-                          {"Leaf", PlistValue(PlistDict{{"c", PlistValue(3)}})}};
     const PlistDict dict{
         {"zeta", PlistValue(1)},
         {"empty", PlistValue(PlistDict())},
         {"Mid", PlistValue(true)},
-        {"interval", PlistValue(inner)},
         {"/home/anna/x.plist",
-         PlistValue(PlistArray{PlistValue(PlistDict{{"name", PlistValue("foo")}}),
-                               PlistValue(PlistArray{PlistValue(1)})})},
+         PlistValue(PlistArray{
+             PlistValue(PlistDict{{"name", PlistValue(PlistDict{{"c", PlistValue(3)}})}}),
+             PlistValue(PlistArray{PlistValue(1)})})},
         {QString(), PlistValue(1)},
     };
     EXPECT_EQ(text(PlistValue(dict)), "{\n"
                                       "    \"\" = 1;\n"
                                       "    \"/home/anna/x.plist\" =     (\n"
                                       "                {\n"
-                                      "            name = foo;\n"
+                                      "            name =             {\n"
+                                      "                c = 3;\n"
+                                      "            };\n"
                                       "        },\n"
                                       "                (\n"
                                       "            1\n"
@@ -70,12 +70,6 @@ TEST(PlistTextTest, NestedContainers)
                                       "    );\n"
                                       "    Mid = 1;\n"
                                       "    empty =     {\n"
-                                      "    };\n"
-                                      "    interval =     {\n"
-                                      "        Hour = 2;\n"
-                                      "        Leaf =         {\n"
-                                      "            c = 3;\n"
-                                      "        };\n"
                                       "    };\n"
                                       "    zeta = 1;\n"
                                       "}");

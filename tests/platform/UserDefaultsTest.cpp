@@ -42,12 +42,6 @@ protected:
     Sandbox m_sandbox;
 };
 
-QStringList entries(const QString &folder)
-{
-    return QDir(folder).entryList(
-        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
-}
-
 } // namespace
 
 TEST_F(UserDefaultsTest, LookupOrderIsUserThenMachineThenRegistered)
@@ -127,7 +121,9 @@ TEST_F(UserDefaultsTest, WritesKeepOtherWritersKeys)
     EXPECT_TRUE(fileContent(userFile()).value("flag").isBoolean());
     EXPECT_TRUE(TestFiles::read(userFile()).startsWith("<?xml"));
     EXPECT_FALSE(QFileInfo::exists(machineFile()));
-    EXPECT_EQ(entries(QFileInfo(userFile()).absolutePath()), QStringList{"com.example.App.plist"});
+    EXPECT_EQ(QDir(QFileInfo(userFile()).absolutePath())
+                  .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList{"com.example.App.plist"});
     ASSERT_TRUE(d.removeObjectForKey("flag"));
     EXPECT_FALSE(d.objectForKey("flag").isValid());
     EXPECT_TRUE(d.removeObjectForKey("never there"));

@@ -58,17 +58,6 @@ QStringList nulSeparated(const QByteArray &bytes)
     return out;
 }
 
-// The body of an executable that waits until the release file exists, then writes its
-// arguments, each followed by a NUL byte, to the output file.
-QString recordingScript(const QString &release, const QString &output)
-{
-    return QStringLiteral(
-               "i=0\n"
-               "while [ ! -e '%1' ] && [ $i -lt 400 ]; do sleep 0.05; i=$((i+1)); done\n"
-               "for a in \"$@\"; do printf '%s\\0' \"$a\"; done > '%2.part' && mv '%2.part' '%2'\n")
-        .arg(release, output);
-}
-
 } // namespace
 
 // User applications come before local ones; plain folders are walked at any depth and
@@ -243,8 +232,14 @@ TEST_F(WorkspaceTest, LaunchAndOpen)
 {
     const QString release = m_sandbox.file("release");
     const QString output = m_sandbox.file("arguments");
-    const QString path = TestFiles::makeBundle(userApps(), "Recorder", info("com.example.Recorder"),
-                                               recordingScript(release, output));
+    // It waits for the release file, then writes each argument and a NUL byte to the output.
+    const QString path = TestFiles::makeBundle(
+        userApps(), "Recorder", info("com.example.Recorder"),
+        QStringLiteral(
+            "i=0\n"
+            "while [ ! -e '%1' ] && [ $i -lt 400 ]; do sleep 0.05; i=$((i+1)); done\n"
+            "for a in \"$@\"; do printf '%s\\0' \"$a\"; done > '%2.part' && mv '%2.part' '%2'\n")
+            .arg(release, output));
     const QStringList arguments{"two words", "line\nbreak", "$HOME 'quoted'", QString()};
     ASSERT_TRUE(Workspace::launchApplication(path, arguments));
     EXPECT_FALSE(QFileInfo::exists(output)) << "the program is still waiting";

@@ -1,4 +1,5 @@
 #include "support/VTAuthorization.h"
+#include "platform/PrintQt.h"
 
 #include "platform/Bundle.h"
 #include "platform/ProcessSpawner.h"
@@ -36,11 +37,6 @@ const QString kStamp = "20110304120005";
 bool appears(const QString &path, bool exists = true)
 {
     return Poll::until([&] { return QFileInfo::exists(path) == exists; });
-}
-
-std::string joined(const QStringList &lines)
-{
-    return lines.join(QLatin1Char('|')).toStdString();
 }
 
 // An ordinary user, anna, whose home is the sandbox's; pkexec is played by a script that
@@ -207,7 +203,7 @@ TEST_F(VTAuthorizationTest, TheHelperRunsToolsUntilAuthEnd)
     VTAuthorization &auth = VTAuthorization::sharedController();
     ASSERT_TRUE(auth.authStart()) << helperLog().toStdString();
     EXPECT_TRUE(auth.isAuthorized());
-    EXPECT_EQ(joined(elevations()), "[" + kHelper.toStdString() + "]");
+    EXPECT_EQ(elevations(), QStringList{"[" + kHelper + "]"});
     // Already authorized: nothing more is started.
     EXPECT_TRUE(auth.authStart());
     EXPECT_EQ(elevations().size(), 1);
@@ -397,9 +393,8 @@ TEST_F(VTAuthorizationTest, AsRootTrashNamesAndDeleting)
     TestFiles::write(folder + "/.hidden", "x");
     TestFiles::write(folder + "/job.plist", "x");
     EXPECT_TRUE(root.authTrashFolderContents(folder, true));
-    EXPECT_EQ(joined(spawner->calls().mid(1)), "/bin/rm -R -f " + folder.toStdString() +
-                                                   "/.hidden &|/bin/rm -R -f " +
-                                                   folder.toStdString() + "/job.plist &");
+    EXPECT_EQ(spawner->calls().mid(1), QStringList({"/bin/rm -R -f " + folder + "/.hidden &",
+                                                    "/bin/rm -R -f " + folder + "/job.plist &"}));
 
     // Root needs no credentials and runs the tools itself.
     EXPECT_TRUE(root.authStartWithUser("anyone", "anything"));

@@ -32,15 +32,6 @@ protected:
         identity->home = annaHome;
         identity->homes.insert("anna", annaHome);
     }
-
-    // Root, with its own home where the platform puts it and anna at the console.
-    void becomeRoot(const QString &rootHome, const std::optional<QString> &console = "anna")
-    {
-        identity->uid = 0;
-        identity->name = "root";
-        identity->home = rootHome;
-        identity->console = console;
-    }
 };
 
 // An ordinary user gets the folders of his home; root those of the console user's, its own
@@ -86,7 +77,11 @@ TEST_F(VTLocalPathsTest, FoldersOfTheUserAndOfTheMachine)
         {"/root", std::nullopt, std::nullopt},
     };
     for (const auto &[home, console, library] : roots) {
-        becomeRoot(home, console);
+        // Root, with its own home where the platform puts it.
+        identity->uid = 0;
+        identity->name = "root";
+        identity->home = home;
+        identity->console = console;
         SCOPED_TRACE(home.toStdString() + " " + console.value_or("none").toStdString());
         EXPECT_EQ(VTLocalPaths::libraryDirectory(true), library);
         const bool someone = library.has_value();

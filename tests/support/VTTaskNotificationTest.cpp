@@ -1,5 +1,5 @@
 #include "support/VTTaskNotification.h"
-#include "../platform/PrintQt.h"
+#include "platform/PrintQt.h"
 #include "platform/SessionBus.h"
 #include "support/VTLog.h"
 #include "testsupport/DBusDaemon.h"
@@ -125,15 +125,6 @@ protected:
         }
         return n;
     }
-
-    static void postAll()
-    {
-        VTTaskNotification::postTaskErrorString("Kairo Planner: boom");
-        VTTaskNotification::postTaskError("failure");
-        VTTaskNotification::postIncrementProgress();
-        VTTaskNotification::postTaskFinished();
-        VTTaskNotification::postDisconnect();
-    }
 };
 
 // A client gets the rich forms when it has them, else the plain ones, one way; methods of
@@ -160,7 +151,11 @@ TEST_F(VTTaskNotificationTest, AClientGetsTheFormsItHas)
         CallbackClient client(QLatin1String(mode), "quill", record(mode));
         ASSERT_TRUE(client.ready());
         TestFiles::CaptureStderr console;
-        postAll();
+        VTTaskNotification::postTaskErrorString("Kairo Planner: boom");
+        VTTaskNotification::postTaskError("failure");
+        VTTaskNotification::postIncrementProgress();
+        VTTaskNotification::postTaskFinished();
+        VTTaskNotification::postDisconnect();
         EXPECT_EQ(client.received(), expected) << mode;
         EXPECT_EQ(pauses(), expectedPauses += 5) << mode;
         EXPECT_EQ(console.finish(), QString());

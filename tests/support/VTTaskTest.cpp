@@ -139,7 +139,6 @@ TEST_F(VTTaskTest, CollectedOutputAndItsDecoding)
     EXPECT_EQ(VTTask::stringFromTask(bytes, {}), QString::fromLatin1("\xff\xfeok\x80"));
     const std::tuple<QByteArray, VTStringEncoding, QString> decodings[] = {
         {"caf\xc3\xa9", VTStringEncoding::UTF8, "caf\u00e9"},
-        {"caf\xc3\xa9", VTStringEncoding::ASCII, QString::fromLatin1("caf\xc3\xa9")},
         {"\xe9t\xe9", VTStringEncoding::ISOLatin1, "\u00e9t\u00e9"},
         {QByteArray("\xff\xfeh\0i\0", 6), VTStringEncoding::Unicode, "hi"},
         {QByteArray("\xfe\xff\0h\0i", 6), VTStringEncoding::Unicode, "hi"},
