@@ -1,13 +1,11 @@
 // Bundle: application bundles, their Info.plist keys, executables and resources, what a
-// package is, and the main bundle override.
+// package is.
 #include "platform/Bundle.h"
-#include "platform/PropertyList.h"
 
 #include "PrintQt.h"
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
 
-#include <QDir>
 #include <QFile>
 
 #include <gtest/gtest.h>
@@ -17,7 +15,6 @@ namespace {
 class BundleTest : public ::testing::Test
 {
 protected:
-    void TearDown() override { Bundle::setMainBundlePath(std::nullopt); }
     QString apps() const { return m_sandbox.mkdir("apps"); }
     Sandbox m_sandbox;
 };
@@ -35,26 +32,20 @@ TEST_F(BundleTest, InfoDictionaryAndResources)
     const QString bare = m_sandbox.mkdir("apps/Bare.app");
     ASSERT_TRUE(Bundle::atPath(bare));
     EXPECT_TRUE(Bundle::atPath(bare)->infoDictionary().isEmpty());
-    EXPECT_EQ(Bundle::atPath(bare)->bundlePath(), bare);
     const QString odd = TestFiles::makeBundle(apps(), "Odd", {{"CFBundleIdentifier", 42}});
     EXPECT_FALSE(Bundle::atPath(odd)->bundleIdentifier());
     TestFiles::write(odd + "/Contents/Info.plist", "garbage");
     ASSERT_TRUE(Bundle::atPath(odd));
     EXPECT_TRUE(Bundle::atPath(odd)->infoDictionary().isEmpty());
 
-    const QString path =
-        TestFiles::makeBundle(apps(), "Quill",
-                              {{"CFBundleIdentifier", "com.vantreel.Quill"},
-                               {"CFBundleVersion", "1.2.3"},
-                               {"VTTasks", PlistValue(PlistArray{PlistValue("x")})}});
+    const QString path = TestFiles::makeBundle(
+        apps(), "Quill",
+        {{"CFBundleIdentifier", "com.vantreel.Quill"}, {"CFBundleVersion", "1.2.3"}});
     const auto bundle = Bundle::atPath(path);
     ASSERT_TRUE(bundle);
     EXPECT_EQ(bundle->bundleIdentifier(), std::optional<QString>("com.vantreel.Quill"));
     EXPECT_EQ(bundle->objectForInfoDictionaryKey("CFBundleVersion").string(), "1.2.3");
-    EXPECT_TRUE(bundle->objectForInfoDictionaryKey("VTTasks").isArray());
     EXPECT_FALSE(bundle->objectForInfoDictionaryKey("Missing").isValid());
-    EXPECT_EQ(bundle->infoDictionary().keys(),
-              (QStringList{"CFBundleIdentifier", "CFBundleVersion", "VTTasks"}));
 
     const QString binary = m_sandbox.mkdir("apps/Binary.app/Contents");
     QFile::copy(KAIRO_TEST_DATA_DIR "/platform/binary-job.plist", binary + "/Info.plist");
@@ -113,32 +104,4 @@ TEST_F(BundleTest, PackagesByExtension)
     EXPECT_FALSE(Bundle::isPackage(m_sandbox.path() + "/files/Tool.app"));
     EXPECT_FALSE(Bundle::isPackage(m_sandbox.path() + "/files/Missing.app"));
     EXPECT_FALSE(Bundle::isPackage(QString()));
-}
-
-TEST_F(BundleTest, MainBundleOverride)
-{
-    // The test program does not run inside a bundle.
-    Bundle::setMainBundlePath(std::nullopt);
-    EXPECT_FALSE(Bundle::mainBundle());
-
-    const QString path = TestFiles::makeBundle(
-        apps(), "Kairo Planner",
-        PlistDict{{"CFBundleIdentifier", PlistValue("com.vantreel.KairoPlanner")},
-                  {"CFBundleVersion", PlistValue("1.0.0")}});
-    Bundle::setMainBundlePath(path);
-    const auto main = Bundle::mainBundle();
-    ASSERT_TRUE(main);
-    EXPECT_EQ(main->bundlePath(), path);
-    EXPECT_EQ(main->bundleIdentifier(), std::optional<QString>("com.vantreel.KairoPlanner"));
-    EXPECT_EQ(main->objectForInfoDictionaryKey("CFBundleVersion").string(), "1.0.0");
-
-    // The override is read afresh: a changed Info.plist shows.
-    PropertyList::writeXml(PlistValue(PlistDict{{"CFBundleVersion", PlistValue("2.0")}}),
-                           path + "/Contents/Info.plist");
-    EXPECT_EQ(Bundle::mainBundle()->objectForInfoDictionaryKey("CFBundleVersion").string(), "2.0");
-
-    Bundle::setMainBundlePath(m_sandbox.path() + "/nowhere.app");
-    EXPECT_FALSE(Bundle::mainBundle());
-    Bundle::setMainBundlePath(std::nullopt);
-    EXPECT_FALSE(Bundle::mainBundle());
 }

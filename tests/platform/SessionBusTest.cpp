@@ -134,30 +134,6 @@ TEST_F(SessionBusTest, AsRootTheConsoleUsersBusIsReachedAsThatUser)
     }
 }
 
-TEST_F(SessionBusTest, TheConnectionIsKeptUntilTheAddressChanges)
-{
-    DBusSessionBus bus;
-    DBusDaemon first;
-    ASSERT_TRUE(first.isRunning()) << first.error().toStdString();
-
-    const auto a = bus.connection();
-    ASSERT_TRUE(a);
-    EXPECT_TRUE(a->isConnected());
-    const auto again = bus.connection();
-    ASSERT_TRUE(again);
-    EXPECT_EQ(again->name(), a->name());
-    EXPECT_EQ(again->baseService(), a->baseService());
-
-    DBusDaemon second;
-    ASSERT_TRUE(second.isRunning()) << second.error().toStdString();
-    const auto b = bus.connection();
-    ASSERT_TRUE(b);
-    EXPECT_NE(b->name(), a->name());
-    EXPECT_TRUE(b->isConnected());
-    // The old connection was given up.
-    EXPECT_FALSE(QDBusConnection(a->name()).isConnected());
-}
-
 TEST_F(SessionBusTest, ABrokenConnectionIsDroppedAndMadeAgain)
 {
     DBusDaemon::Options options;

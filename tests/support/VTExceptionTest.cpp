@@ -14,7 +14,6 @@ TEST(VTExceptionTest, QualifiedNamesAndExceptionNames)
     const std::pair<const char *, const char *> signatures[] = {
         {"static std::optional<QString> VTLocalPaths::pathForDirectory(int, int)",
          "VTLocalPaths::pathForDirectory"},
-        {"void AppController::deleteTask(QObject*)", "AppController::deleteTask"},
         {"QMap<QString, int> Foo::bar() const", "Foo::bar"},
         {"const QString& VTTask::name(std::pair<int, int>)", "VTTask::name"},
         {"int main(int, char**)", "main"},

@@ -32,15 +32,6 @@ protected:
         identity->home = annaHome;
         identity->homes.insert("anna", annaHome);
     }
-
-    // Root, with its own home where the platform puts it and anna at the console.
-    void becomeRoot(const QString &rootHome, const std::optional<QString> &console = "anna")
-    {
-        identity->uid = 0;
-        identity->name = "root";
-        identity->home = rootHome;
-        identity->console = console;
-    }
 };
 
 // An ordinary user gets the folders of his home; root those of the console user's, its own
@@ -54,11 +45,7 @@ TEST_F(VTLocalPathsTest, FoldersOfTheUserAndOfTheMachine)
         {VTLocalPaths::libraryDirectory(true), annaHome + "/Library"},
         {VTLocalPaths::libraryDirectory(false), root + "/Library"},
         {VTLocalPaths::prefsDirectory(true), annaHome + "/Library/Preferences"},
-        {VTLocalPaths::prefsDirectory(false), root + "/Library/Preferences"},
-        {VTLocalPaths::logDirectory(true), annaHome + "/Library/Logs"},
-        {VTLocalPaths::applicationDirectory(false), root + "/Applications"},
         {VTLocalPaths::adminApplicationDirectory(true), annaHome + "/Applications/Utilities"},
-        {VTLocalPaths::appSupportDirectory(false), root + "/Library/Application Support"},
         {VTLocalPaths::cacheDirectory(true), annaHome + "/Library/Caches"},
         {VTLocalPaths::systemLibraryDirectory(), root + "/System/Library"},
         {VTLocalPaths::localDocumentationDirectory(), root + "/Library/Documentation"},
@@ -90,7 +77,11 @@ TEST_F(VTLocalPathsTest, FoldersOfTheUserAndOfTheMachine)
         {"/root", std::nullopt, std::nullopt},
     };
     for (const auto &[home, console, library] : roots) {
-        becomeRoot(home, console);
+        // Root, with its own home where the platform puts it.
+        identity->uid = 0;
+        identity->name = "root";
+        identity->home = home;
+        identity->console = console;
         SCOPED_TRACE(home.toStdString() + " " + console.value_or("none").toStdString());
         EXPECT_EQ(VTLocalPaths::libraryDirectory(true), library);
         const bool someone = library.has_value();
@@ -113,21 +104,13 @@ TEST_F(VTLocalPathsTest, SystemDirectoryGuard)
     EXPECT_FALSE(VTLocalPaths::isPathOnTimeMachineVolume("/Backups.backupdb"));
     EXPECT_FALSE(VTLocalPaths::isPathOnTimeMachineVolume("/Volumes/Backup/Backups.backupdb2/x"));
     const QString root = sandbox.localRoot();
-    struct Case
-    {
-        QString path;
-        bool loose;
-        bool exact;
-    };
-    const Case cases[] = {
+    // Path, isPathSystemDirectory loosely and exactly.
+    const std::tuple<QString, bool, bool> cases[] = {
         {"/", true, true},
         {"", false, false},
-        {"/a", false, false},
         {"/usr/local/bin", true, false},
-        {"/usr", true, false},
         {"/variant", true, false}, // a string prefix, not a path component
         {"/Volumes", true, true},
-        {"/Volumes/Data", false, false},
         {"/Users/Shared", true, true},
         {"/Users/Shared/", false, false}, // cut by two characters to /Users/Share
         {"/System/Library/Frameworks", true, false},
@@ -135,30 +118,20 @@ TEST_F(VTLocalPathsTest, SystemDirectoryGuard)
         {annaHome + "/", false, false},
         {annaHome + "/Library", true, true},
         {annaHome + "/Library/Preferences", true, true},
-        {annaHome + "/Library/Caches", true, true},
-        {annaHome + "/Library/Application Support", true, true},
-        {annaHome + "/Applications", true, true},
         {annaHome + "/Library/LaunchAgents", false, false},
         {root + "/Library", true, true},
-        {root + "/Applications", true, true},
-        {root + "/Library/Application Support", true, true},
         {root + "/System/Library", true, true},
         {root + "/Library/LaunchDaemons", false, false},
         // The Linux additions: whole folders exactly, system trees by prefix only.
         {"/home", true, true},
         {"/home/someone", false, false},
         {"/media", true, true},
-        {"/mnt", true, true},
-        {"/run/media", true, true},
         {"/etc/passwd", true, false},
-        {"/bin", true, false},
-        {"/proc/1", true, false},
         {"/tmp/file", false, false},
     };
-    for (const Case &c : cases) {
-        EXPECT_EQ(VTLocalPaths::isPathSystemDirectory(c.path), c.loose) << c.path.toStdString();
-        EXPECT_EQ(VTLocalPaths::isPathSystemDirectory(c.path, true), c.exact)
-            << c.path.toStdString();
+    for (const auto &[path, loose, exact] : cases) {
+        EXPECT_EQ(VTLocalPaths::isPathSystemDirectory(path), loose) << path.toStdString();
+        EXPECT_EQ(VTLocalPaths::isPathSystemDirectory(path, true), exact) << path.toStdString();
     }
 }
 

