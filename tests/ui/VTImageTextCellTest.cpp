@@ -22,7 +22,7 @@ QImage solid(const QColor &color, int size = 18)
 
 // The field editor sits right of the image's 25-point slice (without an image, 7 points
 // in); a long subtitle is cut by the average character width.
-TEST(VTImageTextCellTest, TheEditorFrameAndTheShortenedSubtitle)
+TEST(VTImageTextCellTest, TheFramesOfImageTitleAndEditor)
 {
     using C = VTImageTextCell;
     const QRectF bounds(10, 40, 200, 24);
@@ -30,6 +30,14 @@ TEST(VTImageTextCellTest, TheEditorFrameAndTheShortenedSubtitle)
     EXPECT_EQ(C::editingFrame(bounds, kNoImage), QRectF(17, 40, 193, 24));
     // A frame narrower than the slice leaves nothing for the editor.
     EXPECT_EQ(C::editingFrame(QRectF(10, 40, 20, 24), kIcon18), QRectF(30, 40, 0, 24));
+    // The image 3 points in, its y from the heights alone; the title's offset from the
+    // image's width; neither without an image.
+    EXPECT_EQ(C::imageRectForBounds(bounds, kIcon18), QRectF(13, 3, 18, 18));
+    EXPECT_EQ(C::titleRectForBounds(bounds, kIcon18, "sub"), QRectF(31, 19, 179, 24));
+    EXPECT_EQ(C::titleRectForBounds(bounds, kIcon18, QString()), QRectF(31, 22, 179, 24));
+    EXPECT_EQ(C::imageRectForBounds(bounds, kNoImage), QRectF());
+    EXPECT_EQ(C::titleRectForBounds(bounds, kNoImage, "sub"), QRectF());
+    EXPECT_EQ(VTImageTextCell(solid(Qt::blue)).image().size(), QSize(18, 18));
     // 10 characters 100 wide, and room for 110 - 50 = 60, so 6 characters; narrower than 50
     // leaves no room at all.
     const QString text = "abcdefghij";

@@ -477,22 +477,15 @@ TEST_F(VTShortcutKeyNameTest, TheMainBlockTypesTheCharactersTheMacCodesAreNamedF
     }
 }
 
-// Modifiers in the order Ctrl, Shift, Alt, Cmd; the key named without its modifiers (Shift+1
-// is not "!") and upper-cased when it is one character. Caps lock (0x400) and other bits
-// name nothing. The Return key types a carriage return, named "Enter"; the keypad's Enter
-// key types 0x03, named "Return".
+// Modifiers in the order Ctrl, Shift, Alt, Cmd (the panel's tests name all four); the key named
+// without its modifiers (Shift+1 is not "!") and upper-cased when it is one character. Caps lock
+// (0x400) and other bits name nothing. The Return key types a carriage return, named "Enter"; the
+// keypad's Enter key types 0x03, named "Return".
 TEST_F(VTShortcutKeyNameTest, NamesAndCharactersOfKeysAndModifiers)
 {
     const std::tuple<quint16, quint64, const char *> keys[] = {
-        {0x00, 0, "A"},
-        {0x00, 0x100, "Cmd+A"},
-        {0x00, 0x1B00, "Ctrl+Shift+Alt+Cmd+A"},
-        {0x0E, 0x1800, "Ctrl+Alt+E"},
-        {0x12, 0x1200, "Ctrl+Shift+1"},
-        {0x00, 0x481, "A"},
-        {0x12, 0x200, "Shift+1"},
-        {0x2C, 0x300, "Shift+Cmd+/"},
-        {0x60, 0x1800, "Ctrl+Alt+F5"},
+        {0x00, 0, "A"},     {0x0E, 0x1800, "Ctrl+Alt+E"}, {0x12, 0x1200, "Ctrl+Shift+1"},
+        {0x00, 0x481, "A"}, {0x12, 0x200, "Shift+1"},     {0x2C, 0x300, "Shift+Cmd+/"},
         {0x7A, 0, "F1"}};
     for (const auto &[keyCode, modifiers, expected] : keys) {
         EXPECT_EQ(Delegate::nameForKeyCode(keyCode, modifiers), some(expected)) << keyCode;
