@@ -6,12 +6,8 @@
 #include "testsupport/Poll.h"
 #include "testsupport/TestFiles.h"
 
-#include <QFile>
-#include <QProcess>
-#include <QStandardPaths>
-#include <QThread>
+#include <QtCore>
 
-#include <cstring>
 #include <functional>
 
 #include <unistd.h>
@@ -20,9 +16,13 @@ namespace {
 
 constexpr uid_t kNobody = 65534;
 
-QStringList asNobody()
+QList<QByteArray> encoded(const QStringList &arguments)
 {
-    return {"--reuid=65534", "--regid=65534", "--clear-groups", "--"};
+    QList<QByteArray> words;
+    for (const QString &argument : arguments) {
+        words.append(FileNames::encode(argument));
+    }
+    return words;
 }
 
 } // namespace
@@ -102,20 +102,12 @@ void CommandLineFixture::handOver() const
 
 std::unique_ptr<QProcess> CommandLineFixture::start(const QStringList &arguments)
 {
-    QList<QByteArray> words;
-    for (const QString &argument : arguments) {
-        words.append(FileNames::encode(argument));
-    }
-    return launch(words, QByteArray(), false);
+    return launch(encoded(arguments), QByteArray(), false);
 }
 
 CommandLineFixture::Result CommandLineFixture::run(const QStringList &arguments, bool asRoot)
 {
-    QList<QByteArray> words;
-    for (const QString &argument : arguments) {
-        words.append(FileNames::encode(argument));
-    }
-    return runBytes(words, QByteArray(), asRoot);
+    return runBytes(encoded(arguments), QByteArray(), asRoot);
 }
 
 std::unique_ptr<QProcess> CommandLineFixture::launch(const QList<QByteArray> &arguments,
@@ -125,38 +117,25 @@ std::unique_ptr<QProcess> CommandLineFixture::launch(const QList<QByteArray> &ar
     if (!asRoot) {
         handOver();
         if (runningAsRoot()) {
-            words.append(QFile::encodeName(QStandardPaths::findExecutable("setpriv")));
-            for (const QString &option : asNobody()) {
-                words.append(option.toUtf8());
-            }
+            words = {QFile::encodeName(QStandardPaths::findExecutable("setpriv")), "--reuid=65534",
+                     "--regid=65534", "--clear-groups", "--"};
         }
     }
     words.append(QFile::encodeName(binary()));
     words += arguments;
-    QList<QByteArray> environment;
     if (!home.isEmpty()) {
-        environment.append("HOME=" + home);
-    }
-    for (char **variable = environ; *variable; ++variable) {
-        if (home.isEmpty() || strncmp(*variable, "HOME=", 5) != 0) {
-            environment.append(*variable);
-        }
+        sandbox.setEnv("HOME", FileNames::decode(home));
     }
     std::vector<char *> argv;
     for (QByteArray &word : words) {
         argv.push_back(word.data());
     }
     argv.push_back(nullptr);
-    std::vector<char *> envp;
-    for (QByteArray &variable : environment) {
-        envp.push_back(variable.data());
-    }
-    envp.push_back(nullptr);
 
     auto process = std::make_unique<QProcess>();
     process->setProgram(QFile::decodeName(words.first()));
     process->setChildProcessModifier([&] {
-        ::execve(argv[0], argv.data(), envp.data());
+        ::execv(argv[0], argv.data());
         ::_exit(127);
     });
     process->start();

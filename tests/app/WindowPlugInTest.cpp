@@ -3,9 +3,7 @@
 
 #include "CommandLineFixture.h"
 
-#include <QDir>
-#include <QFile>
-#include <QProcess>
+#include <QtCore>
 
 namespace {
 

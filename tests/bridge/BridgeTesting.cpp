@@ -4,14 +4,7 @@
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
 
-#include <QDateTime>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QProcess>
-#include <QProcessEnvironment>
-#include <QRegularExpression>
-#include <QTimeZone>
+#include <QtCore>
 
 #include <cstdlib>
 #include <ctime>
@@ -93,12 +86,12 @@ PlistDict BridgeTesting::writerJob(const QString &label, const QString &program,
                                    const QStringList &arguments, const PlistDict &schedule,
                                    bool disabled)
 {
-    PlistDict job;
-    job.insert("Label", label);
-    job.insert("Program", program);
-    job.insert("ProgramArguments", QStringList{QFileInfo(program).completeBaseName()} + arguments);
-    job.insert("LowPriorityIO", true);
-    job.insert("Nice", 15);
+    PlistDict job{
+        {"Label", label},
+        {"Program", program},
+        {"ProgramArguments", QStringList{QFileInfo(program).completeBaseName()} + arguments},
+        {"LowPriorityIO", true},
+        {"Nice", 15}};
     for (const PlistDict::Entry &entry : schedule) {
         job.insert(entry.key, entry.value);
     }

@@ -116,14 +116,6 @@ TEST_F(JobLoaderTest, TheManagerIsReloadedOnlyWhenItHoldsAnOlderUnit)
               QStringList{"--user disable --now --no-reload Task3.timer Task3.service"});
 }
 
-TEST_F(JobLoaderTest, DisabledJobsAndJobsWithoutTriggerAreWrittenButNotStarted)
-{
-    EXPECT_EQ(loader.load(job("Task1", daily(), true)), 0);
-    EXPECT_EQ(loader.load(job("Task2", {{"StartCalendarInterval", PlistArray{}}})), 0);
-    EXPECT_TRUE(systemctl.calls().isEmpty());
-    EXPECT_EQ(files(), (QStringList{"Task1.service", "Task1.timer", "Task2.service"}));
-}
-
 TEST_F(JobLoaderTest, LoadingAgainReplacesTheUnitsOfTheOldSchedule)
 {
     const QString label = "Task3";
@@ -216,7 +208,9 @@ TEST_F(JobLoaderTest, TheMountWatcherComesWithTheFirstMountJobAndGoesWithTheLast
     const QString disabled = job("Task3", {{"StartOnMount", true}}, true);
     const QString watcher = userUnits + "/kairo-mount-watcher.service";
 
+    // A disabled job, and one without a trigger, are written and never started.
     EXPECT_EQ(loader.load(disabled), 0);
+    EXPECT_EQ(loader.load(job("Task4", {{"StartCalendarInterval", PlistArray{}}})), 0);
     EXPECT_FALSE(QFileInfo::exists(watcher));
     EXPECT_EQ(loader.load(first), 0);
     EXPECT_TRUE(TestFiles::read(watcher).contains(
@@ -239,8 +233,7 @@ TEST_F(JobLoaderTest, TheMountWatcherComesWithTheFirstMountJobAndGoesWithTheLast
               (QStringList{
                   "--user disable --now --no-reload Task1.service",
                   "--user disable --now --no-reload kairo-mount-watcher.service Task2.service"}));
-    // The disabled one is still loaded.
-    EXPECT_EQ(files(), QStringList{"Task3.service"});
+    EXPECT_EQ(files(), (QStringList{"Task3.service", "Task4.service"}));
 }
 
 TEST_F(JobLoaderTest, AsRootAnAgentGoesToTheConsoleUsersManager)

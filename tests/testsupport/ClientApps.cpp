@@ -6,10 +6,7 @@
 PlistValue ClientApps::entry(const QString &id, const QStringList &command,
                              const QString &description, std::optional<bool> root)
 {
-    PlistDict e;
-    e.insert(QStringLiteral("id"), id);
-    e.insert(QStringLiteral("command"), PlistValue(command));
-    e.insert(QStringLiteral("description"), description);
+    PlistDict e{{"id", id}, {"command", PlistValue(command)}, {"description", description}};
     if (root) {
         e.insert(QStringLiteral("root"), *root);
     }
@@ -19,10 +16,8 @@ PlistValue ClientApps::entry(const QString &id, const QStringList &command,
 QString ClientApps::make(const QString &folder, const QString &name, const QString &bundleID,
                          const PlistValue &tasks, bool inInfoPlist)
 {
-    PlistDict info;
-    info.insert(QStringLiteral("CFBundleIdentifier"), bundleID);
-    info.insert(QStringLiteral("CFBundleName"), name);
-    info.insert(QStringLiteral("CFBundleExecutable"), name);
+    PlistDict info{
+        {"CFBundleIdentifier", bundleID}, {"CFBundleName", name}, {"CFBundleExecutable", name}};
     if (inInfoPlist) {
         info.insert(QStringLiteral("VTTasks"), tasks);
     }
@@ -30,9 +25,7 @@ QString ClientApps::make(const QString &folder, const QString &name, const QStri
         folder, name, info,
         QStringLiteral("printf '%s\\n' \"$*\" >> \"$(dirname \"$0\")/../runs.log\""));
     if (!inInfoPlist) {
-        PlistDict catalogue;
-        catalogue.insert(QStringLiteral("VTTasks"), tasks);
-        PropertyList::writeXml(PlistValue(catalogue),
+        PropertyList::writeXml(PlistValue(PlistDict{{"VTTasks", tasks}}),
                                bundle + QStringLiteral("/Contents/VTTasks.plist"));
     }
     return bundle;
@@ -40,14 +33,8 @@ QString ClientApps::make(const QString &folder, const QString &name, const QStri
 
 QString ClientApps::makeQuill(const QString &folder)
 {
-    const PlistArray tasks{
-        entry(QStringLiteral("backup"), {QStringLiteral("-backup")},
-              QStringLiteral("Back up the library")),
-        entry(QStringLiteral("clean"), {QStringLiteral("-clean"), QStringLiteral("-quiet")},
-              QStringLiteral("Clean caches")),
-        entry(QStringLiteral("repair"), {QStringLiteral("-repair")},
-              QStringLiteral("Repair permissions"), true),
-    };
-    return make(folder, QStringLiteral("Quill"), QStringLiteral("com.vantreel.Quill"),
-                PlistValue(tasks));
+    return make(folder, "Quill", "com.vantreel.Quill",
+                PlistValue(PlistArray{entry("backup", {"-backup"}, "Back up the library"),
+                                      entry("clean", {"-clean", "-quiet"}, "Clean caches"),
+                                      entry("repair", {"-repair"}, "Repair permissions", true)}));
 }

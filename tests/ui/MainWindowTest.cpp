@@ -3,6 +3,7 @@
 #include "platform/Bundle.h"
 #include "platform/PropertyList.h"
 #include "platform/UserDefaults.h"
+#include "testsupport/Poll.h"
 #include "testsupport/TestFiles.h"
 #include "ui/JobStatusMonitor.h"
 #include "ui/MainWindow.h"
@@ -13,24 +14,8 @@
 #include "ui/VTMessageBoxPresenter.h"
 #include "ui/VTShortcutKeyContainerView.h"
 
-#include <QAction>
-#include <QApplication>
-#include <QCheckBox>
-#include <QComboBox>
-#include <QDesktopServices>
-#include <QElapsedTimer>
-#include <QFileInfo>
-#include <QHeaderView>
-#include <QLabel>
-#include <QMessageBox>
-#include <QPushButton>
-#include <QScopeGuard>
-#include <QTabWidget>
-#include <QTableView>
-#include <QTest>
-#include <QTextLayout>
-#include <QTimer>
-#include <QUrl>
+#include <QtTest>
+#include <QtWidgets>
 
 namespace {
 
@@ -186,7 +171,7 @@ TEST_F(MainWindowTest, NextRunAndLastResultComeFromTheBridgeAndSortLikeTheOthers
         return values;
     };
     ASSERT_TRUE(
-        waitUntil([&] { return !column(TaskTableModel::ColumnLastResult).first().isEmpty(); }));
+        Poll::until([&] { return !column(TaskTableModel::ColumnLastResult).first().isEmpty(); }));
 
     // The new columns may lie beyond the window's edge: their header's own handler.
     window->didClickTableColumn(TaskTableModel::ColumnNextRun);
@@ -213,7 +198,7 @@ TEST_F(MainWindowTest, ASlowOrMissingSystemdLeavesTheStatusEmptyWithoutBlocking)
     int updates = 0;
     QObject::connect(&monitor, &JobStatusMonitor::updated, [&] { ++updates; });
     monitor.refresh();
-    ASSERT_TRUE(waitUntil([&] { return updates == 1; }));
+    ASSERT_TRUE(Poll::until([&] { return updates == 1; }));
     ASSERT_TRUE(monitor.statusOf("com.vantreel.ScheduledTask1"));
 
     for (const QString answer : {"exec sleep 30", "exit 1"}) {
@@ -223,7 +208,7 @@ TEST_F(MainWindowTest, ASlowOrMissingSystemdLeavesTheStatusEmptyWithoutBlocking)
         monitor.refresh();
         EXPECT_LT(timer.elapsed(), 1000) << answer.toStdString();
         const int before = updates;
-        ASSERT_TRUE(waitUntil([&] { return updates == before + 1; })) << answer.toStdString();
+        ASSERT_TRUE(Poll::until([&] { return updates == before + 1; })) << answer.toStdString();
         EXPECT_FALSE(monitor.statusOf("com.vantreel.ScheduledTask1")) << answer.toStdString();
     }
 }
@@ -307,7 +292,7 @@ TEST_F(MainWindowTest, TheToolbarEditsAndDeletesTheSelectedTask)
     QTest::mouseClick(table->viewport(), Qt::LeftButton, Qt::NoModifier, point);
     QTest::mouseDClick(table->viewport(), Qt::LeftButton, Qt::NoModifier, point);
     TaskEditorSheet *sheet = window->taskWindow();
-    ASSERT_TRUE(waitUntil([&] { return sheet->isVisible(); }));
+    ASSERT_TRUE(Poll::until([&] { return sheet->isVisible(); }));
     EXPECT_EQ(sheet->findChild<QPushButton *>("addTaskBtn")->text(), "Edit Task");
     EXPECT_EQ(sheet->windowModality(), Qt::WindowModal);
     sheet->cancelNewTask();
@@ -416,12 +401,12 @@ TEST_F(MainWindowTest, TheUpdaterAndTheHelpPagesAreOpenedForThisApplication)
     defaults().setObject(PlistValue(false), "SUCheckAtStartup");
     PropertyList::writeXml(PlistValue(PlistDict{{"disable-logging", "0"}}), global);
     window->applicationDidFinishLaunching();
-    ASSERT_TRUE(waitUntil([&] { return !TestFiles::lines(record).isEmpty(); }));
+    ASSERT_TRUE(Poll::until([&] { return !TestFiles::lines(record).isEmpty(); }));
     EXPECT_EQ(TestFiles::lines(record), QStringList({"run: -checkpath " + own}));
     // The menu item starts it with no arguments.
     QFile::remove(record);
     window->menuSoftwareUpdate();
-    ASSERT_TRUE(waitUntil([&] { return !TestFiles::lines(record).isEmpty(); }));
+    ASSERT_TRUE(Poll::until([&] { return !TestFiles::lines(record).isEmpty(); }));
     EXPECT_EQ(TestFiles::lines(record), QStringList({"run: "}));
 
     // The help items open the maker's pages, on the configured host.

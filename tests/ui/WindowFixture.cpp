@@ -8,16 +8,8 @@
 #include "ui/TaskEditorSheet.h"
 #include "ui/TaskTableModel.h"
 
-#include <QAbstractButton>
-#include <QAbstractItemView>
-#include <QComboBox>
-#include <QCoreApplication>
-#include <QDir>
-#include <QElapsedTimer>
-#include <QLabel>
-#include <QLineEdit>
-#include <QTableView>
-#include <QTest>
+#include <QtTest>
+#include <QtWidgets>
 
 void WindowFixture::SetUp()
 {
@@ -59,7 +51,7 @@ void WindowFixture::openWindow()
 {
     window = std::make_unique<MainWindow>();
     ASSERT_TRUE(window->awakeFromNib());
-    ASSERT_TRUE(waitUntil([&] { return !window->controller()->isDiscovering(); }));
+    ASSERT_TRUE(Poll::until([&] { return !window->controller()->isDiscovering(); }));
 }
 
 PlistDict WindowFixture::readJob(const QString &path) const
@@ -99,11 +91,6 @@ QStringList WindowFixture::tableDescriptions() const
     return out;
 }
 
-bool WindowFixture::waitUntil(const std::function<bool()> &condition, int timeoutMs)
-{
-    return Poll::until(condition, std::chrono::milliseconds(timeoutMs));
-}
-
 void WindowFixture::click(QWidget *widget, const QPoint &point)
 {
     QTest::mouseClick(widget, Qt::LeftButton, Qt::NoModifier, point);
@@ -121,29 +108,25 @@ QStringList WindowFixture::layoutFaults(QWidget *window)
         return w->objectName().isEmpty() ? QString::fromLatin1(w->metaObject()->className())
                                          : w->objectName();
     };
-    const auto isControl = [](const QWidget *w) {
-        return qobject_cast<const QLabel *>(w) || qobject_cast<const QAbstractButton *>(w) ||
-               qobject_cast<const QLineEdit *>(w) || qobject_cast<const QComboBox *>(w);
-    };
     QList<QWidget *> controls;
     for (QWidget *w : window->findChildren<QWidget *>()) {
-        if (!w->isVisibleTo(window) || w->isWindow() || !isControl(w)) {
-            continue;
-        }
         // The contents of tables, grids and scrolled panes move and are cut on purpose.
         bool scrolled = false;
         for (QWidget *up = w->parentWidget(); up && up != window; up = up->parentWidget()) {
             scrolled = scrolled || up->inherits("QAbstractScrollArea");
         }
-        if (scrolled) {
+        const auto *label = qobject_cast<const QLabel *>(w);
+        if (!w->isVisibleTo(window) || w->isWindow() || scrolled ||
+            !(label || qobject_cast<const QAbstractButton *>(w) ||
+              qobject_cast<const QLineEdit *>(w) || qobject_cast<const QComboBox *>(w))) {
             continue;
         }
         controls.append(w);
         const QSize need = w->minimumSizeHint();
         const int needHeight =
             w->hasHeightForWidth() ? w->heightForWidth(w->width()) : need.height();
-        const bool wraps = qobject_cast<const QLabel *>(w) && static_cast<QLabel *>(w)->wordWrap();
-        if (w->height() < needHeight || (!wraps && w->width() < need.width())) {
+        if (w->height() < needHeight ||
+            (!(label && label->wordWrap()) && w->width() < need.width())) {
             faults.append(QString("%1 is %2x%3, needs %4x%5")
                               .arg(name(w))
                               .arg(w->width())

@@ -13,7 +13,6 @@
 
 #include <QPoint>
 
-#include <functional>
 #include <memory>
 #include <vector>
 
@@ -65,7 +64,6 @@ protected:
     // its text needs, one outside its parent, or two that overlap.
     static QStringList layoutFaults(QWidget *window);
 
-    static bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 5000);
     static void click(QWidget *widget, const QPoint &point);
     static QPoint centerOf(QAbstractItemView *view, int row, int column);
 };
