@@ -1,11 +1,7 @@
 #include "platform/Bundle.h"
-#include "platform/DBusSessionBus.h"
-#include "platform/DistributedNotification.h"
 #include "platform/FileNames.h"
 #include "platform/PropertyList.h"
-#include "platform/SessionBus.h"
 #include "support/VTLog.h"
-#include "testsupport/DBusDaemon.h"
 #include "testsupport/FakeIdentity.h"
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
@@ -21,7 +17,6 @@
 #include <QtTest>
 #include <QtWidgets>
 
-#include <map>
 #include <memory>
 #include <set>
 
@@ -119,7 +114,6 @@ protected:
     void TearDown() override
     {
         container.reset();
-        SessionBus::setCurrent(nullptr);
     }
 
     VTShortcutKeyTableview *table() const { return delegate.shortcutKeyTableView(); }
@@ -209,16 +203,13 @@ TEST_F(VTShortcutKeyPanelTest, TheCapturedModifiersFollowTheForcedModifierRule)
         {Qt::Key_A, Qt::NoModifier, 0x00, 0x300, "Shift+Cmd+A"},
         {Qt::Key_A, Qt::MetaModifier, 0x00, 0x100, "Cmd+A"},
         {Qt::Key_A, Qt::ShiftModifier, 0x00, 0x200, "Shift+A"},
-        {Qt::Key_A, Qt::ShiftModifier | Qt::MetaModifier, 0x00, 0x300, "Shift+Cmd+A"},
         {Qt::Key_A, Qt::ControlModifier, 0x00, 0x1000, "Ctrl+A"},
         {Qt::Key_A, Qt::AltModifier, 0x00, 0x800, "Alt+A"},
         {Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier | Qt::AltModifier | Qt::MetaModifier,
          0x06, 0x1B00, "Ctrl+Shift+Alt+Cmd+Z"},
         {Qt::Key_Tab, Qt::NoModifier, 0x30, 0x300, "Shift+Cmd+Tab"},
-        {Qt::Key_Escape, Qt::NoModifier, 0x35, 0x300, "Shift+Cmd+Escape"},
         {Qt::Key_Return, Qt::NoModifier, 0x24, 0x300, "Shift+Cmd+Enter"},
         {Qt::Key_Enter, Qt::KeypadModifier, 0x4C, 0x300, "Shift+Cmd+Return"},
-        {Qt::Key_Up, Qt::NoModifier, 0x7E, 0x300, "Shift+Cmd+Up Arrow"},
         {Qt::Key_Backspace, Qt::ControlModifier, 0x33, 0x1000, "Ctrl+Backspace"},
     };
     // A modifier alone is no shortcut; a key is taken by its position (XKB keycode 39 is the
@@ -372,52 +363,6 @@ TEST_F(VTShortcutKeyPanelTest, AHomeThatIsNotUtf8KeepsItsAssignments)
               QStringList{FileNames::decode("caf\xe9")});
 }
 
-TEST_F(VTShortcutKeyPanelTest, EveryChangeIsAnnouncedToTheSession)
-{
-    DBusDaemon daemon;
-    ASSERT_TRUE(daemon.isRunning()) << daemon.error().toStdString();
-    // The listener is another program of the session: a connection of its own.
-    SessionBus::setCurrent(std::make_shared<DBusSessionBus>());
-    DistributedNotification listener("VTShortcutKeysReload");
-    ASSERT_TRUE(listener.isListening());
-    QSignalSpy reloads(&listener, &DistributedNotification::received);
-    SessionBus::setCurrent(std::make_shared<DBusSessionBus>());
-
-    press(0, Qt::Key_A);
-    ASSERT_TRUE(reloads.wait(5000));
-    EXPECT_EQ(reloads.size(), 1);
-
-    table()->selectRow(0);
-    QTest::keyClick(table(), Qt::Key_Backspace);
-    ASSERT_TRUE(reloads.size() == 2 || reloads.wait(5000));
-    EXPECT_EQ(reloads.size(), 2);
-    // Nothing else is announced.
-    EXPECT_FALSE(reloads.wait(300));
-}
-
-TEST_F(VTShortcutKeyPanelTest, TheContainerShownInAWindowHoldsThePanel)
-{
-    QWidget *panel = delegate.parentView();
-    ASSERT_TRUE(panel);
-    EXPECT_EQ(panel->parentWidget(), container.get());
-
-    // Embedded in another window, a new container takes the panel when it is shown.
-    QWidget window;
-    auto *embedded = new VTShortcutKeyContainerView(&window);
-    EXPECT_EQ(panel->parentWidget(), container.get());
-    window.show();
-    EXPECT_EQ(panel->window(), &window);
-
-    // The panel outlives the window.
-    QPointer<QWidget> alive(panel);
-    delete embedded;
-    ASSERT_TRUE(alive);
-    EXPECT_EQ(panel->parentWidget(), nullptr);
-    container->hide();
-    container->show();
-    EXPECT_EQ(panel->parentWidget(), container.get());
-}
-
 // Each entry both ways, by its Qt key when an event carries no native code, and by the
 // native code (the key's position) over whatever Qt key the layout gave.
 TEST_F(VTShortcutKeyNameTest, EveryKeyMapsToItsMacCodeAndBack)
@@ -447,33 +392,6 @@ TEST_F(VTShortcutKeyNameTest, EveryKeyMapsToItsMacCodeAndBack)
         {Qt::Key_Shift, false, {}},   {Qt::Key_AltGr, false, {}},   {0, false, {}}};
     for (const auto &[key, keypad, mac] : qtKeys) {
         EXPECT_EQ(VTKeyCodeTable::macKeyCodeForQtKey(key, keypad), mac) << key;
-    }
-}
-
-// The classic codes are named after the character of the US layout; typing each key with
-// that layout must give it, which catches a code paired with the wrong key.
-TEST_F(VTShortcutKeyNameTest, TheMainBlockTypesTheCharactersTheMacCodesAreNamedFor)
-{
-    const auto layout = VTKeyboardLayout::current();
-    ASSERT_TRUE(layout);
-    // The main block from 0x00 to 0x35 in code order ('~' where the code is no key), then the
-    // function keys.
-    std::map<quint16, QString> ansi = {{0x7A, "F1"}, {0x78, "F2"},  {0x63, "F3"},  {0x76, "F4"},
-                                       {0x60, "F5"}, {0x61, "F6"},  {0x62, "F7"},  {0x64, "F8"},
-                                       {0x65, "F9"}, {0x6D, "F10"}, {0x67, "F11"}, {0x6F, "F12"}};
-    const QString main = "asdfhgzxcv~bqweryt123465=97-80]ou[ip\rlj'k;\\,/nm.\t `\b~\x1b";
-    for (qsizetype i = 0; i < main.size(); ++i) {
-        if (main[i] != '~') {
-            ansi[quint16(i)] = main[i];
-        }
-    }
-    for (const auto &[mac, expected] : ansi) {
-        SCOPED_TRACE(mac);
-        const std::optional<quint32> xkb = VTKeyCodeTable::xkbKeycodeForMacKeyCode(mac);
-        ASSERT_TRUE(xkb);
-        const VTKeyboardLayout::Translation translation = layout->translate(*xkb, 0);
-        EXPECT_EQ(translation.status, 0);
-        EXPECT_EQ(translation.characters, expected);
     }
 }
 
