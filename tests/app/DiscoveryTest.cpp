@@ -102,32 +102,6 @@ protected:
     }
 };
 
-TEST_F(DiscoveryTest, TheBlacklistAsTheMakerWroteIt)
-{
-    const QStringList listed =
-        QStringLiteral(
-            ".hidden|.Trash|Application Backups|MAMP|Help|docs|cocumentation|HTML|Adobe Photoshop|"
-            "My ADOBE things|Apple Utilities|Pineapple|Microsoft Office|David|Avid Media|Blender|"
-            "DivX Player|doc|FileMaker Pro|Flip4Mac|Hewlett-Packard|lib|License|Pacifist|Tutorial|"
-            "Wacom Tablet|font book.app|Address Book.app|Safari.app")
-            .split('|');
-    for (const QString &name : listed) {
-        EXPECT_TRUE(AppController::isFileBlacklisted("/Applications/" + name))
-            << name.toStdString();
-    }
-    const QStringList kept =
-        QStringLiteral(
-            "Documentation|Utilities|Vantreel|Quill.app|wac|libs|docs2|QuickTime Player.app|"
-            "quicktime player.app|Final Cut Pro Additional")
-            .split('|');
-    for (const QString &name : kept) {
-        EXPECT_FALSE(AppController::isFileBlacklisted("/Applications/" + name))
-            << name.toStdString();
-    }
-    // The last component decides, whatever the folders above it.
-    EXPECT_FALSE(AppController::isFileBlacklisted("/Applications/Adobe/Vantreel"));
-}
-
 TEST_F(DiscoveryTest, TheWalkFindsTheMakersApplicationsWithCataloguesAtAnyDepth)
 {
     app("", "Quill", "com.vantreel.Quill");
@@ -140,6 +114,7 @@ TEST_F(DiscoveryTest, TheWalkFindsTheMakersApplicationsWithCataloguesAtAnyDepth)
     app(".Hidden", "Hidden", "com.vantreel.Hidden");
     app("Adobe Things", "Adobe", "com.vantreel.Adobe");
     app("David", "Davids", "com.vantreel.Davids");
+    app("Wacom Tablet", "Wacom", "com.vantreel.Wacom"); // the last name of the list
     app("Games.localized", "Localized", "com.vantreel.Localized");
     app("Quill.app/Contents/Helpers", "Inner", "com.vantreel.Inner");
     TestFiles::makeBundle(applications, "NoCatalogue",
