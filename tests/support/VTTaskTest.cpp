@@ -69,15 +69,6 @@ protected:
         return QString::fromUtf8(TestFiles::read(VTLog::currentLogPath()));
     }
 
-    // Starts a streamed run and drops the caller's reference: the reading thread keeps the
-    // instance alive until the run ends.
-    static std::weak_ptr<VTTask> stream(const QString &path, DelegateRecorder &recorder)
-    {
-        auto task = VTTask::create();
-        task->asyncDataFromTask(path, {}, recorder.delegate());
-        return task;
-    }
-
     Sandbox sandbox;
     FakeIdentity::Scoped identity;
 };
@@ -150,7 +141,7 @@ TEST_F(VTTaskTest, CollectedOutputAndItsDecoding)
     EXPECT_FALSE(VTTask::decode(QByteArray(), VTStringEncoding::UTF8).isNull());
 }
 
-// Arguments reach the program as given, by every kind of run: no shell in between.
+// Arguments reach the program as given, waited for or not: no shell in between.
 TEST_F(VTTaskTest, ArgumentsArriveUnchanged)
 {
     const QString out = sandbox.file("args.bin");
@@ -169,9 +160,8 @@ TEST_F(VTTaskTest, ArgumentsArriveUnchanged)
     for (const QString &argument : arguments) {
         expected += QFile::encodeName(argument) + '\0';
     }
+    // The runs that wait share one launch; the one that does not has its own.
     const std::function<void()> runs[] = {
-        [&] { EXPECT_TRUE(VTTask::runTask(path, arguments)); },
-        [&] { EXPECT_EQ(VTTask::dataFromTask(path, arguments), QByteArray()); },
         [&] { EXPECT_EQ(VTTask::terminationCodeFromTask(path, arguments, 5.0), 0); },
         [&] { VTTask::runTaskAndReturn(path, arguments); },
     };
@@ -274,53 +264,35 @@ TEST_F(VTTaskTest, TimeLimitIsWholeSecondsAndTerminates)
 }
 
 // The delegate gets each piece as it comes, with the instance and the object, then once
-// empty.
-TEST_F(VTTaskTest, StreamedRunCallsTheDelegatePerPieceThenOnceEmpty)
+// empty: a program without output only the empty call, one that cannot start none; a run
+// ended from another thread tells it nothing more.
+TEST_F(VTTaskTest, StreamedRunsCallTheDelegatePerPieceThenOnceEmpty)
 {
-    const QString path = script(
+    const QString talker = script(
         "stream", "printf '%s' \"$1\"\nsleep 0.3\nprintf '%s' \"$2\"\nsleep 0.3\nprintf three");
-    DelegateRecorder recorder;
-    std::shared_ptr<VTTask> task = VTTask::create();
-    VTTask *raw = task.get();
-    task->asyncDataFromTask(path, {"o*e", "$HOME\n"}, recorder.delegate(), QVariant("context"));
-    std::weak_ptr<VTTask> weak = task;
-    {
-        std::unique_lock<std::mutex> lock(recorder.mutex);
-        ASSERT_TRUE(recorder.changed.wait_for(lock, 5s, [&] { return recorder.ends > 0; }));
-    }
-    task.reset();
-    EXPECT_TRUE(Poll::until([&] { return weak.expired(); }, 3000ms));
-
-    std::lock_guard<std::mutex> lock(recorder.mutex);
-    ASSERT_GE(recorder.pieces.size(), 2u);
-    EXPECT_EQ(recorder.ends, 1);
-    EXPECT_TRUE(recorder.pieces.back().isEmpty());
-    QByteArray all;
-    for (size_t i = 0; i + 1 < recorder.pieces.size(); ++i) {
-        EXPECT_FALSE(recorder.pieces[i].isEmpty());
-        all += recorder.pieces[i];
-    }
-    EXPECT_EQ(all, QByteArray("o*e$HOME\nthree"));
-    EXPECT_EQ(recorder.pieces.front(), QByteArray("o*e"));
-    for (size_t i = 0; i < recorder.tasks.size(); ++i) {
-        EXPECT_EQ(recorder.tasks[i], raw);
-        EXPECT_EQ(recorder.objects[i].toString(), "context");
-    }
-}
-
-// A program without output gets the delegate called once, empty; one that cannot start
-// gets it never; a run ended from another thread tells it nothing more.
-TEST_F(VTTaskTest, StreamedRunWithoutOutputOrProgramOrEnded)
-{
-    const QString silent = script("silent", "echo hidden >&2\nexit 0");
-    for (const QString &path : {silent, sandbox.file("bin/nothing")}) {
+    // The program, all it wrote, its first piece and the empty calls.
+    const std::tuple<QString, QByteArray, QByteArray, int> cases[] = {
+        {talker, "o*e$HOME\nthree", "o*e", 1},
+        {script("silent", "echo hidden >&2\nexit 0"), "", "", 1},
+        {sandbox.file("bin/nothing"), "", "", 0},
+    };
+    for (const auto &[path, all, first, ends] : cases) {
         DelegateRecorder recorder;
-        const std::weak_ptr<VTTask> weak = stream(path, recorder);
-        EXPECT_TRUE(Poll::until([&] { return weak.expired(); }, 3000ms));
+        auto task = VTTask::create();
+        const VTTask *raw = task.get();
+        task->asyncDataFromTask(path, {"o*e", "$HOME\n"}, recorder.delegate(), QVariant("object"));
+        const std::weak_ptr<VTTask> weak = task;
+        task.reset();
+        EXPECT_TRUE(Poll::until([&] { return weak.expired(); }, 5000ms));
         std::lock_guard<std::mutex> lock(recorder.mutex);
-        EXPECT_EQ(recorder.pieces, path == silent ? std::vector<QByteArray>{QByteArray()}
-                                                  : std::vector<QByteArray>{});
-        EXPECT_TRUE(recorder.objects.empty() || !recorder.objects[0].isValid());
+        EXPECT_EQ(recorder.pieces.empty() ? QByteArray() : recorder.pieces.front(), first);
+        EXPECT_EQ(QByteArrayList(recorder.pieces.begin(), recorder.pieces.end()).join(), all);
+        EXPECT_EQ(recorder.ends, ends);
+        EXPECT_TRUE(recorder.pieces.empty() || recorder.pieces.back().isEmpty());
+        for (size_t i = 0; i < recorder.tasks.size(); ++i) {
+            EXPECT_EQ(recorder.tasks[i], raw);
+            EXPECT_EQ(recorder.objects[i].toString(), "object");
+        }
     }
     EXPECT_TRUE(logText().contains("Unable to launch async task - no task set"));
 
