@@ -244,18 +244,6 @@ TEST_F(PropertyListTest, RootTypesAndMalformedFiles)
     EXPECT_EQ(PropertyList::read(path("file2.plist"))->string(), "just text");
 }
 
-// What is no file is no value, and is not waited for: a FIFO nobody writes to, a device.
-TEST_F(PropertyListTest, WhatIsNoFileIsNoValue)
-{
-    const QString fifo = path("fifo.plist");
-    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0644), 0);
-    for (const QString &file : {path("missing.plist"), path("no/such/folder/x.plist"), QString(),
-                                m_dir.path(), fifo, QString("/dev/zero")}) {
-        EXPECT_FALSE(PropertyList::read(file)) << file.toStdString();
-    }
-    EXPECT_FALSE(PropertyList::parse(QByteArray()));
-}
-
 // Every prefix of a valid file, XML or binary, and every single-byte change of a binary
 // one (offsets, counts and references that point anywhere) is read without a crash; no
 // prefix is taken for the whole dictionary.
@@ -368,26 +356,6 @@ TEST_F(PropertyListTest, RoundTripOfEveryType)
                     *dates, "dates");
 }
 
-TEST_F(PropertyListTest, WritesReplaceAndCreateTakesOnlyAFreeName)
-{
-    const QString file = path("job.plist");
-    for (int i = 0; i < 20; ++i) {
-        ASSERT_TRUE(PropertyList::writeXml(labelled(PlistValue(QString::number(i))), file));
-    }
-    EXPECT_EQ(label(file), "19");
-
-    const QString created = path("created.plist");
-    bool taken = true;
-    ASSERT_TRUE(PropertyList::createXml(labelled(PlistValue("first")), created, &taken));
-    EXPECT_FALSE(taken);
-    EXPECT_FALSE(PropertyList::createXml(labelled(PlistValue("second")), created, &taken));
-    EXPECT_TRUE(taken);
-    EXPECT_EQ(label(created), "first");
-    EXPECT_FALSE(PropertyList::createXml(PlistValue(PlistDict{}), path("no/folder.plist"), &taken));
-    EXPECT_FALSE(taken);
-    EXPECT_EQ(folderEntries(m_dir.path()), (QStringList{"created.plist", "job.plist"}));
-}
-
 // Temporaries of killed writers go; one whose writer still holds it, other programs' files,
 // and what is no file stay, and nothing is waited for.
 TEST_F(PropertyListTest, StaleTemporariesOfKilledWritersAreRemoved)
@@ -481,26 +449,6 @@ TEST_F(PropertyListTest, KeepsPermissionsAndWritesThroughSymbolicLinks)
     // Root replaces a link instead: whoever planted it must not choose what root writes.
     EXPECT_EQ(QFileInfo(link).isSymLink(), ::geteuid() != 0);
     EXPECT_EQ(label(file), QLatin1String(::geteuid() == 0 ? "a" : "b"));
-}
-
-// Odd file names are read and written under exactly their own names (names that are not
-// UTF-8 are the command line's end-to-end test).
-TEST_F(PropertyListTest, UnusualFileNames)
-{
-    const QString oddFolder = path("odd \"folder\"\nname");
-    QDir().mkpath(oddFolder);
-    const QStringList names{
-        "with spaces in name.plist",
-        "new\nline.plist",
-        QString::fromUtf8("\xc3\xa9t\xc3\xa9 \xf0\x9f\x98\x80.plist"),
-        "odd \"folder\"\nname/x.plist",
-    };
-    for (const QString &name : names) {
-        const QString file = path(name);
-        ASSERT_TRUE(PropertyList::writeXml(labelled(PlistValue(name)), file)) << name.toStdString();
-        EXPECT_EQ(label(file), name);
-    }
-    EXPECT_EQ(folderEntries(m_dir.path()).size(), names.size());
 }
 
 TEST(FileNamesTest, DecodingKeepsEveryByte)

@@ -235,15 +235,3 @@ TEST_F(SessionBusTest, APostedNotificationReachesListenersOfItsNameOnly)
     EXPECT_EQ(others.size(), 0);
 }
 
-TEST_F(SessionBusTest, WithoutABusOrASignalNameNothingIsPostedOrHeard)
-{
-    DistributedNotification reload("VTShortcutKeysReload");
-    EXPECT_FALSE(reload.isListening());
-    EXPECT_FALSE(DistributedNotification::post("VTShortcutKeysReload"));
-
-    DBusDaemon daemon;
-    ASSERT_TRUE(daemon.isRunning()) << daemon.error().toStdString();
-    EXPECT_FALSE(DistributedNotification::post("not a name"));
-    EXPECT_FALSE(DistributedNotification::post(QString()));
-    EXPECT_FALSE(DistributedNotification("not a name").isListening());
-}
