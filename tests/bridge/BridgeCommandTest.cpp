@@ -86,19 +86,6 @@ TEST_F(BridgeCommandTest, OnlyRootLoadsDaemons)
     }
 }
 
-TEST_F(BridgeCommandTest, ListPrintsEveryLoadedJobAtAFixedBaseTime)
-{
-    ASSERT_EQ(BridgeTesting::bridge({"load", job("Task3", BridgeTesting::daily())}).status, 0);
-    ASSERT_EQ(BridgeTesting::bridge({"load", job("Task6", {{"StartInterval", 90}})}).status, 0);
-    systemctl.fail("show", 1);
-    const BridgeTesting::Run run =
-        BridgeTesting::bridge({"list", "--base-time", "2011-03-04 12:00:00Z"}, {{"TZ", "UTC"}});
-    EXPECT_EQ(run.status, 0) << run.err.toStdString();
-    EXPECT_EQ(
-        run.out,
-        "Task3\tyes\t2011-03-05T07:00:00+00:00\t-\nTask6\tyes\t2011-03-04T12:01:30+00:00\t-\n");
-}
-
 // Under a home whose name is not UTF-8 the units go into that very home, where list and
 // unload find them again; no second home appears under another name. A program so named
 // survives the job file and is named by its bytes in the unit.

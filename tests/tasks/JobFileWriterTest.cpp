@@ -141,19 +141,6 @@ TEST_F(JobFileWriterTest, WhatIsNotWritten)
     EXPECT_TRUE(launchctl->calls().isEmpty());
 }
 
-TEST_F(JobFileWriterTest, TheExecutableIsNamedAfterTheBundleFolder)
-{
-    const QString odd = TestFiles::makeBundle(
-        applications, "Foo Bar",
-        {{"CFBundleIdentifier", "com.vantreel.FooBar"}, {"CFBundleExecutable", "something-else"}});
-    auto t = task(ScheduleHourly);
-    t->setTaskBundleID("com.vantreel.FooBar");
-    ASSERT_TRUE(t->saveData());
-    const PlistDict job = readJob(*t->filename());
-    EXPECT_EQ(job.value("Program").string(), odd + "/Contents/MacOS/Foo Bar");
-    EXPECT_EQ(job.value("ProgramArguments").stringList().value(0), "Foo Bar");
-}
-
 // A folder standing where the file should be cannot be replaced, not even by root: quiet mode
 // skips it but still reloads; otherwise, without administrator rights, the save fails.
 TEST_F(JobFileWriterTest, AnUnwritableFile)

@@ -114,16 +114,3 @@ TEST_F(TaskFactoryTest, TheClaimedNameHoldsTheWholeJobAtOnce)
     EXPECT_FALSE(QFileInfo::exists(claim.path));
 }
 
-TEST_F(TaskFactoryTest, SecondsAndCalendarNeedAValue)
-{
-    for (const char *type : {"6", "7"}) {
-        TestFiles::CaptureStderr console;
-        EXPECT_FALSE(VTScheduledTask::taskWithBundleID(
-            "com.vantreel.Quill", "backup", QString::fromLatin1(type), std::nullopt, false));
-        EXPECT_TRUE(
-            console.finish().contains("You must specify an interval value for this interval type"));
-    }
-    EXPECT_TRUE(launchctl->calls().isEmpty());
-    EXPECT_FALSE(VTScheduledTask::taskWithBundleID("com.vantreel.Quill", QString(), "3",
-                                                   std::nullopt, false));
-}
