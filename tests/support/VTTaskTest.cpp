@@ -6,6 +6,7 @@
 #include "testsupport/Sandbox.h"
 #include "testsupport/TestFiles.h"
 
+#include <QByteArrayList>
 #include <QFile>
 #include <QFileInfo>
 

@@ -467,16 +467,13 @@ TEST_F(VTShortcutKeyNameTest, UntranslatableKeysHaveNoNameAndSayWhy)
         EXPECT_TRUE(translation.characters.isEmpty());
     }
 
+    // A code the table lacks is the panel's test ("Unknown").
     TestFiles::CaptureStderr capture;
-    // 0x34 is no key of the table.
-    EXPECT_EQ(Delegate::nameForKeyCode(0x34, 0x300), std::nullopt);
     EXPECT_EQ(Delegate::nameForKeyCode(0x10000, 0), std::nullopt);
     sandbox.setEnv("XKB_DEFAULT_LAYOUT", "no-such-layout");
     EXPECT_EQ(Delegate::nameForKeyCode(0x00, 0x300), std::nullopt);
     EXPECT_EQ(VTKeyboardLayout::current(), nullptr);
     const QString console = capture.finish();
-    EXPECT_TRUE(console.contains("Couldn't find a translation for the '52' key code"))
-        << console.toStdString();
     EXPECT_TRUE(
         console.contains("Couldn't find a suitable keyboard layout from which to translate"))
         << console.toStdString();
