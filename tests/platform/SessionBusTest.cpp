@@ -234,4 +234,3 @@ TEST_F(SessionBusTest, APostedNotificationReachesListenersOfItsNameOnly)
     EXPECT_EQ(reloads.size(), 2);
     EXPECT_EQ(others.size(), 0);
 }
-

@@ -113,4 +113,3 @@ TEST_F(TaskFactoryTest, TheClaimedNameHoldsTheWholeJobAtOnce)
     JobFileName::release(claim);
     EXPECT_FALSE(QFileInfo::exists(claim.path));
 }
-

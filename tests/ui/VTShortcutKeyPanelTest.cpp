@@ -111,10 +111,7 @@ protected:
         table()->clearSelection();
     }
 
-    void TearDown() override
-    {
-        container.reset();
-    }
+    void TearDown() override { container.reset(); }
 
     VTShortcutKeyTableview *table() const { return delegate.shortcutKeyTableView(); }
     QAbstractItemModel *model() const { return table()->model(); }
