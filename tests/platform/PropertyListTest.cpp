@@ -272,19 +272,6 @@ TEST_F(PropertyListTest, TruncatedAndCorruptFilesNeverCrash)
     }
 }
 
-TEST_F(PropertyListTest, ReadsAHugeFile)
-{
-    const QByteArray item = "<string>an item of the huge property list, number</string>\n";
-    const int count = 10 * 1024 * 1024 / item.size() + 1;
-    const QString file =
-        write("huge.plist", xmlDocument("<dict><key>items</key><array>\n" + item.repeated(count) +
-                                        "</array><key>last</key><integer>7</integer></dict>"));
-    const auto dict = PropertyList::readDictionary(file);
-    ASSERT_TRUE(dict);
-    EXPECT_EQ(static_cast<int>(dict->value("items").array().size()), count);
-    EXPECT_EQ(dict->value("last").integerValue(), 7);
-}
-
 // Nesting 100000 deep (closed or not, XML or binary), an array that holds itself and
 // arrays that each hold the next one twice (a tiny file that would become a billion
 // nodes) are refused at once; ordinary nesting and sharing are fine.

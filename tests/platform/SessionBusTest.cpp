@@ -63,7 +63,6 @@ TEST_F(SessionBusTest, AddressesThatWouldStartOrNameNoBusAreNoBus)
         {"", ""},
         {"disabled:", ""},
         {"autolaunch:", ""},
-        {"  ", ""},
         {"autolaunch:;unix:path=/run/bus", "unix:path=/run/bus"},
         {"unix:abstract=/tmp/x,guid=1;tcp:host=localhost,port=1",
          "unix:abstract=/tmp/x,guid=1;tcp:host=localhost,port=1"},
