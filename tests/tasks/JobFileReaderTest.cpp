@@ -102,18 +102,6 @@ TEST_F(JobFileReaderTest, WhatIsReadOfOddJobs)
     EXPECT_THROW(VTScheduledTask::taskWithFilename(file()), std::exception);
 }
 
-TEST_F(JobFileReaderTest, MissingUnreadableAndForeignFilesGiveNothingSilently)
-{
-    TestFiles::write(file("array.plist"),
-                     "<?xml version=\"1.0\"?><plist version=\"1.0\"><array/></plist>");
-    for (const char *name : {"array.plist", "none.plist"}) {
-        TestFiles::CaptureStderr console;
-        EXPECT_FALSE(VTScheduledTask::taskWithFilename(file(QLatin1String(name))));
-        EXPECT_EQ(console.finish(), QString());
-    }
-    EXPECT_TRUE(alerts->asked.empty());
-}
-
 // The question names what it cannot find: the application, the executable of a found
 // bundle, or nothing known; removal is offered and done without unloading.
 TEST_F(JobFileReaderTest, AVanishedApplicationIsOfferedForRemoval)
