@@ -240,7 +240,8 @@ TEST_F(PrivilegedHelperTest, SpawnedToolsAreReapedAndNothingOutlivesTheHelper)
         TestFiles::write(systemctl("hang"), "");
         QFile::remove(systemctl("pids"));
         EXPECT_EQ(client.spawn(QFile::encodeName(kBridge), {"unload", job(1)}).kind, Kind::Started);
-        ASSERT_TRUE(Poll::until([&] { return QFileInfo::exists(systemctl("pids")); }));
+        // The shell makes the file before it writes its number: wait for the number.
+        ASSERT_TRUE(Poll::until([&] { return !TestFiles::lines(systemctl("pids")).isEmpty(); }));
     }
     const QStringList pids = TestFiles::lines(systemctl("pids"));
     ASSERT_FALSE(pids.isEmpty());
