@@ -105,9 +105,9 @@ private:
     const char *m_end;
 };
 
-// The same few keys come back in file after file (Label, ProgramArguments, Hour...), so
-// each thread hands out shared copies of the keys it has made.
-QString keyFor(const QByteArray &bytes)
+} // namespace
+
+QString PlistXmlReader::dictionaryKey(const QByteArray &bytes)
 {
     thread_local QHash<QByteArray, QString> known;
     const auto it = known.constFind(bytes);
@@ -123,6 +123,8 @@ QString keyFor(const QByteArray &bytes)
     }
     return key;
 }
+
+namespace {
 
 std::optional<qint64> decimal(const QByteArray &digits)
 {
@@ -160,7 +162,7 @@ std::optional<PlistValue> dictionary(Cursor &in, int depth)
         if (!in.take("<key>") || !in.text(&keyBytes) || !in.take("</key>") || keyBytes.isEmpty()) {
             return std::nullopt;
         }
-        QString key = keyFor(keyBytes);
+        QString key = PlistXmlReader::dictionaryKey(keyBytes);
         if (dict.contains(key)) {
             return std::nullopt;
         }

@@ -2,7 +2,8 @@
 
 #include "PlistValue.h"
 
-#include <QtGlobal>
+#include <QByteArray>
+#include <QString>
 
 #include <optional>
 
@@ -18,4 +19,9 @@ public:
     // The value, or nothing when the text is not one this reader is sure of; malformed text
     // is declined too, for the general reader to refuse.
     static std::optional<PlistValue> read(const char *bytes, qsizetype size);
+
+    // A dictionary key as text. The same few keys come back in file after file (Label,
+    // ProgramArguments, Hour...), so each thread hands out shared copies of the keys it has
+    // made instead of converting and allocating every one again; both readers use it.
+    static QString dictionaryKey(const QByteArray &bytes);
 };

@@ -266,9 +266,7 @@ bool binaryWithinLimits(const QByteArray &bytes)
     return true;
 }
 
-// The key of a dictionary item. The same few keys come back in file after file (Label,
-// ProgramArguments, Hour...), so each thread keeps the keys it has made and hands out
-// shared copies of them instead of converting and allocating every one again.
+// The key of a dictionary item, from the same per-thread store of keys as the direct reader.
 QString keyOf(plist_t item)
 {
     plist_t keyNode = plist_dict_item_get_key(item);
@@ -283,21 +281,8 @@ QString keyOf(plist_t item)
     if (!key) {
         return QString();
     }
-    thread_local QHash<QByteArray, QString> known;
-    const QByteArray bytes = QByteArray::fromRawData(key, static_cast<qsizetype>(length));
-    auto it = known.constFind(bytes);
-    QString result;
-    if (it != known.constEnd()) {
-        result = *it;
-    } else {
-        result = QString::fromUtf8(bytes);
-        if (length <= 64) {
-            if (known.size() >= 1024) {
-                known.clear();
-            }
-            known.insert(QByteArray(key, static_cast<qsizetype>(length)), result);
-        }
-    }
+    const QString result =
+        PlistXmlReader::dictionaryKey(QByteArray::fromRawData(key, static_cast<qsizetype>(length)));
     free(copy);
     return result;
 }
