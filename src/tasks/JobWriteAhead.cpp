@@ -27,6 +27,29 @@ JobWriteAhead::~JobWriteAhead()
     // A file written ahead and never taken is removed with its StagedWrite.
 }
 
+bool JobWriteAhead::saveInTurn(const std::vector<VTScheduledTask::Ptr> &tasks,
+                               const std::function<void(VTScheduledTask &)> &change,
+                               const std::function<bool(VTScheduledTask &)> &save,
+                               bool stopAtFailure)
+{
+    JobWriteAhead ahead;
+    bool saved = true;
+    for (size_t i = 0; i < tasks.size(); ++i) {
+        if (i == 0) {
+            change(*tasks[i]);
+        }
+        if (i + 1 < tasks.size()) {
+            change(*tasks[i + 1]);
+            ahead.prepare(*tasks[i + 1]);
+        }
+        saved = save(*tasks[i]);
+        if (!saved && stopAtFailure) {
+            return false;
+        }
+    }
+    return saved;
+}
+
 void JobWriteAhead::prepare(const VTScheduledTask &task)
 {
     if (!task.filename() || !task.taskArguments() || !task.taskBundleID() || !task.scheduleType()) {

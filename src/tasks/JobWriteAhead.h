@@ -4,6 +4,7 @@
 #include "platform/PropertyList.h"
 
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -24,27 +25,9 @@ public:
 
     // Saves every task in turn, after change(task) and with the next task's file written
     // ahead; stops at the first save that returns false when stopAtFailure. The last result.
-    template <typename Change, typename Save>
-    static bool saveInTurn(const std::vector<VTScheduledTask::Ptr> &tasks, Change change, Save save,
-                           bool stopAtFailure)
-    {
-        JobWriteAhead ahead;
-        bool saved = true;
-        for (size_t i = 0; i < tasks.size(); ++i) {
-            if (i == 0) {
-                change(*tasks[i]);
-            }
-            if (i + 1 < tasks.size()) {
-                change(*tasks[i + 1]);
-                ahead.prepare(*tasks[i + 1]);
-            }
-            saved = save(*tasks[i]);
-            if (!saved && stopAtFailure) {
-                return false;
-            }
-        }
-        return saved;
-    }
+    static bool saveInTurn(const std::vector<VTScheduledTask::Ptr> &tasks,
+                           const std::function<void(VTScheduledTask &)> &change,
+                           const std::function<bool(VTScheduledTask &)> &save, bool stopAtFailure);
 
     // Starts writing task's file; a task that cannot be saved as it stands is left to its
     // own save, which reports why.
