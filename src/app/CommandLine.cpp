@@ -127,7 +127,7 @@ int CommandLine::tasks(const QStringList &)
     }
     VTLog::appendLog(QStringLiteral("Getting list of scheduled tasks..."));
     controller->populateScheduledTasks();
-    Console::print(PlistText::render(PlistValue(controller->dictionaryOfTasks())));
+    PlistText::write(PlistValue(controller->dictionaryOfTasks()), &Console::print);
     return 0;
 }
 

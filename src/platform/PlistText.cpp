@@ -8,6 +8,18 @@
 
 namespace {
 
+// Characters gathered before a piece goes to the sink: large enough that the pieces cost
+// few writes, small enough to stay in cache.
+constexpr qsizetype kPieceSize = 16 * 1024;
+
+void flushPiece(QString &out, const PlistText::Sink *sink)
+{
+    if (sink && out.size() >= kPieceSize) {
+        (*sink)(out);
+        out.resize(0); // keeps the buffer for the next piece
+    }
+}
+
 void appendIndent(QString &out, int level)
 {
     for (int i = 0; i < level; ++i) {
@@ -94,7 +106,7 @@ void PlistText::appendQuoted(QString &out, const QString &string)
     out += QLatin1Char('"');
 }
 
-void PlistText::append(QString &out, const PlistValue &value, int level)
+void PlistText::append(QString &out, const PlistValue &value, int level, const Sink *sink)
 {
     switch (value.type()) {
     case PlistValue::Type::None:
@@ -125,8 +137,9 @@ void PlistText::append(QString &out, const PlistValue &value, int level)
             if (array[i].isArray() || array[i].isDictionary()) {
                 appendIndent(out, level + 1);
             }
-            append(out, array[i], level + 1);
+            append(out, array[i], level + 1, nullptr);
             out += i + 1 < array.size() ? QLatin1String(",\n") : QLatin1String("\n");
+            flushPiece(out, sink);
         }
         appendIndent(out, level);
         out += QLatin1Char(')');
@@ -152,8 +165,9 @@ void PlistText::append(QString &out, const PlistValue &value, int level)
             if (entry->value.isArray() || entry->value.isDictionary()) {
                 appendIndent(out, level + 1);
             }
-            append(out, entry->value, level + 1);
+            append(out, entry->value, level + 1, nullptr);
             out += QLatin1String(";\n");
+            flushPiece(out, sink);
         }
         appendIndent(out, level);
         out += QLatin1Char('}');
@@ -166,6 +180,16 @@ QString PlistText::render(const PlistValue &value)
 {
     QString out;
     out.reserve(4096);
-    append(out, value, 0);
+    append(out, value, 0, nullptr);
     return out;
+}
+
+void PlistText::write(const PlistValue &value, const Sink &sink)
+{
+    QString out;
+    out.reserve(kPieceSize + 4096);
+    append(out, value, 0, &sink);
+    if (!out.isEmpty()) {
+        sink(out);
+    }
 }

@@ -4,6 +4,8 @@
 
 #include <QString>
 
+#include <functional>
+
 // The old-style (OpenStep) property-list text, as a dictionary describes itself:
 //   {
 //       key = value;
@@ -25,10 +27,15 @@
 class PlistText
 {
 public:
+    using Sink = std::function<void(const QString &piece)>;
+
     static QString render(const PlistValue &value);
+    // The same text handed to sink in pieces that end between top-level entries, so that a
+    // long listing is never held whole.
+    static void write(const PlistValue &value, const Sink &sink);
     static QString quoted(const QString &string);
 
 private:
-    static void append(QString &out, const PlistValue &value, int level);
+    static void append(QString &out, const PlistValue &value, int level, const Sink *sink);
     static void appendQuoted(QString &out, const QString &string);
 };

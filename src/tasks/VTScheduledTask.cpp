@@ -107,32 +107,39 @@ PlistDict VTScheduledTask::descriptionDictionary() const
     return VTException::guard(VT_METHOD, PlistDict(), [&] {
         // Built from a key-value list that ends at the first unset value, so an unset
         // property drops its key and every key after it.
-        const std::pair<const char *, std::optional<PlistValue>> entries[] = {
-            {"filename", m_filename ? std::optional<PlistValue>(*m_filename) : std::nullopt},
-            {"taskDescription",
+        std::pair<QString, std::optional<PlistValue>> entries[] = {
+            {QStringLiteral("filename"),
+             m_filename ? std::optional<PlistValue>(*m_filename) : std::nullopt},
+            {QStringLiteral("taskDescription"),
              m_taskDescription ? std::optional<PlistValue>(*m_taskDescription) : std::nullopt},
-            {"taskBundleID",
+            {QStringLiteral("taskBundleID"),
              m_taskBundleID ? std::optional<PlistValue>(*m_taskBundleID) : std::nullopt},
-            {"taskID", m_taskID ? std::optional<PlistValue>(*m_taskID) : std::nullopt},
-            {"scheduleType",
+            {QStringLiteral("taskID"),
+             m_taskID ? std::optional<PlistValue>(*m_taskID) : std::nullopt},
+            {QStringLiteral("scheduleType"),
              m_scheduleType ? std::optional<PlistValue>(*m_scheduleType) : std::nullopt},
-            {"intervalSeconds",
+            {QStringLiteral("intervalSeconds"),
              m_intervalSeconds ? std::optional<PlistValue>(*m_intervalSeconds) : std::nullopt},
-            {"interval", m_interval ? std::optional<PlistValue>(*m_interval) : std::nullopt},
-            {"taskArguments",
+            {QStringLiteral("interval"),
+             m_interval ? std::optional<PlistValue>(*m_interval) : std::nullopt},
+            {QStringLiteral("taskArguments"),
              m_taskArguments ? std::optional<PlistValue>(*m_taskArguments) : std::nullopt},
-            {"enabled", m_enabled ? std::optional<PlistValue>(*m_enabled) : std::nullopt},
-            {"root", m_root ? std::optional<PlistValue>(*m_root) : std::nullopt},
-            {"intervalDirectory",
+            {QStringLiteral("enabled"),
+             m_enabled ? std::optional<PlistValue>(*m_enabled) : std::nullopt},
+            {QStringLiteral("root"), m_root ? std::optional<PlistValue>(*m_root) : std::nullopt},
+            {QStringLiteral("intervalDirectory"),
              m_intervalDirectory ? std::optional<PlistValue>(*m_intervalDirectory) : std::nullopt},
-            {"frequencyDescription", std::optional<PlistValue>(frequencyStringFromScheduleType())},
+            {QStringLiteral("frequencyDescription"),
+             std::optional<PlistValue>(frequencyStringFromScheduleType())},
         };
         PlistDict dict;
-        for (const auto &[key, value] : entries) {
+        dict.reserve(static_cast<int>(std::size(entries)));
+        // The keys are literals, so listing a thousand tasks allocates no key text.
+        for (auto &[key, value] : entries) {
             if (!value) {
                 break;
             }
-            dict.insert(QLatin1String(key), *value);
+            dict.insert(std::move(key), std::move(*value));
         }
         return dict;
     });

@@ -101,3 +101,23 @@ TEST(PlistTextTest, QuotingAndEscaping)
                   {QString::fromUtf8("\xc3\xbc"), PlistValue(QString::fromUtf8("\xe2\x82\xac"))}})),
               "{\n    \"\\U00fc\" = \"\\U20ac\";\n}");
 }
+
+// A long listing goes out in pieces that break only between top-level entries and add up
+// to exactly the whole text.
+TEST(PlistTextTest, WriteHandsOverTheSameTextInPieces)
+{
+    for (const int count : {0, 3, 2000}) {
+        PlistDict dict;
+        for (int i = 0; i < count; ++i) {
+            dict.insert(QStringLiteral("/jobs/%1.plist").arg(i),
+                        PlistValue(PlistDict{{"a", PlistValue(PlistArray{PlistValue(i)})}}));
+        }
+        QStringList pieces;
+        PlistText::write(PlistValue(dict), [&](const QString &piece) { pieces << piece; });
+        EXPECT_EQ(pieces.join(QString()), PlistText::render(PlistValue(dict)));
+        EXPECT_EQ(pieces.size() > 1, count == 2000);
+        for (qsizetype i = 0; i + 1 < pieces.size(); ++i) {
+            EXPECT_TRUE(pieces[i].endsWith(QLatin1String("    };\n"))) << i;
+        }
+    }
+}
