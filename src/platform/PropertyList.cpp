@@ -853,6 +853,9 @@ PropertyList::StagedWrite::~StagedWrite()
     if (dir >= 0) {
         ::close(dir);
     }
+    if (previous >= 0) {
+        ::close(previous);
+    }
 }
 
 bool PropertyList::StagedWrite::commit(QString *error)
@@ -868,5 +871,11 @@ bool PropertyList::StagedWrite::commit(QString *error)
 std::unique_ptr<PropertyList::StagedWrite>
 PropertyList::stageXml(const QByteArray &xml, const QString &path, QString *error)
 {
-    return stageAtomically(xml, path, error);
+    std::unique_ptr<StagedWrite> staged = stageAtomically(xml, path, error);
+    if (staged) {
+        // O_PATH opens nothing that could block, and pins whatever is at the name.
+        staged->previous =
+            ::openat(staged->dir, staged->base.constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
+    }
+    return staged;
 }

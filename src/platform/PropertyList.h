@@ -46,6 +46,9 @@ public:
         int fd = -1;
         QByteArray base;
         QByteArray temporary;
+        // The file that commit replaces, held open: its blocks are then freed (on some disks a
+        // synchronous discard) when this is dropped, not inside the rename.
+        int previous = -1;
         bool committed = false;
 
         StagedWrite() = default;

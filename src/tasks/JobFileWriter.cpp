@@ -151,9 +151,10 @@ bool JobFileWriter::saveData(VTScheduledTask &task, bool authorize)
     const QString filename = *task.filename();
     PosixFile::makeFolders(PathString::deletingLastPathComponent(filename));
     const QByteArray xml = PropertyList::toXml(PlistValue(*job));
-    const std::unique_ptr<PropertyList::StagedWrite> ahead = JobWriteAhead::take(filename, xml);
+    std::unique_ptr<PropertyList::StagedWrite> ahead = JobWriteAhead::take(filename, xml);
     const bool written =
         ahead ? ahead->commit() : PropertyList::writeXml(PlistValue(*job), filename);
+    JobWriteAhead::retire(std::move(ahead));
     if (!written) {
         // Without authorization this is the quiet rewrite after an upgrade: skip the file
         // and go on as if it had been written, never asking for a password.

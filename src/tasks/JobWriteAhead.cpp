@@ -101,11 +101,32 @@ std::unique_ptr<PropertyList::StagedWrite> JobWriteAhead::take(const QString &pa
     return nullptr;
 }
 
+void JobWriteAhead::retire(std::unique_ptr<PropertyList::StagedWrite> staged)
+{
+    JobWriteAhead *ahead = g_current;
+    if (!ahead || !staged) {
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> lock(ahead->m_mutex);
+        ahead->m_retired.push_back(std::move(staged));
+    }
+    ahead->m_wake.notify_all();
+}
+
 void JobWriteAhead::run()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
-        m_wake.wait(lock, [this] { return m_pending || m_stop; });
+        m_wake.wait(lock, [this] { return m_pending || m_stop || !m_retired.empty(); });
+        if (!m_retired.empty()) {
+            std::vector<std::unique_ptr<PropertyList::StagedWrite>> retired;
+            retired.swap(m_retired);
+            lock.unlock();
+            retired.clear();
+            lock.lock();
+            continue;
+        }
         if (m_stop) {
             return;
         }

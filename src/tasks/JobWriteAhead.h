@@ -36,6 +36,9 @@ public:
     // when there is none (no pass, another file, other contents, or its writing failed).
     static std::unique_ptr<PropertyList::StagedWrite> take(const QString &path,
                                                            const QByteArray &xml);
+    // Drops a committed write on the worker, where freeing the replaced file's blocks does
+    // not hold up the pass; at once when no pass runs.
+    static void retire(std::unique_ptr<PropertyList::StagedWrite> staged);
 
 private:
     void run();
@@ -49,5 +52,6 @@ private:
     bool m_stop = false;
     // Written and not yet taken: the current save's file while the next one is written.
     std::vector<std::unique_ptr<PropertyList::StagedWrite>> m_ready;
+    std::vector<std::unique_ptr<PropertyList::StagedWrite>> m_retired;
     std::thread m_worker;
 };

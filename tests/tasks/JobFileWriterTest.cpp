@@ -172,6 +172,8 @@ TEST_F(JobFileWriterTest, APassWritesAheadWithoutChangingWhatIsSaved)
         tasks.back()->setFilename(agents() + QStringLiteral("/com.vantreel.Job%1.plist").arg(i));
         expected << "unload " + *tasks.back()->filename() << "load " + *tasks.back()->filename();
     }
+    const auto openFiles = [] { return QDir(QStringLiteral("/proc/self/fd")).count(); };
+    const uint openBefore = openFiles();
     const auto disable = [](VTScheduledTask &t) { t.setEnabled(false); };
     ASSERT_TRUE(JobWriteAhead::saveInTurn(
         tasks, disable, [](VTScheduledTask &t) { return t.saveData(); }, true));
@@ -191,8 +193,9 @@ TEST_F(JobFileWriterTest, APassWritesAheadWithoutChangingWhatIsSaved)
         EXPECT_EQ(readJob(*t->filename()).value("EnvironmentVariables").dict().value("VTCommandID"),
                   PlistValue("changed"));
     }
-    // Nothing written ahead is left beside the jobs.
+    // Nothing written ahead is left beside the jobs, nor held open: the files replaced.
     EXPECT_EQ(QDir(agents()).entryList(QDir::Files | QDir::Hidden).size(), 4);
+    EXPECT_EQ(openFiles(), openBefore);
 
     // A failed save stops the pass there when asked to.
     int saves = 0;
