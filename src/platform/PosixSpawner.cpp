@@ -132,6 +132,28 @@ struct SpawnSetup
     SpawnSetup &operator=(const SpawnSetup &) = delete;
 };
 
+// chmod and chown say nothing but messages, and here those go to the null device; in the
+// C locale they skip loading the user's, about an eighth of what each run costs.
+bool isQuietFileTool(const QByteArray &program)
+{
+    return program == "/bin/chmod" || program == "/bin/chown";
+}
+
+// The calling process's environment with LC_ALL=C in place of any LC_ALL of its own.
+std::vector<char *> cLocaleEnvironment()
+{
+    static char cLocale[] = "LC_ALL=C";
+    std::vector<char *> env;
+    for (char **entry = environ; *entry; ++entry) {
+        if (std::strncmp(*entry, "LC_ALL=", 7) != 0) {
+            env.push_back(*entry);
+        }
+    }
+    env.push_back(cLocale);
+    env.push_back(nullptr);
+    return env;
+}
+
 } // namespace
 
 std::shared_ptr<ChildProcess> PosixSpawner::start(const QString &program,
@@ -156,10 +178,12 @@ std::shared_ptr<ChildProcess> PosixSpawner::start(const QString &program,
     argv.push_back(nullptr);
 
     static const SpawnSetup setup;
+    const std::vector<char *> quietEnvironment =
+        isQuietFileTool(bytes.front()) ? cLocaleEnvironment() : std::vector<char *>();
     pid_t pid = 0;
     // posix_spawn reports a program that cannot be executed itself, before it returns.
-    const int failed =
-        ::posix_spawn(&pid, argv[0], &setup.actions, &setup.attributes, argv.data(), environ);
+    const int failed = ::posix_spawn(&pid, argv[0], &setup.actions, &setup.attributes, argv.data(),
+                                     quietEnvironment.empty() ? environ : quietEnvironment.data());
     if (failed != 0) {
         if (error) {
             *error = QString::fromLocal8Bit(std::strerror(failed));
