@@ -149,9 +149,12 @@ bool JobFileWriter::saveData(VTScheduledTask &task, bool authorize)
     }
 
     const QString filename = *task.filename();
-    PosixFile::makeFolders(PathString::deletingLastPathComponent(filename));
     const QByteArray xml = PropertyList::toXml(PlistValue(*job));
     std::unique_ptr<PropertyList::StagedWrite> ahead = JobWriteAhead::take(filename, xml);
+    if (!ahead) {
+        // A file written ahead already stands in its folder; otherwise the folder may be new.
+        PosixFile::makeFolders(PathString::deletingLastPathComponent(filename));
+    }
     const bool written =
         ahead ? ahead->commit() : PropertyList::writeXml(PlistValue(*job), filename);
     JobWriteAhead::retire(std::move(ahead));
