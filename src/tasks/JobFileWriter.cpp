@@ -150,14 +150,14 @@ bool JobFileWriter::saveData(VTScheduledTask &task, bool authorize)
 
     const QString filename = *task.filename();
     const QByteArray xml = PropertyList::toXml(PlistValue(*job));
-    std::unique_ptr<PropertyList::StagedWrite> ahead = JobWriteAhead::take(filename, xml);
-    if (!ahead) {
+    std::unique_ptr<PropertyList::StagedWrite> staged = JobWriteAhead::take(filename, xml);
+    if (!staged && !xml.isEmpty()) {
         // A file written ahead already stands in its folder; otherwise the folder may be new.
         PosixFile::makeFolders(PathString::deletingLastPathComponent(filename));
+        staged = PropertyList::stageXml(xml, filename);
     }
-    const bool written =
-        ahead ? ahead->commit() : PropertyList::writeXml(PlistValue(*job), filename);
-    JobWriteAhead::retire(std::move(ahead));
+    const bool written = staged && staged->commit();
+    JobWriteAhead::retire(std::move(staged));
     if (!written) {
         // Without authorization this is the quiet rewrite after an upgrade: skip the file
         // and go on as if it had been written, never asking for a password.
