@@ -74,6 +74,21 @@ TEST_F(JobFileReaderTest, WhichKeysDecideTheSchedule)
     EXPECT_EQ(merged->interval()->keys(), QStringList({"Minute", "Hour"}));
 }
 
+// A job saved as every N seconds reads back as a calendar without a calendar; saved once
+// more it has no schedule left, and the next save refuses it.
+TEST_F(JobFileReaderTest, EverySecondsDecaysOverTwoSaves)
+{
+    writeJob({{"StartInterval", 300}});
+    const auto task = VTScheduledTask::taskWithFilename(file());
+    EXPECT_EQ(task->scheduleType(), ScheduleCalendar);
+    EXPECT_EQ(task->intervalSeconds(), 300);
+    EXPECT_TRUE(task->interval()->isEmpty());
+    ASSERT_TRUE(task->saveData());
+    const auto again = VTScheduledTask::taskWithFilename(file());
+    EXPECT_EQ(again->scheduleType(), ScheduleUnknown);
+    EXPECT_FALSE(again->saveData());
+}
+
 // The recorded command ID wins; only the program name leaves the defaults; a moved
 // application is found again, and files of earlier versions find the bundle through the
 // program.
