@@ -721,6 +721,15 @@ bool createExclusively(const QByteArray &bytes, const QString &path, bool *taken
     return linked;
 }
 
+// toXml gives empty text for a value it cannot express; such text is never written.
+bool unwritable(const QByteArray &xml, QString *error)
+{
+    if (xml.isEmpty() && error) {
+        *error = QStringLiteral("The value cannot be written as a property list.");
+    }
+    return xml.isEmpty();
+}
+
 } // namespace
 
 std::optional<PlistValue> PropertyList::read(const QString &path)
@@ -833,13 +842,7 @@ void PropertyList::removeStaleTemporaries(const QString &folder, const QString &
 bool PropertyList::writeXml(const PlistValue &value, const QString &path, QString *error)
 {
     const QByteArray xml = toXml(value);
-    if (xml.isEmpty()) {
-        if (error) {
-            *error = QStringLiteral("The value cannot be written as a property list.");
-        }
-        return false;
-    }
-    return writeAtomically(xml, path, error);
+    return !unwritable(xml, error) && writeAtomically(xml, path, error);
 }
 
 PropertyList::StagedWrite::~StagedWrite()
@@ -871,6 +874,9 @@ bool PropertyList::StagedWrite::commit(QString *error)
 std::unique_ptr<PropertyList::StagedWrite>
 PropertyList::stageXml(const QByteArray &xml, const QString &path, QString *error)
 {
+    if (unwritable(xml, error)) {
+        return nullptr;
+    }
     std::unique_ptr<StagedWrite> staged = stageAtomically(xml, path, error);
     if (staged) {
         // O_PATH opens nothing that could block, and pins whatever is at the name.

@@ -37,7 +37,8 @@ public:
 
     // The first half of writeXml for text made by toXml: written and flushed beside path,
     // so that a caller can prepare the next file while other work goes on, and put it in
-    // place later with commit. Dropped uncommitted, it leaves nothing behind.
+    // place later with commit. Dropped uncommitted, it leaves nothing behind. Empty text (a
+    // value toXml could not express) is refused.
     struct StagedWrite
     {
         QString path;

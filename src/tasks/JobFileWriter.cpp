@@ -151,7 +151,7 @@ bool JobFileWriter::saveData(VTScheduledTask &task, bool authorize)
     const QString filename = *task.filename();
     const QByteArray xml = PropertyList::toXml(PlistValue(*job));
     std::unique_ptr<PropertyList::StagedWrite> staged = JobWriteAhead::take(filename, xml);
-    if (!staged && !xml.isEmpty()) {
+    if (!staged) {
         // A file written ahead already stands in its folder; otherwise the folder may be new.
         PosixFile::makeFolders(PathString::deletingLastPathComponent(filename));
         staged = PropertyList::stageXml(xml, filename);

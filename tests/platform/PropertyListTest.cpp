@@ -404,6 +404,8 @@ TEST_F(PropertyListTest, FailedWritesKeepTheOldFileWhole)
     std::signal(SIGXFSZ, previousHandler);
     EXPECT_FALSE(written);
     EXPECT_FALSE(error.isEmpty());
+    // Empty text is what toXml gives for a value it cannot express: never staged.
+    EXPECT_EQ(PropertyList::stageXml(QByteArray(), file), nullptr);
     EXPECT_EQ(TestFiles::read(file), oldBytes);
     EXPECT_EQ(folderEntries(m_dir.path()), (QStringList{"folder.plist", "job.plist"}));
     ASSERT_TRUE(PropertyList::writeXml(bigValue, file));
